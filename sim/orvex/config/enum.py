@@ -1,0 +1,6 @@
+import enum
+
+
+class HostType(enum.Enum):
+    HostOS = "HostOS"
+    BMC = "BMC"

@@ -1,0 +1,55 @@
+"""The stand-in host behind the framework modules of this tree.
+
+A `Raid` object talks to whichever backend is active when it is built:
+
+* `RecordingHost` (tests): answers scripted per wrapper name and records every
+  dispatch with its route and a copy of its params;
+* the simulated host (`orvex_sim.simhost`), when present: stateful fake
+  controllers answering as each tool's wrappers would.
+
+Select one with `use(backend)` (also a context manager).  Without a choice,
+`current()` builds the default host for the tool named by the environment
+variable ORVEX_RAID_TOOL (storcli64 when unset).
+"""
+import os
+
+from orvex_sim.recorder import RecordingHost, parser  # noqa: F401
+
+_active = None
+
+
+class _Using:
+    def __init__(self, previous):
+        self._previous = previous
+
+    def __enter__(self):
+        return current()
+
+    def __exit__(self, *exc):
+        global _active
+        _active = self._previous
+        return False
+
+
+def use(backend):
+    """Make `backend` the host that new Raid objects talk to."""
+    global _active
+    previous = _active
+    _active = backend
+    return _Using(previous)
+
+
+def default_tool():
+    return os.environ.get("ORVEX_RAID_TOOL", "storcli64")
+
+
+def current():
+    global _active
+    if _active is None:
+        try:
+            from orvex_sim.simhost import SimulatedHost
+        except ImportError:
+            _active = RecordingHost(default_tool())
+        else:
+            _active = SimulatedHost(default_tool())
+    return _active

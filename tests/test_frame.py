@@ -1,0 +1,282 @@
+"""The Raid object: construction, tool selection, binding, variant forms."""
+import inspect
+
+import pytest
+
+import orvex_sim
+from orvex.api.hostos.hostos_base import HostOSBase, hostos_ns
+from orvex.config.enum import HostType
+from orvex.exception.orvex_exception import OrvexException
+from orvex.api.hostos.raid.raid import Raid
+from orvex_sim.recorder import RecordingHost, parser
+
+
+class Spy:
+    """Stands in for parser_exec_cmd_format and records its arguments."""
+
+    def __init__(self):
+        self.seen = []
+
+    def __call__(self, raw, tool):
+        self.seen.append((raw, tool))
+        return ("formatted", tool)
+
+
+# -- the class --------------------------------------------------------------
+
+def test_raid_is_registered_subclass_of_framework_base():
+    assert issubclass(Raid, HostOSBase)
+    assert hostos_ns.types[HostType.HostOS] is Raid
+    assert Raid.__module__ == "orvex.api.hostos.raid.raid"
+
+
+def test_construction_sets_distributor_none_and_formatter(rig):
+    raid, host = rig("arcconf")
+    assert raid._distributor is None
+    assert raid.formatter.raid is raid
+    assert host.tool_reads == 0  # the tool is read lazily
+    with pytest.raises(TypeError, match=r"__init__\(\) takes exactly 1 positional argument \(2 given\)"):
+        Raid(1)
+
+
+def test_methods_bind_and_carry_signatures_and_chinese_docs(rig):
+    raid, _ = rig()
+    bound = raid.set_ctl_mode
+    assert bound.__self__ is raid
+    assert Raid.__dict__["set_ctl_mode"].__get__(raid, Raid).__self__ is raid
+    assert str(inspect.signature(Raid.set_ctl_mode)) == "(self, /, mode, **kwargs)"
+    assert str(inspect.signature(raid.set_controller_pdcache)) == "(*, state, **kwargs)"
+    assert str(inspect.signature(Raid._format_output)) == "(self, /, raw_data, tool, template=None)"
+    assert "控制卡工作模式" in Raid.set_ctl_mode.__doc__
+    assert "set_ctl_mode" in Raid.__dict__
+    assert all(inspect.signature(getattr(Raid, n)) for n in dir(Raid)
+               if not n.startswith("__") and callable(getattr(Raid, n)))
+
+
+# -- the road of one call ---------------------------------------------------
+
+def test_action_sends_named_then_extra_params_in_order(rig):
+    raid, host = rig("arcconf")
+    host.on("ctr_set_ctrl_mode_arcconf", parser("success"))
+    spy = Spy()
+    raid.formatter.parser_exec_cmd_format = spy
+    assert raid.set_ctl_mode(mode="3", adapter_id="0") == ("formatted", "arcconf")
+    (call,) = host.calls
+    assert call.route == "self" and call.wrapper == "ctr_set_ctrl_mode_arcconf"
+    assert list(call.params.items()) == [("mode", "3"), ("adapter_id", "0")]
+    assert spy.seen == [({"parser": "success"}, "arcconf")]
+
+
+@pytest.mark.parametrize("tool, message", [
+    ("storcli64", "LSI卡storcli64工具没有 设置控制卡工作模式 功能"),
+    ("sorbctl", "7460卡sorbctl工具没有 设置控制卡工作模式 功能"),
+])
+def test_refusal_raises_before_any_dispatch(rig, tool, message):
+    raid, host = rig(tool)
+    with pytest.raises(OrvexException) as err:
+        raid.set_ctl_mode("3")
+    assert str(err.value) == message
+    assert host.calls == []
+
+
+@pytest.mark.parametrize("answer, expected", [
+    (parser("Set JBOD success"), True),
+    (parser(["line", "success"]), True),
+    (parser("Failed: device busy"), False),
+    ({"stdout": "no parser entry"}, False),
+])
+def test_checked_action_tests_success_in_parser(rig, answer, expected):
+    raid, host = rig("storcli64")
+    host.on("ctr_set_jbod_cfg_storcli64", answer)
+    assert raid.set_jbod_state("on", force=True) is expected
+    assert list(host.last().params.items()) == [("state", "on"), ("force", True)]
+
+
+def test_checked_action_translates_params_in_place(rig):
+    raid, host = rig("sorbctl")
+    host.on("set_controller_jbod_sorbctl", parser("success"))
+    assert raid.set_jbod_state("on", adapter_id="1") is True
+    assert list(host.last().params.items()) == [("adapter_id", "1"), ("jbod", "rawdrive")]
+    raid.set_jbod_state("off")
+    assert list(host.last().params.items()) == [("jbod", "off")]
+
+
+@pytest.mark.parametrize("state, mode", [("on", "5"), ("off", "3"), ("auto", "auto")])
+def test_arcconf_jbod_switches_mode_waits_and_is_always_true(rig, sleeps, state, mode):
+    raid, host = rig("arcconf")
+    host.on("ctr_set_ctrl_mode_arcconf", parser("failed"))
+    assert raid.set_jbod_state(state) is True
+    assert list(host.last().params.items()) == [("mode", mode)]
+    assert sleeps == [10]
+
+
+def test_errors_of_the_framework_pass_through_unchanged(rig):
+    raid, host = rig("arcconf")
+    boom = ConnectionError("ssh lost")
+    host.on("ctr_set_ctrl_mode_arcconf", boom)
+    with pytest.raises(ConnectionError) as err:
+        raid.set_ctl_mode("2")
+    assert err.value is boom
+
+
+def test_operation_without_params_dispatches_name_only(rig):
+    raid, host = rig("arcconf")
+    host.on("get_controller_number_arcconf", parser("2"))
+    assert raid.query_controller_number() == "2"
+    assert host.calls[0].params is None
+
+
+def test_missing_variant_for_the_tool_is_the_decorators_error(rig):
+    raid, host = rig("storcli64")
+    with pytest.raises(OrvexException, match=r"storcli64.*_get_all_controllers"):
+        raid.get_all_controllers()
+    assert host.calls == []
+
+
+# -- argument errors --------------------------------------------------------
+
+@pytest.mark.parametrize("call, message", [
+    (lambda r: r.set_ctl_mode(), "set_ctl_mode() missing required argument 'mode' (pos 1)"),
+    (lambda r: r.set_ctl_mode("3", "0"),
+     "set_ctl_mode() takes exactly 2 positional arguments (3 given)"),
+    (lambda r: r.set_ctl_mode("3", mode="3"),
+     "set_ctl_mode() got multiple values for argument 'mode'"),
+    (lambda r: r.set_controller_pdcache("on"),
+     "set_controller_pdcache() takes exactly 1 positional argument (2 given)"),
+    (lambda r: r.set_controller_pdcache(adapter_id="0"),
+     "set_controller_pdcache() needs keyword-only argument state"),
+    (lambda r: r.query_controller_number(adapter_id="0"),
+     "query_controller_number() got an unexpected keyword argument 'adapter_id'"),
+    (lambda r: r._format_output({}, "x", None, 1),
+     "_format_output() takes at most 4 positional arguments (5 given)"),
+])
+def test_argument_errors_are_exact_and_precede_everything(rig, call, message):
+    raid, host = rig("arcconf")
+    with pytest.raises(TypeError) as err:
+        call(raid)
+    assert str(err.value) == message
+    assert host.calls == [] and host.tool_reads == 0
+
+
+def test_caller_kwargs_dict_is_not_modified(rig):
+    raid, host = rig("arcconf")
+    host.on("set_controller_pdcache_arcconf", parser("success"))
+    kwargs = {"state": "off", "adapter_id": "0"}
+    assert raid.set_controller_pdcache(**kwargs) is True
+    assert kwargs == {"state": "off", "adapter_id": "0"}
+    assert list(host.last().params.items()) == [
+        ("state", "2"), ("adapter_id", "0"), ("drive_type", "unconfigured")]
+
+
+# -- the distributor --------------------------------------------------------
+
+def test_tool_is_read_once_and_kept(rig):
+    raid, host = rig("arcconf")
+    host.on("get_controller_number_arcconf", parser("1"))
+    raid.query_controller_number()
+    raid.query_controller_number()
+    assert host.tool_reads == 1
+    assert raid.distributor is raid._distributor
+
+
+def test_update_distributor_switches_without_asking_the_dispatcher(rig):
+    raid, host = rig("storcli64")
+    host.on("ctr_set_ctrl_mode_arcconf", parser("success"))
+    assert raid.update_distributor("arcconf") is None
+    raid.set_ctl_mode("3")
+    assert host.tool_reads == 0
+    assert host.wrappers == ["ctr_set_ctrl_mode_arcconf"]
+
+
+def test_update_distributor_rejects_non_strings_before_changing_anything(rig):
+    raid, _ = rig("storcli64")
+    before = raid.distributor
+    with pytest.raises(TypeError, match="raid_tool.*must be str, not int"):
+        raid.update_distributor(5)
+    assert raid._distributor is before
+
+
+def test_failed_tool_read_leaves_distributor_unbuilt_and_is_retried(rig):
+    raid, host = rig("arcconf")
+    host.tool = RuntimeError("dispatcher down")
+    host.on("get_controller_number_arcconf", parser("1"))
+    with pytest.raises(RuntimeError, match="dispatcher down"):
+        raid.query_controller_number()
+    assert raid._distributor is None
+    host.tool = "arcconf"
+    assert raid.query_controller_number() == "1"
+
+
+def test_distributor_is_read_only(rig):
+    raid, _ = rig()
+    with pytest.raises(AttributeError):
+        raid.distributor = None
+
+
+def test_variants_registered_in_order_each_reading_distributor_afresh(rig):
+    seen = []
+
+    class Counting(Raid):
+        reads = 0
+
+        @property
+        def distributor(self):
+            Counting.reads += 1
+            return Raid.distributor.__get__(self)
+
+    host = RecordingHost("storcli64")
+    host.on("get_controller_number_storcli64", parser("1"))
+    with orvex_sim.use(host):
+        raid = Counting()
+    real = raid.distributor
+    Counting.reads = 0
+
+    def recording(raid_tool):
+        deco = real(raid_tool=raid_tool)
+
+        def apply(func):
+            seen.append((raid_tool, func.__name__, callable(func)))
+            return deco(func)
+
+        return apply
+
+    raid._distributor = recording
+    assert raid.query_controller_number() == "1"
+    assert seen == [("sorbctl", "_query_controller_number", True),
+                    ("arcconf", "_query_controller_number", True),
+                    ("storcli64", "_query_controller_number", True)]
+    assert Counting.reads == 3
+
+
+def test_variant_objects_take_no_arguments(rig):
+    raid, host = rig("arcconf")
+    host.on("ctr_set_ctrl_mode_arcconf", parser("success"))
+    captured = []
+    raid._distributor = lambda raid_tool: (lambda f: captured.append(f) or f)
+    assert raid.set_ctl_mode("3") is True  # the last registration (arcconf) runs
+    assert [v.__name__ for v in captured] == ["set_ctl_mode"] * 3
+    variant = captured[0]
+    with pytest.raises(OrvexException, match="LSI卡storcli64工具没有"):
+        variant()
+    with pytest.raises(TypeError, match="takes no arguments"):
+        variant(1)
+
+
+# -- declared result types --------------------------------------------------
+
+@pytest.mark.parametrize("value, error", [
+    ({"a": 1}, None),
+    (None, None),
+    ([1], "Expected dict, got list"),
+    (__import__("collections").OrderedDict(), "Expected dict, got OrderedDict"),
+])
+def test_declared_dict_result(rig, value, error):
+    raid, host = rig("sorbctl")
+    host.on("get_controller_status_sorbctl", parser({"Temperature": "54"}))
+    raid.formatter.get_controller_status_raid_format = lambda data: value
+    if error is None:
+        assert raid.get_controller_status_raid() is value
+    else:
+        with pytest.raises(TypeError) as err:
+            raid.get_controller_status_raid()
+        assert str(err.value) == error

@@ -1,0 +1,139 @@
+"""_format_output and _merge_output."""
+import collections
+
+import pytest
+
+from orvex.exception.orvex_exception import OrvexException
+
+TEMPLATE = {"contents": {"storcli64": {"vd": "DG/VD", "size": "Size", "raw_data": "Name"},
+                         "arcconf": None}}
+
+
+@pytest.fixture
+def raid(rig):
+    return rig("storcli64")[0]
+
+
+# -- _format_output ---------------------------------------------------------
+
+def test_format_renames_in_template_order_and_appends_raw_data(raid):
+    raw = {"Size": "100 GB", "DG/VD": None, "Name": "x"}
+    out = raid._format_output(raw, "storcli64", TEMPLATE)
+    assert list(out.items()) == [("vd", None), ("size", "100 GB"), ("raw_data", raw)]
+    assert out["raw_data"] is raw
+
+
+def test_format_missing_raw_key_gives_empty_string(raid):
+    assert raid._format_output({}, "storcli64", TEMPLATE) == {"vd": "", "size": "", "raw_data": {}}
+
+
+def test_format_lists_nested_and_dict_subtypes(raid):
+    row = collections.OrderedDict([("DG/VD", "0/1")])
+    out = raid._format_output([[row], []], "storcli64", TEMPLATE)
+    assert out == [[{"vd": "0/1", "size": "", "raw_data": row}], []]
+    assert type(out[0][0]) is dict
+
+
+@pytest.mark.parametrize("data", [5, "text", (1,), None])
+def test_format_unsupported_type(raid, data):
+    with pytest.raises(OrvexException) as err:
+        raid._format_output(data, "storcli64", TEMPLATE)
+    assert str(err.value) == "Unsupported data type [%s] found in template." % type(data)
+
+
+@pytest.mark.parametrize("template, tool, error", [
+    ({}, "storcli64", KeyError),
+    (TEMPLATE, "sorbctl", KeyError),
+    (TEMPLATE, "arcconf", AttributeError),
+])
+def test_format_broken_templates_fail_uncaught(raid, template, tool, error):
+    with pytest.raises(error):
+        raid._format_output({"a": 1}, tool, template)
+
+
+def test_format_loads_template_named_after_the_calling_function(raid):
+    def get_controller_status_raid():
+        return raid._format_output([{"Temperature": "54"}], "sorbctl")
+
+    (out,) = get_controller_status_raid()
+    assert out["temperature"] == "54" and out["sas_address"] == ""
+    assert list(out)[-1] == "raw_data"
+
+
+def test_format_loads_missing_template_before_looking_at_data(raid):
+    def no_such_template_here():
+        return raid._format_output([], "sorbctl")
+
+    with pytest.raises(FileNotFoundError, match="config/no_such_template_here.yaml"):
+        no_such_template_here()
+
+
+# -- _merge_output ----------------------------------------------------------
+
+def test_merge_flattens_without_layer_map(raid):
+    assert raid._merge_output({"a": 1, "b": {"c": 2}}) == {"a": 1, "c": 2}
+    assert raid._merge_output([{"a": 1}, [{"b": 2}]]) == {"a": 1, "b": 2}
+
+
+def test_merge_fills_given_res_in_place(raid):
+    res = {"z": 0}
+    assert raid._merge_output({"a": 1}, res) is res
+    assert res == {"z": 0, "a": 1}
+
+
+def test_merge_duplicate_leaf_key_is_generic_exception(raid):
+    res = {}
+    with pytest.raises(Exception) as err:
+        raid._merge_output({"x": 0, "a": 1, "b": {"a": 1}}, res)
+    assert type(err.value) is Exception
+    assert str(err.value) == "Existing key [a] found in res, current value: [1], existing value: [1]"
+    assert res == {"x": 0, "a": 1}
+
+
+def test_merge_bare_list_element_is_attribute_error(raid):
+    with pytest.raises(AttributeError):
+        raid._merge_output(["loose"])
+
+
+RAW = {
+    "/c0/v239": [{"DG/VD": "0/239"}],
+    "VD239 Properties": {"Strip Size": "256 KB"},
+    "PDs for VD 239": [{"EID:Slt": "65:1"}, {"EID:Slt": "65:2"}],
+    "Other": {"dropped": True},
+}
+
+
+def test_merge_layer_map_worked_example(raid):
+    out = raid._merge_output(RAW, None, {"/c0/v239//$0": True, "VD239 Properties": True,
+                                         "PDs for VD 239": False})
+    assert out == {"DG/VD": "0/239", "Strip Size": "256 KB",
+                   "PDs for VD 239": RAW["PDs for VD 239"]}
+
+
+def test_merge_layer_keep_uses_last_segment(raid):
+    raw = {"/c0/v239": {"id": {"A": "B"}}}
+    assert raid._merge_output(raw, None, {"/c0/v239//id": False}) == {"id": {"A": "B"}}
+
+
+def test_merge_list_position_merges_even_with_false_flag(raid):
+    assert raid._merge_output(RAW, None, {"/c0/v239//$0": False}) == {"DG/VD": "0/239"}
+
+
+def test_merge_empty_layer_map_returns_res_unchanged(raid):
+    res = {"k": 1}
+    assert raid._merge_output(RAW, res, {}) is res and res == {"k": 1}
+
+
+def test_merge_layer_later_entries_overwrite_and_missing_plain_key_is_none(raid):
+    raw = {"a": {"k": 1}, "b": {"k": 2}}
+    assert raid._merge_output(raw, None, {"a": True, "b": True, "c": False}) == {"k": 2, "c": None}
+
+
+@pytest.mark.parametrize("structure, error", [
+    ({"missing": True}, KeyError),
+    ({"/c0/v239//$5": True}, IndexError),
+    ({"/c0/v239//$0//nope": False}, KeyError),
+])
+def test_merge_missing_paths_fail(raid, structure, error):
+    with pytest.raises(error):
+        raid._merge_output(RAW, None, structure)
