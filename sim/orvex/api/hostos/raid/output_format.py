@@ -5,6 +5,7 @@ treatments; those live in `orvex_sim.formats`, one mixin per subsystem.
 """
 from orvex_sim.formats.background_tasks import BackgroundTaskFormats
 from orvex_sim.formats.controller import ControllerFormats
+from orvex_sim.formats.diagnostics import DiagnosticsFormats
 from orvex_sim.formats.physical_drive import PhysicalDriveFormats
 from orvex_sim.formats.virtual_drive import VirtualDriveFormats
 
@@ -16,8 +17,8 @@ _SUCCESS_WORDS = {
 }
 
 
-class OutputFormatter(ControllerFormats, PhysicalDriveFormats, VirtualDriveFormats,
-                      BackgroundTaskFormats):
+class OutputFormatter(ControllerFormats, DiagnosticsFormats, PhysicalDriveFormats,
+                      VirtualDriveFormats, BackgroundTaskFormats):
     def __init__(self, raid):
         self.raid = raid
 
