@@ -1,0 +1,150 @@
+"""Copyback and precopy: switches, rates, per-drive copyback."""
+import pytest
+
+from orvex.exception.orvex_exception import OrvexException
+from orvex_sim.recorder import parser
+
+PROPS = {"Controller Properties": [{"Ctrl_Prop": "Copyback", "Value": "off"},
+                                   {"Ctrl_Prop": "SMARTer", "Value": "On"},
+                                   {"Ctrl_Prop": "SMARTer", "Value": "on"}]}
+
+REFUSALS = [
+    ("storcli64", lambda r: r.query_copyback_info(), "博通卡 暂时未实现查询回拷功能状态 功能"),
+    ("arcconf", lambda r: r.query_copyback_info(), "PMC卡arcconf工具没有 RAID-查询回拷功能状态 功能"),
+    ("arcconf", lambda r: r.get_copyback_status(), "PMC卡arcconf工具没有 查询硬盘回拷功能状态 功能"),
+    ("arcconf", lambda r: r.set_copyback_cfg("on"), "PMC卡arcconf工具没有 设置回拷功能参数 功能"),
+    ("storcli64", lambda r: r.set_copyback_rate("low"), "LSI卡storcli64工具没有 设置回拷功能后台速率 功能"),
+    ("arcconf", lambda r: r.set_copyback_rate("low"), "PMC卡arcconf工具没有 设置回拷功能后台速率 功能"),
+    ("storcli64", lambda r: r.get_copyback_rate(), "LSI卡storcli64工具没有 查询回拷功能后台速率 功能"),
+    ("arcconf", lambda r: r.get_copyback_rate(), "PMC卡arcconf工具没有 查询回拷功能后台速率 功能"),
+    ("storcli64", lambda r: r.get_precopy_info(),
+     "LSI卡storcli64工具没有 获取raid控制器预拷贝配置信息 功能"),
+    ("arcconf", lambda r: r.get_precopy_info(), "PMC卡arcconf工具没有 获取raid控制器预拷贝配置信息 功能"),
+    ("storcli64", lambda r: r.set_precopy(state="on"), "LSI卡storcli64工具没有 设置raid控制器预拷贝参数 功能"),
+    ("arcconf", lambda r: r.set_precopy(state="on"), "PMC卡arcconf工具没有 设置raid控制器预拷贝参数功能"),
+    ("sorbctl", lambda r: r.set_pd_copyback_func("0", "1", "start"), "There is no such command in sorbctl"),
+    ("arcconf", lambda r: r.set_pd_copyback_func("0", "1", "start"), "There is no such command in arcconf"),
+    ("arcconf", lambda r: r.get_pd_copyback_info(eid="0", sid="1"), "There is no such command in arcconf"),
+]
+
+
+@pytest.mark.parametrize("tool, call, message", REFUSALS)
+def test_refusals_raise_before_dispatch(rig, tool, call, message):
+    raid, host = rig(tool)
+    with pytest.raises(OrvexException) as err:
+        call(raid)
+    assert str(err.value) == message
+    assert host.calls == []
+
+
+SETTERS = [
+    ("storcli64", lambda r: r.set_copyback_cfg("on", type="smartssd", adapter_id="0"),
+     "ctr_set_copyback_cfg_storcli64", [("state", "on"), ("type", "smartssd"), ("adapter_id", "0")]),
+    ("sorbctl", lambda r: r.set_copyback_cfg(state="off"),
+     "set_controller_copyback_sorbctl", [("state", "off")]),
+    ("sorbctl", lambda r: r.set_copyback_rate("high", adapter_id="1"),
+     "set_controller_bgrate_copyback_sorbctl", [("copybackrate", "high"), ("adapter_id", "1")]),
+    ("sorbctl", lambda r: r.set_precopy(state="on", adapter_id="0"),
+     "set_controller_precopy_sorbctl", [("state", "on"), ("adapter_id", "0")]),
+]
+
+
+@pytest.mark.parametrize("tool, call, wrapper, params", SETTERS)
+@pytest.mark.parametrize("answer, expected", [(parser("success"), True), (parser("fail"), False)])
+def test_setters_send_exact_params(rig, tool, call, wrapper, params, answer, expected):
+    raid, host = rig(tool)
+    host.on(wrapper, answer)
+    assert call(raid) is expected
+    (sent,) = host.calls
+    assert (sent.route, sent.wrapper, list(sent.params.items())) == ("self", wrapper, params)
+
+
+def test_set_precopy_state_is_keyword_only(rig):
+    raid, host = rig("sorbctl")
+    with pytest.raises(TypeError):
+        raid.set_precopy("on")
+    assert host.calls == []
+
+
+@pytest.mark.parametrize("kwargs, sent, expected", [
+    ({}, [("index", 0)], "OFF"),
+    ({"index": 2}, [("index", 2)], "ON"),
+    ({"adapter_id": "1", "index": 1}, [("adapter_id", "1"), ("index", 1)], "ON"),
+])
+def test_copyback_status_storcli64_reads_property_row(rig, kwargs, sent, expected):
+    raid, host = rig("storcli64")
+    host.on("ctr_get_copyback_storcli64", parser(PROPS))
+    assert raid.get_copyback_status(**kwargs) == expected
+    (call,) = host.calls
+    assert (call.route, call.wrapper, list(call.params.items())) == (
+        "self", "ctr_get_copyback_storcli64", sent)
+
+
+def test_copyback_status_storcli64_index_out_of_range(rig):
+    raid, host = rig("storcli64")
+    host.on("ctr_get_copyback_storcli64", parser(PROPS))
+    with pytest.raises(IndexError):
+        raid.get_copyback_status(index=3)
+
+
+def test_sorbctl_switch_case_differs_between_queries(rig):
+    raid, host = rig("sorbctl")
+    host.on("get_controller_copyback_sorbctl", parser({"Copyback Switch": "Off", "Other": 1}))
+    assert raid.query_copyback_info(adapter_id="0") == "Off"
+    assert raid.get_copyback_status(index=2) == "OFF"
+    assert [(c.wrapper, c.params) for c in host.calls] == [
+        ("get_controller_copyback_sorbctl", {"adapter_id": "0"}),
+        ("get_controller_copyback_sorbctl", {"index": 2})]
+
+
+def test_copyback_rate_sorbctl_keeps_only_rate(rig):
+    raid, host = rig("sorbctl")
+    host.on("get_controller_config_sorbctl", parser({"CopyBack Rate": "low", "Rebuild Rate": "high"}))
+    assert raid.get_copyback_rate(adapter_id="0") == {"CopyBack Rate": "low"}
+    assert host.calls == [("self", "get_controller_config_sorbctl", {"adapter_id": "0"})]
+
+
+def test_precopy_info_sorbctl_renames_switch(rig):
+    raid, host = rig("sorbctl")
+    host.on("get_controller_precopy_sorbctl",
+            parser({"Precopy Switch": "Off", "Precopy Threshold": "80"}))
+    assert raid.get_precopy_info() == {"Precopy Threshold": "80", "precopy_switch": "off"}
+    assert host.calls == [("self", "get_controller_precopy_sorbctl", {})]
+
+
+def test_pd_copyback_func_returns_parsed_output(rig):
+    raid, host = rig("storcli64")
+    parsed = [{"Drive-ID": "/c0/e65/s0", "Status": "Success"}]
+    host.on("pd_copyback_func_storcli64", parser(parsed))
+    assert raid.set_pd_copyback_func("65", "0", "pause", adapter_id="0") is parsed
+    assert list(host.last().params.items()) == [("eid", "65"), ("sid", "0"), ("oper", "pause"),
+                                                ("adapter_id", "0")]
+
+
+@pytest.mark.parametrize("extra, drive_id", [({"adapter_id": "0"}, "c0:e0:s1"),
+                                             ({}, "cNone:e0:s1")])
+def test_pd_copyback_info_sorbctl(rig, extra, drive_id):
+    raid, host = rig("sorbctl")
+    detail = {"CopybackProgress": "0%", "CopybackStatus": "In progress",
+              "CopybackTimeLeft": "0 min", "Model": "ST6000"}
+    host.on("get_controller_pd_info_sorbctl", parser({"DriveDetailInformation": detail}))
+    out = raid.get_pd_copyback_info(eid="0", sid="1", **extra)
+    assert {k: out[k] for k in ("Drive-ID", "Progress", "Status", "Estimated_time_left")} == {
+        "Drive-ID": drive_id, "Progress": "0%", "Status": "In progress",
+        "Estimated_time_left": "0 min"}
+    assert list(out) == ["Drive-ID", "Progress", "Status", "Estimated_time_left", "raw_data"]
+    assert host.calls == [("self", "get_controller_pd_info_sorbctl",
+                           dict({"eid": "0", "sid": "1"}, **extra))]
+
+
+def test_pd_copyback_info_storcli64_first_row(rig):
+    raid, host = rig("storcli64")
+    row = {"Drive-ID": "/c0/e65/s0", "Progress%": 45, "Status": "In progress",
+           "Estimated Time Left": "9 Minutes"}
+    host.on("pd_copyback_show_storcli64", parser([row, {}]))
+    assert raid.get_pd_copyback_info(eid="65", sid="0") == {
+        "Drive-ID": "/c0/e65/s0", "Progress": 45, "Status": "In progress",
+        "Estimated_time_left": "9 Minutes", "raw_data": row}
+    host.on("pd_copyback_show_storcli64", parser([]))
+    with pytest.raises(IndexError):
+        raid.get_pd_copyback_info(eid="65", sid="0")
