@@ -262,10 +262,11 @@ def test_sorbctl_passthru_reads_little_endian_words_then_removes_scratch(rig):
     ]
 
 
-def test_sorbctl_passthru_offset_only_dump_gives_no_bytes(rig):
+@pytest.mark.parametrize("dump", [["0000000"], ["00010"], ["000000a", ""], []])
+def test_sorbctl_passthru_offset_only_dump_gives_no_bytes(rig, dump):
     raid, host = rig("sorbctl")
     host.on("send_controller_pd_passthru_sorbctl", parser("ok"))
-    host.on("hexdump", parser(["0000000"]))
+    host.on("hexdump", parser(dump))
     host.on("rm", parser(""))
     assert raid.controller_command_passthru("0", "3", "cdb") == ("ok", [])
     assert host.wrappers == ["send_controller_pd_passthru_sorbctl", "hexdump", "rm"]
