@@ -102,17 +102,21 @@ def test_capacitance_arcconf_reads_controller_section(rig):
         raid.get_capacitance_info()
 
 
-@pytest.mark.parametrize("tool, wrapper, parsed", [
-    ("storcli64", "ctr_get_cv_all_storcli64", CV_ALL),
-    ("sorbctl", "get_controller_supercap_sorbctl", {"Status": "OK", "Temperature": "34 C"}),
-    ("arcconf", "ctr_get_adpt_cfg_arcconf", {"controller_information": {"backup_unit_status": "Ready"}}),
+@pytest.mark.parametrize("tool, wrapper, parsed, raw", [
+    ("storcli64", "ctr_get_cv_all_storcli64", CV_ALL,
+     {"Model": "CVPM05", "State": "Optimal", "Temperature": "34 C", "Replacement required": "No",
+      "Serial Number": "15231"}),
+    ("sorbctl", "get_controller_supercap_sorbctl", {"Status": "OK", "Temperature": "34 C"},
+     {"Status": "OK", "Temperature": "34 C"}),
+    ("arcconf", "ctr_get_adpt_cfg_arcconf", {"controller_information": {"backup_unit_status": "Ready"}},
+     {"backup_unit_status": "Ready"}),
 ])
-def test_capacitance_record_carries_documented_keys(rig, tool, wrapper, parsed):
+def test_capacitance_record_carries_documented_keys(rig, tool, wrapper, parsed, raw):
     raid, host = rig(tool)
     host.on(wrapper, parser(parsed))
     result = raid.get_capacitance_info()
     assert set(CAP_KEYS) <= set(result)
-    assert result["raw_data"] == (parsed if tool == "sorbctl" else result["raw_data"])
+    assert result["raw_data"] == raw
     assert list(result)[-1] == "raw_data"
     assert result["Status"] in ("Optimal", "OK", "Ready")
 
