@@ -253,13 +253,14 @@ def test_variant_objects_take_no_arguments(rig):
     host.on("ctr_set_ctrl_mode_arcconf", parser("success"))
     captured = []
     raid._distributor = lambda raid_tool: (lambda f: captured.append(f) or f)
-    assert raid.set_ctl_mode("3") is True  # the last registration (arcconf) runs
-    assert [v.__name__ for v in captured] == ["set_ctl_mode"] * 3
-    variant = captured[0]
     with pytest.raises(OrvexException, match="LSI卡storcli64工具没有"):
-        variant()
+        raid.set_ctl_mode("3")  # this decorator runs whatever came last: storcli64
+    assert [(v.raid_tool, v.__name__) for v in captured] == [
+        ("arcconf", "set_ctl_mode"), ("sorbctl", "set_ctl_mode"), ("storcli64", "set_ctl_mode")]
+    assert captured[0]() is True  # the arcconf variant itself
+    assert host.wrappers == ["ctr_set_ctrl_mode_arcconf"]
     with pytest.raises(TypeError, match="takes no arguments"):
-        variant(1)
+        captured[0](1)
 
 
 # -- declared result types --------------------------------------------------

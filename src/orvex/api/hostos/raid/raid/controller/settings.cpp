@@ -143,9 +143,9 @@ void add_controller_settings_ops(OpList& ops) {
       "    mode (str): 工作模式，\"2\"、\"3\" 或 \"5\"。\n"
       "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
       "返回:\n    parser_exec_cmd_format 对命令结果的判定。",
-      {refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置控制卡工作模式 功能"),
+      {action(Tool::arcconf, "ctr_set_ctrl_mode_arcconf"),
        refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置控制卡工作模式 功能"),
-       action(Tool::arcconf, "ctr_set_ctrl_mode_arcconf")}});
+       refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置控制卡工作模式 功能")}});
   ops.push_back(OpDef{
       "set_jbod_state", "state, **kwargs",
       "打开或关闭控制器的直通（JBOD）功能。\n\n"
