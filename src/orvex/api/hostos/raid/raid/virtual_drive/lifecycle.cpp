@@ -291,7 +291,8 @@ Ref members_arcconf(Call& c) {
   Ref key = concat({head.get(), vid_text.get()});
   Ref drive = PyDict_Check(devices.get()) ? get(devices.get(), key.get()) : none();
   if (!PyDict_Check(drive.get())) {
-    raise_orvex(format("获取虚拟磁盘成员信息失败，未找到逻辑盘 %U", vid_text.get()).get());
+    Ref head_missing = str("获取虚拟磁盘成员信息失败，未找到逻辑盘 ");
+    raise_orvex(concat({head_missing.get(), vid_text.get()}).get());
   }
   Ref positions = list();
   Ref one = integer(1), two = integer(2), three = integer(3), four = integer(4);
@@ -320,7 +321,9 @@ Ref members_arcconf(Call& c) {
     if (spare.get() != Py_None) add(spare.get());
   });
   if (PyObject_Size(positions.get()) == 0) {
-    raise_orvex(format("获取虚拟磁盘成员信息失败，逻辑盘 %U 没有可读取的成员盘", vid_text.get()).get());
+    Ref head_empty = str("获取虚拟磁盘成员信息失败，逻辑盘 ");
+    Ref tail_empty = str(" 没有可读取的成员盘");
+    raise_orvex(concat({head_empty.get(), vid_text.get(), tail_empty.get()}).get());
   }
   Ref members = c.formatter_call("get_virtual_drive_member_drives_raid_format", {positions.get()});
   Ref head_ok = str("获取虚拟盘成员");
