@@ -35,7 +35,7 @@ def ids(records):
     return [(r["eid"], r["sid"]) for r in records]
 
 
-def test_variants_carry_template_names_and_declared_signatures(rig):
+def test_declared_signatures_and_chinese_docs(rig):
     raid, _ = rig()
     import inspect
     assert str(inspect.signature(raid.get_one_physical_drive_info)) == "(*, eid, sid, **kwargs)"
