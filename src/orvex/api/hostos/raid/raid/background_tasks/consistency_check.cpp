@@ -2,10 +2,12 @@
 // drives, start time, period, rate, repair policy, parallel drive count, and
 // the state query.
 #include "../frame/frame.hpp"
+#include "../frame/toolkit.hpp"
 
 namespace raid {
 
 using namespace py;
+using namespace kit;
 
 namespace {
 
@@ -13,59 +15,17 @@ constexpr const char* kScheduleStorcli64 = "ctr_set_cc_cfg_storcli64";
 constexpr const char* kSetSorbctl = "set_controller_ccheck_sorbctl";
 constexpr const char* kQuerySorbctl = "get_controller_ccheck_sorbctl";
 
-Ref checked_dispatch(Call& c, const char* wrapper) {
-  Ref p = c.parsed(wrapper);
-  return boolean(Call::success(p.get()));
-}
-
 // The start of the next full hour on the controller's clock, as
 // "%Y/%m/%d %H".  The clock is read from the default controller: no
 // adapter_id is passed to get_ctl_current_time.
 Ref next_hour_on_controller(Call& c) {
   Ref clock = c.method("get_ctl_current_time", nullptr);
-  Ref datetime = Ref::steal(PyImport_ImportModule("datetime"));
-  Ref datetime_type = getattr(datetime.get(), "datetime");
-  Ref clock_form = str("%Y/%m/%d %H:%M:%S");
-  Ref now = call_method(datetime_type.get(), "strptime", {clock.get(), clock_form.get()});
-  Ref one = integer(1);
-  Ref hours = dict({{"hours", one.get()}});
-  Ref timedelta = getattr(datetime.get(), "timedelta");
-  Ref step = call(timedelta.get(), {}, hours.get());
-  Ref later = Ref::steal(PyNumber_Add(now.get(), step.get()));
-  Ref start_form = str("%Y/%m/%d %H");
-  return call_method(later.get(), "strftime", {start_form.get()});
+  return shift_time(clock.get(), "%Y/%m/%d %H:%M:%S", "hours", 1, "%Y/%m/%d %H");
 }
 
 void schedule_start(Call& c) {
   Ref start = next_hour_on_controller(c);
   c.p_set("start_time", start.get());
-}
-
-// str(int(value) * 24): days as the tool's hours.
-Ref days_as_hours(PyObject* days) {
-  Ref whole = Ref::steal(PyNumber_Long(days));
-  Ref factor = integer(24);
-  Ref hours = Ref::steal(PyNumber_Multiply(whole.get(), factor.get()));
-  return to_str(hours.get());
-}
-
-// The property/value table of a storcli64 controller query, flattened into
-// {Ctrl_Prop: Value}.
-Ref flatten_ctrl_props(PyObject* parser) {
-  Ref rows = index(parser, "Controller Properties");
-  Ref flat = dict();
-  Ref it = Ref::steal(PyObject_GetIter(rows.get()));
-  while (true) {
-    Ref row = Ref::steal_or_null(PyIter_Next(it.get()));
-    if (!row) {
-      if (PyErr_Occurred()) fail();
-      break;
-    }
-    Ref prop = index(row.get(), "Ctrl_Prop");
-    Ref value = index(row.get(), "Value");
-    set_item(flat.get(), prop.get(), value.get());
-  }
-  return flat;
 }
 
 Ref switch_storcli64(Call& c) {

@@ -1,44 +1,14 @@
 // Patrol read: controller-wide state, rate, parameters and switch, and the
 // per-drive scan and its progress.
 #include "../frame/frame.hpp"
+#include "../frame/toolkit.hpp"
 
 namespace raid {
 
 using namespace py;
+using namespace kit;
 
 namespace {
-
-// The property/value table of a storcli64 controller query, flattened into
-// {Ctrl_Prop: Value}.
-Ref flatten_ctrl_props(PyObject* parser) {
-  Ref rows = index(parser, "Controller Properties");
-  Ref flat = dict();
-  Ref it = Ref::steal(PyObject_GetIter(rows.get()));
-  while (true) {
-    Ref row = Ref::steal_or_null(PyIter_Next(it.get()));
-    if (!row) {
-      if (PyErr_Occurred()) fail();
-      break;
-    }
-    Ref prop = index(row.get(), "Ctrl_Prop");
-    Ref value = index(row.get(), "Value");
-    set_item(flat.get(), prop.get(), value.get());
-  }
-  return flat;
-}
-
-// str(int(value) * 24): days as the tool's hours.
-Ref days_as_hours(PyObject* days) {
-  Ref whole = Ref::steal(PyNumber_Long(days));
-  Ref factor = integer(24);
-  Ref hours = Ref::steal(PyNumber_Multiply(whole.get(), factor.get()));
-  return to_str(hours.get());
-}
-
-Ref checked_dispatch(Call& c, const char* wrapper) {
-  Ref p = c.parsed(wrapper);
-  return boolean(Call::success(p.get()));
-}
 
 Ref ctl_status_storcli64(Call& c) {
   Ref parser = c.parsed("ctr_get_patrolread_storcli64");

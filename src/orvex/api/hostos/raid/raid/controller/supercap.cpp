@@ -1,22 +1,16 @@
 // Supercapacitor information and self-learn.
 #include "../frame/frame.hpp"
+#include "../frame/toolkit.hpp"
 
 namespace raid {
 
 using namespace py;
+using namespace kit;
 
 namespace {
 
 // The date-command format of the host clock and of the sorbctl start time.
 constexpr const char* kClockFormat = "%Y-%m-%d,%H:%M:%S";
-
-// Calls f(element) for every element of an iterable, in order.
-template <class F>
-void each(PyObject* iterable, F&& f) {
-  Ref it = Ref::steal(PyObject_GetIter(iterable));
-  while (Ref element = Ref::steal_or_null(PyIter_Next(it.get()))) f(element.get());
-  if (PyErr_Occurred()) fail();
-}
 
 // Adds row["Property"] -> row["Value"] for every row of every section.
 void add_properties(PyObject* sections, PyObject* info) {
@@ -79,16 +73,8 @@ Ref host_clock(Call& c) {
   Ref lines = get(first.get(), "parser");
   Ref text = item(lines.get(), 0);
 
-  Ref datetime = Ref::steal(PyImport_ImportModule("datetime"));
-  Ref datetime_type = getattr(datetime.get(), "datetime");
-  Ref timedelta_type = getattr(datetime.get(), "timedelta");
-  Ref fmt = str(kClockFormat);
-  Ref now = call_method(datetime_type.get(), "strptime", {text.get(), fmt.get()});
-  Ref zero = integer(0);
-  Ref span_kwargs = dict({{"seconds", zero.get()}});
-  Ref span = call(timedelta_type.get(), {}, span_kwargs.get());
-  Ref date_after_one_min = Ref::steal(PyNumber_Add(now.get(), span.get()));
-  return call_method(date_after_one_min.get(), "strftime", {fmt.get()});
+  // Re-formatted after a shift of zero seconds: the start time is "now".
+  return shift_time(text.get(), kClockFormat, "seconds", 0, kClockFormat);
 }
 
 Ref supercap_learn_sorbctl(Call& c) {

@@ -1,9 +1,11 @@
 // Copyback and precopy: controller switches and rates, per-drive copyback.
 #include "../frame/frame.hpp"
+#include "../frame/toolkit.hpp"
 
 namespace raid {
 
 using namespace py;
+using namespace kit;
 
 namespace {
 
@@ -49,10 +51,7 @@ Ref precopy_sorbctl(Call& c) {
 Ref pd_copyback_sorbctl(Call& c) {
   Ref p = c.parsed("get_controller_pd_info_sorbctl");
   Ref detail = index(p.get(), "DriveDetailInformation");
-  Ref a = c.p_get("adapter_id");
-  Ref e = c.p_get("eid");
-  Ref s = c.p_get("sid");
-  Ref id = format("c%S:e%S:s%S", a.get(), e.get(), s.get());
+  Ref id = drive_id(c);
   set_item(detail.get(), "Drive-ID", id.get());
   return c.format_with(detail.get(), "get_pd_copyback_info_raid");
 }

@@ -1,9 +1,11 @@
 // Physical drive erase and sanitize: start, stop and status.
 #include "../frame/frame.hpp"
+#include "../frame/toolkit.hpp"
 
 namespace raid {
 
 using namespace py;
+using namespace kit;
 
 namespace {
 
@@ -37,14 +39,6 @@ Ref sanitize_storcli64(Call& c) {
   Ref p = c.parsed("get_pd_sanitize_storcli64");
   Ref first = item(p.get(), 0);
   return c.format_with(first.get(), "get_pd_sanitize_format");
-}
-
-// The drive id as "c{adapter}:e{eid}:s{sid}"; a missing entry prints as None.
-Ref drive_id(Call& c) {
-  Ref a = c.p_get("adapter_id");
-  Ref e = c.p_get("eid");
-  Ref s = c.p_get("sid");
-  return format("c%S:e%S:s%S", a.get(), e.get(), s.get());
 }
 
 // sorbctl answers "fail" when no erase is known; that text is the result.

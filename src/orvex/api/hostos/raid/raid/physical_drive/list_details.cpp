@@ -1,33 +1,14 @@
 // Physical drive list and details: the short list of a controller's drives,
 // the detail record of one drive and the detail records of all drives.
 #include "../frame/frame.hpp"
+#include "../frame/toolkit.hpp"
 
 namespace raid {
 
 using namespace py;
+using namespace kit;
 
 namespace {
-
-// Iterates obj.<method>() (items, values) in order; f gets each element.
-template <class F>
-void each(PyObject* obj, const char* method, F&& f) {
-  Ref view = call_method(obj, method);
-  Ref it = Ref::steal(PyObject_GetIter(view.get()));
-  for (;;) {
-    Ref element = Ref::steal_or_null(PyIter_Next(it.get()));
-    if (!element) {
-      if (PyErr_Occurred()) fail();
-      return;
-    }
-    f(element.get());
-  }
-}
-
-bool same(PyObject* a, PyObject* b) {
-  int r = PyObject_RichCompareBool(a, b, Py_EQ);
-  if (r < 0) fail();
-  return r == 1;
-}
 
 // --- short list ------------------------------------------------------------
 
@@ -48,7 +29,7 @@ Ref list_arcconf(Call& c) {
   Ref parser = c.parsed("ctr_get_cfg_arcconf");
   Ref devices = get(parser.get(), "physical_device_information");
   Ref records = list();
-  each(devices.get(), "items", [&](PyObject* pair) {
+  each(call_method(devices.get(), "items").get(), [&](PyObject* pair) {
     Ref key = item(pair, 0);
     Ref record = item(pair, 1);
     Ref type = get(record.get(), "Type");
@@ -130,7 +111,7 @@ Ref all_storcli64(Call& c) {
   Ref pattern = str("^Drive.*Detailed Information$");
   Ref dash = str("-");
   Ref out = list();
-  each(parser.get(), "items", [&](PyObject* pair) {
+  each(call_method(parser.get(), "items").get(), [&](PyObject* pair) {
     Ref key = item(pair, 0);
     Ref value = item(pair, 1);
     Ref match = call_method(re.get(), "match", {pattern.get(), key.get()});
@@ -157,8 +138,8 @@ Ref all_arcconf(Call& c) {
   Ref groups = get(parser.get(), "physical_device_information");
   Ref records = list();
   Ref enclosure = str("enclosure_id");
-  each(groups.get(), "values", [&](PyObject* group) {
-    each(group, "values", [&](PyObject* record) {
+  each(call_method(groups.get(), "values").get(), [&](PyObject* group) {
+    each(call_method(group, "values").get(), [&](PyObject* record) {
       if (contains(record, enclosure.get())) return;
       append(records.get(), record);
     });

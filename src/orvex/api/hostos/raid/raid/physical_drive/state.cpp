@@ -1,10 +1,12 @@
 // Physical drive state operations: drive state, offline, pass-through, LED,
 // hot spare, rebuild control and status, re-insertion, boot drive, drive cache.
 #include "../frame/frame.hpp"
+#include "../frame/toolkit.hpp"
 
 namespace raid {
 
 using namespace py;
+using namespace kit;
 
 namespace {
 
@@ -20,22 +22,6 @@ Ref state_skipping_eed(Call& c) {
 
 constexpr char kPdSetStateStorcli64[] = "pd_set_state_storcli64";
 constexpr char kPdStateSorbctl[] = "set_controller_pd_state_sorbctl";
-
-// Replaces params[key] by table[params[key]]; values not in the table are
-// left alone.
-struct Pair {
-  const char* from;
-  const char* to;
-};
-void translate(Call& c, const char* key, std::initializer_list<Pair> table) {
-  Ref v = c.p_get(key);
-  for (const Pair& p : table) {
-    if (equals(v.get(), p.from)) {
-      c.p_set(key, p.to);
-      return;
-    }
-  }
-}
 
 // Like translate, but a value outside the table becomes None (sorbctl) or
 // fails with the lookup error (arcconf).
@@ -70,12 +56,6 @@ Ref hotspare_arcconf(Call& c) {
   }
   Ref p = c.parsed("set_controller_pd_hotspare_arcconf", Route::host);
   return boolean(Call::success(p.get()));
-}
-
-Ref concat(std::initializer_list<PyObject*> parts) {
-  Ref out = str("");
-  for (PyObject* part : parts) out = Ref::steal(PyUnicode_Concat(out.get(), part));
-  return out;
 }
 
 Ref rebuild_status_storcli64(Call& c) {
@@ -130,33 +110,7 @@ Ref rebuild_status_arcconf(Call& c) {
   return c.format_with(data.get(), "get_pd_rebuild_status_format");
 }
 
-// storcli64 first asks for boot order by firmware; controllers without that
-// feature refuse it, which is logged and otherwise ignored.
-Ref bootdrive_storcli64(Call& c) {
-  translate(c, "state", {{"primary", "on"}, {"secondary", "on"}});
-  Ref state = c.p_pop("state");
-  c.p_set("bootdrive", state.get());
-  Ref status = c.p_get("bootdrive");
-  c.p_set("status", status.get());
-  try {
-    c.dispatch("ctr_set_device_order_by_firmware");
-  } catch (const PyError&) {
-    if (!PyErr_ExceptionMatches(PyExc_Exception)) throw;
-    PyObject* type = nullptr;
-    PyObject* value = nullptr;
-    PyObject* trace = nullptr;
-    PyErr_Fetch(&type, &value, &trace);
-    PyErr_NormalizeException(&type, &value, &trace);
-    Ref t = Ref::steal_or_null(type);
-    Ref v = Ref::steal_or_null(value);
-    Ref tb = Ref::steal_or_null(trace);
-    Ref text = to_str(v ? v.get() : Py_None);
-    Ref head = str("不支持order_by_firmware功能,");
-    c.log_error(concat({head.get(), text.get()}).get());
-  }
-  Ref p = c.parsed("pd_set_bootdrive_storcli64");
-  return boolean(Call::success(p.get()));
-}
+Ref bootdrive_storcli64(Call& c) { return boot_drive_storcli64(c, "pd_set_bootdrive_storcli64"); }
 
 }  // namespace
 

@@ -1,37 +1,14 @@
 // Virtual drive creation, deletion and listing: the list of a controller's
 // virtual drives, the details of one or all of them and their member drives.
 #include "../frame/frame.hpp"
+#include "../frame/toolkit.hpp"
 
 namespace raid {
 
 using namespace py;
+using namespace kit;
 
 namespace {
-
-// Iterates an iterable in order; f gets each element (borrowed for the call).
-template <class F>
-void each(PyObject* iterable, F&& f) {
-  Ref it = Ref::steal(PyObject_GetIter(iterable));
-  for (;;) {
-    Ref element = Ref::steal_or_null(PyIter_Next(it.get()));
-    if (!element) {
-      if (PyErr_Occurred()) fail();
-      return;
-    }
-    f(element.get());
-  }
-}
-
-// Iterates dict.items() in order as (key, value).
-template <class F>
-void each_item(PyObject* mapping, F&& f) {
-  Ref items = call_method(mapping, "items");
-  each(items.get(), [&](PyObject* pair) {
-    Ref key = item(pair, 0);
-    Ref value = item(pair, 1);
-    f(key.get(), value.get());
-  });
-}
 
 bool same(PyObject* a, PyObject* b) {
   int r = PyObject_RichCompareBool(a, b, Py_EQ);

@@ -1,70 +1,13 @@
 // Virtual drive cache, I/O, emulation, visibility, access and boot policies.
 #include "../frame/frame.hpp"
+#include "../frame/toolkit.hpp"
 
 namespace raid {
 
 using namespace py;
+using namespace kit;
 
 namespace {
-
-template <class F>
-void each(PyObject* iterable, F&& f) {
-  Ref it = Ref::steal(PyObject_GetIter(iterable));
-  for (;;) {
-    Ref element = Ref::steal_or_null(PyIter_Next(it.get()));
-    if (!element) {
-      if (PyErr_Occurred()) fail();
-      return;
-    }
-    f(element.get());
-  }
-}
-
-template <class F>
-void each_item(PyObject* mapping, F&& f) {
-  Ref items = call_method(mapping, "items");
-  each(items.get(), [&](PyObject* pair) {
-    Ref key = item(pair, 0);
-    Ref value = item(pair, 1);
-    f(key.get(), value.get());
-  });
-}
-
-Ref concat(std::initializer_list<PyObject*> parts) {
-  Ref out = str("");
-  for (PyObject* p : parts) out = Ref::steal(PyUnicode_Concat(out.get(), p));
-  return out;
-}
-
-Ref re_call(const char* fn, const char* pattern, PyObject* text) {
-  Ref re = Ref::steal(PyImport_ImportModule("re"));
-  Ref pat = str(pattern);
-  return call_method(re.get(), fn, {pat.get(), text});
-}
-
-struct Pair {
-  const char* from;
-  const char* to;
-};
-
-// table[value], or None for a value outside the table.
-Ref lookup(PyObject* value, std::initializer_list<Pair> table) {
-  for (const Pair& p : table) {
-    if (equals(value, p.from)) return str(p.to);
-  }
-  return none();
-}
-
-// params[key] = table[params[key]] when listed; other values stay as given.
-void translate(Call& c, const char* key, std::initializer_list<Pair> table) {
-  Ref v = c.p_get(key);
-  for (const Pair& p : table) {
-    if (equals(v.get(), p.from)) {
-      c.p_set(key, p.to);
-      return;
-    }
-  }
-}
 
 // --- member drive cache -----------------------------------------------------
 
@@ -172,33 +115,7 @@ Ref emulation_storcli64(Call& c) {
 
 // --- boot drive --------------------------------------------------------------------
 
-// storcli64 first asks for boot order by firmware; controllers without that
-// feature refuse it, which is logged and otherwise ignored.
-Ref bootdrive_storcli64(Call& c) {
-  translate(c, "state", {{"primary", "on"}, {"secondary", "on"}});
-  Ref state = c.p_pop("state");
-  c.p_set("bootdrive", state.get());
-  Ref status = c.p_get("bootdrive");
-  c.p_set("status", status.get());
-  try {
-    c.dispatch("ctr_set_device_order_by_firmware");
-  } catch (const PyError&) {
-    if (!PyErr_ExceptionMatches(PyExc_Exception)) throw;
-    PyObject* type = nullptr;
-    PyObject* value = nullptr;
-    PyObject* trace = nullptr;
-    PyErr_Fetch(&type, &value, &trace);
-    PyErr_NormalizeException(&type, &value, &trace);
-    Ref t = Ref::steal_or_null(type);
-    Ref v = Ref::steal_or_null(value);
-    Ref tb = Ref::steal_or_null(trace);
-    Ref text = to_str(v ? v.get() : Py_None);
-    Ref head = str("不支持order_by_firmware功能,");
-    c.log_error(concat({head.get(), text.get()}).get());
-  }
-  Ref p = c.parsed("vd_set_bootdrive_storcli64");
-  return boolean(Call::success(p.get()));
-}
+Ref bootdrive_storcli64(Call& c) { return boot_drive_storcli64(c, "vd_set_bootdrive_storcli64"); }
 
 Ref boot_storcli64(Call& c) {
   Ref parser = c.parsed("ctr_get_boot_drive_storcli64");
