@@ -250,7 +250,7 @@ def test_variants_registered_in_order_each_reading_distributor_afresh(rig):
 
 def test_variant_objects_take_no_arguments(rig):
     raid, host = rig("arcconf")
-    host.on("ctr_set_ctrl_mode_arcconf", parser("success"))
+    host.on("ctr_set_ctrl_mode_arcconf", parser("Command completed successfully."))
     captured = []
     raid._distributor = lambda raid_tool: (lambda f: captured.append(f) or f)
     with pytest.raises(OrvexException, match="LSI卡storcli64工具没有"):
