@@ -186,7 +186,7 @@ class Controller:
         # patrol read
         self.pr_mode = "auto"    # auto, manual, disable
         self.pr_delay_hours = 168
-        self.pr_rate = "30"
+        self.pr_rate = "medium" if tool == "sorbctl" else "30"
         self.pr_pd_count = 2
         self.pr_start_time = ""
         self.pr_ssd = "off"
@@ -198,7 +198,7 @@ class Controller:
         self.cc_mode = "off"     # off, seq, conc
         self.cc_delay_hours = 168
         self.cc_start = ""
-        self.cc_rate = "30"
+        self.cc_rate = "medium" if tool == "sorbctl" else "30"
         self.cc_repair = "enable"
         self.cc_parallel = 1
         self.cc_excluded = []

@@ -703,7 +703,7 @@ class Storcli64(ToolView):
     # -- firmware and logs -----------------------------------------------------------------
     def ctr_update_fw_storcli64(self, p):
         path = str(self.need(p, "fw_file"))
-        if not path.lower().endswith(".rom"):
+        if not path.lower().endswith((".rom", ".bin")):
             raise Refused("%s is not a controller firmware image" % path)
         self.m.fw_version = "5.060.01-2270"
         self.m.log("firmware flashed from %s" % path)

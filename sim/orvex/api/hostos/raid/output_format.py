@@ -9,12 +9,25 @@ from orvex_sim.formats.diagnostics import DiagnosticsFormats
 from orvex_sim.formats.physical_drive import PhysicalDriveFormats
 from orvex_sim.formats.virtual_drive import VirtualDriveFormats
 
-_SUCCESS_WORDS = {
-    "storcli64": ("success",),
-    "arcconf": ("success", "command completed successfully"),
-    "sorbctl": ("success",),
-    "storelibtest": ("success",),
+import re
+
+# What each tool prints when an action went through, and what it prints when
+# it did not (checked first: "unsuccessful" is a failure).
+_SUCCESS = {
+    "storcli64": re.compile(r"\bsuccess", re.I),
+    "arcconf": re.compile(r"command completed successfully", re.I),
+    "sorbctl": re.compile(r"^\s*success", re.I),
+    "storelibtest": re.compile(r"\bsuccess", re.I),
 }
+_FAILURE = re.compile(r"\bfail|\berror|\babort|unsuccess", re.I)
+
+
+def _text(parsed):
+    if isinstance(parsed, dict):
+        return " ".join("%s %s" % (k, _text(v)) for k, v in parsed.items())
+    if isinstance(parsed, (list, tuple)):
+        return "\n".join(_text(x) for x in parsed)
+    return str(parsed)
 
 
 class OutputFormatter(ControllerFormats, DiagnosticsFormats, PhysicalDriveFormats,
@@ -23,13 +36,20 @@ class OutputFormatter(ControllerFormats, DiagnosticsFormats, PhysicalDriveFormat
         self.raid = raid
 
     def parser_exec_cmd_format(self, raw, tool):
-        """True when the tool reported success in its parsed output."""
-        parsed = raw.get("parser") if isinstance(raw, dict) else raw
-        if parsed is None:
+        """True when the tool reported that the action went through.
+
+        `raw` is the wrapper's raw answer (its `parser` entry is read) or the
+        parsed output itself.  storcli64 and storelibtest: the output names
+        success ("success", {"Status": "Success"}); arcconf: "Command completed
+        successfully."; sorbctl: the output starts with "success".  Output
+        that reports a failure, an error or an abort is False whatever else
+        it says, and so is a missing or empty output.
+        """
+        parsed = raw.get("parser") if isinstance(raw, dict) and "parser" in raw else raw
+        if parsed is None or parsed == "" or parsed == [] or parsed == {}:
             return False
-        if isinstance(parsed, (list, tuple)):
-            text = " ".join(str(x) for x in parsed)
-        else:
-            text = str(parsed)
-        text = text.lower()
-        return any(word in text for word in _SUCCESS_WORDS.get(tool, ("success",)))
+        text = _text(parsed)
+        if _FAILURE.search(text):
+            return False
+        pattern = _SUCCESS.get(tool, _SUCCESS["storcli64"])
+        return bool(pattern.search(text))
