@@ -11,14 +11,10 @@ from orvex_sim.formats.virtual_drive import VirtualDriveFormats
 
 import re
 
-# What each tool prints when an action went through, and what it prints when
-# it did not (checked first: "unsuccessful" is a failure).
-_SUCCESS = {
-    "storcli64": re.compile(r"\bsuccess", re.I),
-    "arcconf": re.compile(r"command completed successfully", re.I),
-    "sorbctl": re.compile(r"^\s*success", re.I),
-    "storelibtest": re.compile(r"\bsuccess", re.I),
-}
+# Every tool names success in its action output ("success", {"Status":
+# "Success"}, arcconf's "Command completed successfully."); a failure, an
+# error or an abort outweighs it ("unsuccessful" is a failure too).
+_SUCCESS = re.compile(r"success", re.I)
 _FAILURE = re.compile(r"\bfail|\berror|\babort|unsuccess", re.I)
 
 
@@ -39,11 +35,12 @@ class OutputFormatter(ControllerFormats, DiagnosticsFormats, PhysicalDriveFormat
         """True when the tool reported that the action went through.
 
         `raw` is the wrapper's raw answer (its `parser` entry is read) or the
-        parsed output itself.  storcli64 and storelibtest: the output names
-        success ("success", {"Status": "Success"}); arcconf: "Command completed
-        successfully."; sorbctl: the output starts with "success".  Output
-        that reports a failure, an error or an abort is False whatever else
-        it says, and so is a missing or empty output.
+        parsed output itself (a text, a list of lines or a dictionary, whose
+        keys and values are read).  Output that reports a failure, an error or
+        an abort is False whatever else it says, and so is a missing or empty
+        output; otherwise the action went through when the output names
+        success.  `tool` is the variant's tool kind; all of them word success
+        and failure alike.
         """
         parsed = raw.get("parser") if isinstance(raw, dict) and "parser" in raw else raw
         if parsed is None or parsed == "" or parsed == [] or parsed == {}:
@@ -51,5 +48,4 @@ class OutputFormatter(ControllerFormats, DiagnosticsFormats, PhysicalDriveFormat
         text = _text(parsed)
         if _FAILURE.search(text):
             return False
-        pattern = _SUCCESS.get(tool, _SUCCESS["storcli64"])
-        return bool(pattern.search(text))
+        return bool(_SUCCESS.search(text))
