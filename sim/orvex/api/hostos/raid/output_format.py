@@ -34,15 +34,15 @@ class OutputFormatter(ControllerFormats, DiagnosticsFormats, PhysicalDriveFormat
     def parser_exec_cmd_format(self, raw, tool):
         """True when the tool reported that the action went through.
 
-        `raw` is the wrapper's raw answer (its `parser` entry is read) or the
-        parsed output itself (a text, a list of lines or a dictionary, whose
-        keys and values are read).  Output that reports a failure, an error or
+        `raw` is the wrapper's raw answer, whose `parser` entry is read (a
+        text, a list of lines or a dictionary, whose keys and values are
+        read); anything but a dictionary is taken as that entry itself.  Output that reports a failure, an error or
         an abort is False whatever else it says, and so is a missing or empty
         output; otherwise the action went through when the output names
         success.  `tool` is the variant's tool kind; all of them word success
         and failure alike.
         """
-        parsed = raw.get("parser") if isinstance(raw, dict) and "parser" in raw else raw
+        parsed = raw.get("parser") if isinstance(raw, dict) else raw
         if parsed is None or parsed == "" or parsed == [] or parsed == {}:
             return False
         text = _text(parsed)

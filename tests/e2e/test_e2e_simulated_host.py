@@ -1,0 +1,331 @@
+"""The simulated host as a test engineer meets it: refusals where hardware
+refuses (and nothing changes), tasks that progress with time, failures and
+rebuilds, the choice of host, and the judgment of action output."""
+import pytest
+
+import orvex_sim
+from orvex.api.hostos.hostos_base import HostOSBase
+from orvex.api.hostos.raid import raid as raid_module
+from orvex.api.hostos.raid.output_format import OutputFormatter
+from orvex.exception.orvex_exception import OrvexException
+from orvex_sim.simhost import CommandFailed, SimulatedHost, UnknownWrapper
+
+TOOLS = ("storcli64", "arcconf", "sorbctl")
+OPTIMAL = {"storcli64": "Optl", "arcconf": "Optimal", "sorbctl": "Normal"}
+FAILED = {"storcli64": "ubad", "arcconf": "failed", "sorbctl": "failed"}
+DEGRADED = {"storcli64": "Dgrd", "arcconf": "Degraded", "sorbctl": "Degraded"}
+
+
+def make(tool, **options):
+    host = SimulatedHost(tool, **options)
+    with orvex_sim.use(host):
+        raid = raid_module.Raid()
+    return raid, host, host.model.drives[0].eid
+
+
+def create(raid, e, level, *slots, **extra):
+    extra.setdefault("pd_per_array", "")
+    return raid.create_virtual_drive(raid_level=level, drives=["%s:%s" % (e, s) for s in slots],
+                                     **extra)
+
+
+def snapshot(raid):
+    return ([v["raw_data"] for v in raid._get_virtual_drive_list()],
+            [d["raw_data"] for d in raid._get_physical_drive_list()])
+
+
+REFUSED = [
+    ("RAID 1 of one drive", lambda r, e: create(r, e, "1", 0)),
+    ("RAID 1 of three drives", lambda r, e: create(r, e, "1", 0, 1, 2)),
+    ("RAID 5 of two drives", lambda r, e: create(r, e, "5", 0, 1)),
+    ("SAS and SATA mixed", lambda r, e: create(r, e, "5", 0, 1, 6)),
+    ("HDD and SSD mixed", lambda r, e: create(r, e, "1", 3, 4)),
+    ("a drive already in use", lambda r, e: create(r, e, "1", 1, 2)),
+    ("a drive that does not exist", lambda r, e: create(r, e, "1", 2, 42)),
+    ("a size beyond the drives", lambda r, e: create(r, e, "1", 2, 3, size="5TB")),
+    ("an unknown RAID level", lambda r, e: create(r, e, "7", 2, 3)),
+    ("deleting a missing virtual drive", lambda r, e: r.delete_virtual_drive(vid="9")),
+    ("a spare that does not exist", lambda r, e: r.set_pd_hotspare_drive(e, "99", "add")),
+    ("a member as hot spare", lambda r, e: r.set_pd_hotspare_drive(e, "0", "add")),
+    ("releasing a drive that is no spare", lambda r, e: r.set_pd_hotspare_drive(e, "3",
+                                                                                "delete")),
+    ("erasing a member", lambda r, e: r.start_pd_erase(eid=e, sid="0", mode="simple")),
+    ("stopping an erase that never ran", lambda r, e: r.stop_pd_erase(eid=e, sid="3")),
+    ("an unknown erase mode", lambda r, e: r.start_pd_erase(eid=e, sid="3", mode="deep")),
+    ("a cache policy for a missing virtual drive", lambda r, e: r.set_virtual_drive_wrcache(
+        vid="5", wrcache="wt")),
+    ("an expansion beyond the drives", lambda r, e: r.add_pd_expand_array(
+        vid="0", drives=["%s:0" % e])),
+]
+
+
+@pytest.mark.parametrize("tool", TOOLS)
+@pytest.mark.parametrize("why, call", REFUSED, ids=[r[0] for r in REFUSED])
+def test_refused_requests_answer_false_and_change_nothing(tool, why, call):
+    raid, host, e = make(tool)
+    assert create(raid, e, "1", 0, 1) is True
+    before = snapshot(raid)
+    assert call(raid, e) is False
+    assert snapshot(raid) == before
+
+
+@pytest.mark.parametrize("tool", TOOLS)
+def test_hot_spare_takes_over_a_failed_member_and_rebuilds_it(tool):
+    raid, host, e = make(tool)
+    assert create(raid, e, "1", 0, 1) is True
+    assert raid.set_pd_hotspare_drive(e, "3", "add") is True
+    host.fail_drive(e, "1")
+    assert raid.get_one_physical_drive_info(eid=e, sid="1")["status"] == FAILED[tool]
+    assert raid.get_one_physical_drive_info(eid=e, sid="3")["status"] == "reconstructing"
+    assert raid._get_virtual_drive_list()[0]["status"] == DEGRADED[tool]
+    assert raid.get_virtual_drive_member_drives(vid="0") == [{"eid": e, "sid": "0"},
+                                                             {"eid": e, "sid": "3"}]
+    first = int(str(raid.get_pd_rebuild_status(eid=e, sid="3")["progress"]).rstrip("%"))
+    host.advance(30)
+    later = int(str(raid.get_pd_rebuild_status(eid=e, sid="3")["progress"]).rstrip("%"))
+    assert 0 <= first < later < 100
+    host.advance(80)
+    assert raid.get_one_physical_drive_info(eid=e, sid="3")["status"] == "online"
+    assert raid._get_virtual_drive_list()[0]["status"] == OPTIMAL[tool]
+
+
+def test_without_a_spare_an_offline_member_is_rebuilt_on_request():
+    raid, host, e = make("storcli64")
+    assert create(raid, e, "5", 0, 1, 2) is True
+    assert raid.set_disk_rebuild(eid=e, sid="1", oper="start") is False   # still online
+    assert raid.set_disk_offline(eid=e, sid="1") is True
+    assert raid._get_virtual_drive_list()[0]["status"] == "Dgrd"
+    assert raid.set_disk_rebuild(eid=e, sid="1", oper="start") is True
+    assert raid.set_disk_rebuild(eid=e, sid="1", oper="pause") is True
+    paused = raid.get_pd_rebuild_status(eid=e, sid="1")
+    host.advance(50)
+    assert raid.get_pd_rebuild_status(eid=e, sid="1")["progress"] == paused["progress"]
+    assert raid.get_pd_rebuild_status(eid=e, sid="1")["status"] == "Paused"
+    assert raid.set_disk_rebuild(eid=e, sid="1", oper="resume") is True
+    host.advance(100)
+    assert raid.get_pd_rebuild_status(eid=e, sid="1")["status"] == "Not in progress"
+    assert raid._get_virtual_drive_list()[0]["status"] == "Optl"
+
+
+def test_auto_rebuild_off_leaves_the_spare_alone():
+    raid, host, e = make("storcli64")
+    assert create(raid, e, "1", 0, 1) is True
+    assert raid.set_pd_hotspare_drive(e, "3", "add") is True
+    assert raid.set_ctl_auto_rebuild("off") is True
+    host.fail_drive(e, "0")
+    assert raid.get_one_physical_drive_info(eid=e, sid="3")["status"] == "hotspare"
+    assert raid._get_virtual_drive_list()[0]["status"] == "Dgrd"
+
+
+@pytest.mark.parametrize("tool", ("storcli64", "sorbctl"))
+def test_consistency_check_progresses_with_time_and_ends(tool):
+    raid, host, e = make(tool)
+    assert create(raid, e, "5", 0, 1, 2) is True
+    host.advance(200)                                  # background initialisation ends
+    assert raid.set_virtual_drive_cc("0", "start") is True
+    assert raid.set_virtual_drive_cc("0", "start") is False   # already running
+
+    def status():
+        answer = raid.query_virtual_drive_cc_status("0")
+        return answer[0] if isinstance(answer, list) else answer
+
+    first = status()
+    assert first["Status"] in ("In progress", "Running")
+    host.advance(30)
+    assert int(str(status()["Progress"]).rstrip("%")) > int(str(first["Progress"]).rstrip("%"))
+    host.advance(100)
+    assert status()["Status"] in ("Not in progress", "Not Running")
+
+
+def test_consistency_check_of_raid_0_and_of_uninitialised_drives_is_refused():
+    raid, host, e = make("storcli64")
+    assert create(raid, e, "0", 3) is True
+    assert create(raid, e, "5", 0, 1, 2) is True
+    assert raid.set_virtual_drive_cc("0", "start") is False
+    assert raid.set_virtual_drive_cc("1", "start") is False    # still initialising
+    assert raid.set_virtual_drive_cc("1", "start", force="force") is True
+
+
+def test_background_initialisation_starts_on_parity_drives_only_while_switched_on():
+    raid, host, e = make("storcli64")
+    assert create(raid, e, "5", 0, 1, 2) is True
+    assert raid.get_virtual_drive_bgi_state(vid="0")[0]["Status"] == "In progress"
+    host.advance(150)
+    assert raid.get_virtual_drive_bgi_state(vid="0")[0]["Status"] == "Not in progress"
+    assert create(raid, e, "1", 6, 7) is True
+    assert raid.get_virtual_drive_bgi_state(vid="1")[0]["Status"] == "Not in progress"
+
+
+@pytest.mark.parametrize("tool", TOOLS)
+def test_erase_runs_to_completion(tool):
+    raid, host, e = make(tool)
+    assert raid.start_pd_erase(eid=e, sid="3", mode="simple") is True
+    running = raid.get_pd_erase(eid=e, sid="3", adapter_id="0")
+    assert running["Status"].lower() in ("in progress", "running")
+    host.advance(70)
+    assert raid.get_pd_erase(eid=e, sid="3", adapter_id="0")["Status"].lower() in (
+        "not in progress", "not running")
+
+
+@pytest.mark.parametrize("tool", TOOLS)
+def test_delete_frees_members_and_spares_of_the_array(tool):
+    raid, host, e = make(tool)
+    assert create(raid, e, "1", 0, 1) is True
+    spare = {"storcli64": dict(ar_id="0"), "arcconf": dict(ar_id="0"),
+             "sorbctl": dict(vd="0")}[tool]
+    assert raid.set_pd_hotspare_drive(e, "3", "add", **spare) is True
+    assert raid.delete_virtual_drive(vid="0") is True
+    assert [d["status"] for d in raid.get_all_physical_drive_info()][:4] == ["ugood"] * 4
+    assert raid._get_virtual_drive_list() == []
+
+
+def test_jbod_needs_the_controller_switch_and_a_free_drive():
+    raid, host, e = make("storcli64")
+    assert raid.set_disk_jbod_state(eid=e, sid="3", state="on") is False
+    assert raid.set_jbod_state("on") is True
+    assert raid.set_disk_jbod_state(eid=e, sid="3", state="on") is True
+    assert raid.set_jbod_state("off") is False       # a JBOD drive exists
+    assert raid.set_jbod_state("off", force=True) is True
+    assert raid.get_one_physical_drive_info(eid=e, sid="3")["status"] == "ugood"
+
+
+def test_emulation_once_disabled_cannot_be_forced():
+    raid, host, e = make("storcli64")
+    assert create(raid, e, "1", 0, 1) is True
+    assert raid.set_vd_emulation(vid="0", emulation_type="1") is True
+    assert raid.set_vd_emulation(vid="0", emulation_type="2") is False
+    assert raid.get_vd_emulation(vid="0") == {"/c0/v0": {"Emulation type": "none"}}
+
+
+def test_hiding_twice_is_refused_showing_twice_is_not():
+    raid, host, e = make("storcli64")
+    assert create(raid, e, "1", 0, 1) is True
+    assert raid.set_ctl_vd_hidden(vid="0", state="on") is True
+    assert raid.set_ctl_vd_hidden(vid="0", state="on") is False
+    assert raid.set_ctl_vd_hidden(vid="0", state="off") is True
+    assert raid.set_ctl_vd_hidden(vid="0", state="off") is True
+
+
+def test_slow_drive_thresholds_are_checked_and_apply_after_a_reboot():
+    raid, host, e = make("sorbctl")
+    assert raid.set_slowdrive("raid", l1="300", l2="900") is False     # below 340 ms
+    assert raid.set_slowdrive("rawdrive", l2="800") is False           # below 810 ms
+    assert raid.set_slowdrive("raid", susize="512", l1="400") is False  # 410 ms at 512 KB
+    assert raid.set_slowdrive("raid", susize="512", l1="420") is True
+    state = raid.get_slowdrive_status()
+    assert state["next_config"]["Raid Threshold"]["L1"] == "420ms"
+    assert state["curr_config"]["Raid Threshold"]["L1"] == "340ms"
+
+
+def test_controller_clock_is_set_and_reads_back_moving_on():
+    raid, host, e = make("storcli64")
+    assert raid.set_controller_time(ctl_time="2030-01-01 00:00") is False
+    assert raid.set_controller_time(ctl_time="20300101 08:00:00") is True
+    host.advance(65)
+    assert raid.get_ctl_current_time() == "2030/01/01 08:01:06"
+
+
+@pytest.mark.parametrize("tool, message", [
+    ("storcli64", "does not exist"), ("sorbctl", "does not exist")])
+def test_queries_of_a_missing_drive_fail_like_the_tool(tool, message):
+    raid, host, e = make(tool)
+    with pytest.raises(CommandFailed, match=message):
+        raid.get_one_physical_drive_info(eid=e, sid="42")
+
+
+def test_arcconf_reports_a_missing_drive_itself():
+    raid, host, e = make("arcconf")
+    with pytest.raises(OrvexException, match=r"eid: \[0\], sid: \[42\]"):
+        raid.get_one_physical_drive_info(eid=e, sid="42")
+
+
+@pytest.mark.parametrize("tool, wrapper", [("storcli64", "no_such_wrapper"),
+                                           ("arcconf", "ctr_get_all_cfg_storcli64"),
+                                           ("sorbctl", "ctr_get_cfg_arcconf")])
+def test_a_wrapper_the_host_lacks_is_named_in_the_error(tool, wrapper):
+    host = SimulatedHost(tool)
+    with pytest.raises(UnknownWrapper, match="simulated %s host has no wrapper named '%s'"
+                       % (tool, wrapper)):
+        host.dispatch("self", wrapper, {})
+
+
+def test_dispatches_are_recorded_with_route_and_params():
+    raid, host, e = make("arcconf")
+    raid.get_controller_status_raid(adp_id="0")
+    assert [(c.route, c.wrapper, c.params) for c in host.calls] == [
+        ("host", "ctr_get_adpt_cfg_arcconf", {"adp_id": "0"})]
+
+
+def test_every_dispatch_moves_the_clock_by_the_step():
+    raid, host, e = make("storcli64", step=0)
+    start = host.clock
+    raid.get_ctl_current_time()
+    assert host.clock == start
+    raid, host, e = make("storcli64", step=2.5)
+    start = host.clock
+    raid.query_jbod_info()
+    raid.query_jbod_info()
+    assert (host.clock - start).total_seconds() == 5
+
+
+def test_host_commands():
+    host = SimulatedHost("sorbctl")
+    clock = host.dispatch("dispatcher", "system_clock",
+                          {"formatter": '"+%Y-%m-%d,%H:%M:%S"'})[0]["parser"]
+    assert clock == [host.clock.strftime("%Y-%m-%d,%H:%M:%S")]
+    host.files["/root/x"] = bytes([0x70, 0x00, 0x05, 0x00, 0x0a])
+    assert host.dispatch("self", "hexdump", {"param": "v", "file_path": "/root/x"})[0][
+        "parser"] == ["0000000 0070 0005 000a", "0000006"]
+    assert host.dispatch("self", "rm", {"path": "/root/x"})[0]["parser"] == ""
+    with pytest.raises(CommandFailed, match="No such file"):
+        host.dispatch("self", "cat", {"file_path": "/root/x"})
+    assert host.dispatch("self", "modinfo", {"modname": "sorbdrv"})[0]["parser"][
+        "version"] == "1.2.0.8"
+
+
+@pytest.mark.parametrize("env, tool", [(None, "storcli64"), ("arcconf", "arcconf"),
+                                       ("sorbctl", "sorbctl")])
+def test_raid_defaults_to_a_simulated_host_of_the_named_tool(monkeypatch, env, tool):
+    monkeypatch.setattr(orvex_sim, "_active", None)
+    if env is None:
+        monkeypatch.delenv("ORVEX_RAID_TOOL", raising=False)
+    else:
+        monkeypatch.setenv("ORVEX_RAID_TOOL", env)
+    raid = raid_module.Raid()
+    assert isinstance(raid.backend, SimulatedHost) and raid.backend.tool == tool
+    assert raid.query_controller_number() == "1"
+    assert raid.backend.wrappers == ["get_controller_number_" + tool]
+
+
+def test_an_unknown_tool_has_no_simulated_host():
+    with pytest.raises(ValueError, match="no simulated controller for tool 'megacli'"):
+        SimulatedHost("megacli")
+
+
+@pytest.mark.parametrize("parsed, verdict", [
+    ("success", True),
+    ("Command completed successfully.", True),
+    ({"Status": "Success", "Description": "None"}, True),
+    (["Command status: success", "0000: 70 00"], True),
+    ("failure: drive 252:9 does not exist", False),
+    ("Command failed: logical devices exist", False),
+    ("fail", False),
+    ("Unsuccessful", False),
+    ("error: success not reached", False),
+    ("done", False),
+    ("", False),
+    ([], False),
+    (None, False),
+])
+@pytest.mark.parametrize("tool", TOOLS)
+def test_action_output_is_judged_by_what_the_tool_reported(tool, parsed, verdict):
+    formatter = OutputFormatter(None)
+    assert formatter.parser_exec_cmd_format({"parser": parsed}, tool) is verdict
+    assert formatter.parser_exec_cmd_format({"stdout": "success"}, tool) is False
+
+
+def test_framework_base_reaches_the_active_backend():
+    host = SimulatedHost("sorbctl")
+    with orvex_sim.use(host):
+        base = HostOSBase()
+    assert base.dispatcher.get_raid_tool() == "sorbctl"
