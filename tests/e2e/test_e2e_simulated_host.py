@@ -329,3 +329,61 @@ def test_framework_base_reaches_the_active_backend():
     with orvex_sim.use(host):
         base = HostOSBase()
     assert base.dispatcher.get_raid_tool() == "sorbctl"
+
+
+STOPS = [
+    ("consistency check", ("storcli64", "sorbctl"),
+     lambda r, e: r.set_virtual_drive_cc("0", "start", force="force"),
+     lambda r, e: r.set_virtual_drive_cc("0", "stop"),
+     lambda r, e: first(r.query_virtual_drive_cc_status("0"))["Status"]),
+    ("virtual drive erase", ("storcli64", "sorbctl"),
+     lambda r, e: r.set_vd_erase("0", "start", mode="normal"),
+     lambda r, e: r.set_vd_erase("0", "stop"),
+     lambda r, e: first(r.get_vd_erase("0"))["Status"]),
+    ("drive patrol read", ("sorbctl",),
+     lambda r, e: r.set_pd_patrolread_oper("start", e, "3"),
+     lambda r, e: r.set_pd_patrolread_oper("stop", e, "3"),
+     lambda r, e: r.get_pd_patrolread_status(e, "3", adapter_id="0")["/c0/e65/s3"]["Status"]),
+    ("drive erase", TOOLS,
+     lambda r, e: r.start_pd_erase(eid=e, sid="3", mode="thorough"),
+     lambda r, e: r.stop_pd_erase(eid=e, sid="3"),
+     lambda r, e: r.get_pd_erase(eid=e, sid="3", adapter_id="0")["Status"]),
+]
+
+
+def first(answer):
+    return answer[0] if isinstance(answer, list) else answer
+
+
+@pytest.mark.parametrize("tool, what, start, stop, state", [
+    (tool, what, start, stop, state) for what, tools, start, stop, state in STOPS
+    for tool in tools], ids=["%s-%s" % (t, s[0]) for s in STOPS for t in s[1]])
+def test_stopping_needs_a_running_task_and_ends_it(tool, what, start, stop, state):
+    raid, host, e = make(tool)
+    assert create(raid, e, "5", 0, 1, 2) is True
+    assert stop(raid, e) is False
+    idle = state(raid, e)
+    assert start(raid, e) is True
+    assert state(raid, e) != idle
+    assert stop(raid, e) is True
+    assert state(raid, e) == idle
+
+
+@pytest.mark.parametrize("tool", ("storcli64", "sorbctl"))
+def test_foreign_configuration_cleared_frees_the_drive(tool):
+    raid, host, e = make(tool)
+    assert raid.set_controller_foreign_config(oper="delete") is False
+    host.add_foreign_config("3")
+    assert create(raid, e, "0", 3) is False
+    assert raid.set_controller_foreign_config(oper="delete") is True
+    assert raid._get_virtual_drive_list() == []
+    assert create(raid, e, "0", 3) is True
+
+
+def test_sorbctl_schedule_switch_refuses_what_is_already_so():
+    raid, host, e = make("sorbctl")
+    assert raid.set_ccheck_switch("off") is False
+    assert raid.set_ccheck_switch("on") is True
+    assert raid.set_ccheck_switch("on") is False
+    assert raid.set_ccheck_switch("off") is True
+    assert raid.query_ctl_ccheck_info()["CC Operation Mode"] == "off"
