@@ -387,3 +387,14 @@ def test_sorbctl_schedule_switch_refuses_what_is_already_so():
     assert raid.set_ccheck_switch("on") is False
     assert raid.set_ccheck_switch("off") is True
     assert raid.query_ctl_ccheck_info()["CC Operation Mode"] == "off"
+
+
+@pytest.mark.parametrize("tool, call, expected", [
+    ("storcli64", lambda r, e: r.set_pd_insert(eid=e, sid="3", dg="zero", arr="0", row="0"),
+     "failure: invalid value: invalid literal for int() with base 10: 'zero'"),
+    ("sorbctl", lambda r, e: r.set_kickdrive(period="ten"), False),
+], ids=["storcli64 drive group", "sorbctl kick period"])
+def test_values_the_tool_cannot_read_are_refused(tool, call, expected):
+    raid, host, e = make(tool)
+    assert call(raid, e) == expected
+    assert raid._get_virtual_drive_list() == []

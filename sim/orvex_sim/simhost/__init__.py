@@ -96,6 +96,8 @@ class SimulatedHost:
             answer = handler(p)
         except Refused as why:
             answer = self._view.failure(str(why))
+        except ValueError as why:       # a number or time the tool cannot read
+            answer = self._view.failure("invalid value: %s" % why)
         except NotFound as why:
             raise CommandFailed("%s: %s" % (wrapper, why))
         if isinstance(answer, list) and answer and isinstance(answer[0], dict) \
