@@ -76,6 +76,7 @@ def run(tool):
     drives = lambda *slots: ["%s:%d" % (e, s) for s in slots]  # noqa: E731
 
     log.step("controller and drives")
+    log.attempt("controller list", raid.get_all_controllers)
     status = raid.get_controller_status_raid()
     log("  controllers: %s, firmware %s, temperature %s, cache memory %s" % (
         raid.query_controller_number(), status["firmware_version"], status["temperature"],
