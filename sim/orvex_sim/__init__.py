@@ -4,12 +4,17 @@ A `Raid` object talks to whichever backend is active when it is built:
 
 * `RecordingHost` (tests): answers scripted per wrapper name and records every
   dispatch with its route and a copy of its params;
-* the simulated host (`orvex_sim.simhost`), when present: stateful fake
-  controllers answering as each tool's wrappers would.
+* `SimulatedHost` (`orvex_sim.simhost`, the default): a stateful host with
+  one controller of one tool kind, answering every wrapper of that tool in
+  its own parsed-output shape, with background tasks that move with
+  simulated time.
 
-Select one with `use(backend)` (also a context manager).  Without a choice,
-`current()` builds the default host for the tool named by the environment
-variable ORVEX_RAID_TOOL (storcli64 when unset).
+Select one with `use(backend)` (also a context manager), for example
+`use(SimulatedHost("arcconf"))`.  Without a choice, `current()` builds a
+`SimulatedHost` for the tool named by the environment variable
+ORVEX_RAID_TOOL (storcli64 when unset) and keeps it for later `Raid`
+objects.  A `Raid` object talks to the backend that was active when it was
+built.
 """
 import os
 
