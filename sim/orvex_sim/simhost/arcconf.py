@@ -3,7 +3,6 @@ sections ("controller_information", "physical_device_information",
 "logical_device_information" keyed "logical_device_number_<n>",
 "logical_device_task", ...).  Actions answer "Command completed
 successfully.", or "Command failed: <reason>"."""
-import datetime
 
 from orvex_sim.simhost.common import ToolView, passthru_bytes, wrappers
 from orvex_sim.simhost.model import ERASE_SECONDS, NotFound, Refused, Task
