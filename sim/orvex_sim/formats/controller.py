@@ -4,13 +4,16 @@ from orvex_sim.formats import Template  # noqa: F401
 class ControllerFormats:
     # -- controller status and information ---------------------------------
     def storcli64_get_controller_status_raid_treatments(self):
-        """Layer map cutting the controller record out of `show all`."""
+        """Layer map cutting the controller record out of `show all`; the
+        drive counts are top-level entries of that answer."""
         return {
             "Basics": True,
             "Version": True,
             "Bus": True,
             "Status": True,
             "HwCfg": True,
+            "Physical Drives": False,
+            "Virtual Drives": False,
         }
 
     def get_controller_status_raid_format(self, data):
