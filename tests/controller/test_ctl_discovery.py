@@ -104,6 +104,8 @@ STORCLI_SHOW_ALL = {
     "Status": {"Controller Status": "Optimal"},
     "HwCfg": {"ROC temperature(Degree Celsius)": "54", "On Board Memory Size": "2.000 GB"},
     "Capabilities": {"Supported Drives": "SAS, SATA"},
+    "Physical Drives": 8,
+    "Virtual Drives": 2,
 }
 
 ARCCONF_CFG = {
@@ -119,7 +121,8 @@ SORBCTL_STATUS = {"FwVersion": "5.060.00-2262", "Temperature": "54", "DdrSize": 
 
 @pytest.mark.parametrize("tool, wrapper, route, parsed, record", [
     ("storcli64", "ctr_get_all_cfg_storcli64", "self", STORCLI_SHOW_ALL,
-     {k: v for name in ("Basics", "Version", "Bus", "Status", "HwCfg") for k, v in STORCLI_SHOW_ALL[name].items()}),
+     dict({k: v for name in ("Basics", "Version", "Bus", "Status", "HwCfg")
+           for k, v in STORCLI_SHOW_ALL[name].items()}, **{"Physical Drives": 8, "Virtual Drives": 2})),
     ("arcconf", "ctr_get_adpt_cfg_arcconf", "host", ARCCONF_CFG, ARCCONF_CFG["controller_information"]),
     ("sorbctl", "get_controller_status_sorbctl", "self", SORBCTL_STATUS, SORBCTL_STATUS),
 ])
