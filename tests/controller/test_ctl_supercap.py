@@ -7,6 +7,12 @@ from orvex_sim.recorder import parser
 
 CAP_KEYS = ["Status", "Device Name", "Temperature", "SN", "Supercap SN", "Module Version",
             "Supercap Date of Manufacture", "Date of Manufacture", "PCB Version"]
+
+
+def sent(host):
+    return [(c.route, c.wrapper, list(c.params.items())) for c in host.calls]
+
+
 LEARN_KEYS = ["Last_learn_status", "Last_learn_time", "Learn_cycle", "Next_learn_time", "Present"]
 
 # A small template, so that results can be compared whole.
@@ -17,17 +23,15 @@ SMALL = Template({
 })
 
 CV_ALL = {
-    "Cachevault_Info": [
-        {"Property": "Model", "Value": "CVPM05"},
-        {"Property": "State", "Value": "Degraded"},
-        {"Property": "Temperature", "Value": "34 C"},
-    ],
+    "Cachevault_Info": [{"Property": "Model", "Value": "CVPM05"},
+                        {"Property": "State", "Value": "Degraded"},
+                        {"Property": "Temperature", "Value": "34 C"}],
     "Firmware_Status": [{"Property": "Replacement required", "Value": "No"}],
-    "Design_Info": [
-        {"Property": "Serial Number", "Value": "15231"},
-        {"Property": "State", "Value": "Optimal"},  # a later equal name wins
-    ],
+    "Design_Info": [{"Property": "Serial Number", "Value": "15231"},
+                    {"Property": "State", "Value": "Optimal"}],  # a later equal name wins
 }
+CV_FLAT = {"Model": "CVPM05", "State": "Optimal", "Temperature": "34 C",
+           "Replacement required": "No", "Serial Number": "15231"}
 
 CV_SIMPLE = {
     "Cachevault_Info": [{"Model": "CVPM05", "State": "Optimal", "Temp": "34C", "MfgDate": "2021/03/04"}],
@@ -40,15 +44,12 @@ def test_capacitance_storcli64_all_flattens_property_tables(rig):
     raid, host = rig("storcli64")
     host.on("ctr_get_cv_all_storcli64", parser(CV_ALL))
     raid.formatter.get_capacitance_info_format = SMALL
-    flat = {"Model": "CVPM05", "State": "Optimal", "Temperature": "34 C",
-            "Replacement required": "No", "Serial Number": "15231"}
     result = raid.get_capacitance_info(adapter_id="0")
-    assert result == {"Status": "Optimal", "Temperature": "34 C", "SN": "15231", "raw_data": flat}
+    assert result == {"Status": "Optimal", "Temperature": "34 C", "SN": "15231",
+                      "raw_data": CV_FLAT}
     assert list(result) == ["Status", "Temperature", "SN", "raw_data"]
-    assert list(result["raw_data"]) == list(flat)
-    (call,) = host.calls
-    assert (call.route, call.wrapper) == ("self", "ctr_get_cv_all_storcli64")
-    assert list(call.params.items()) == [("information", "all"), ("adapter_id", "0")]
+    assert list(result["raw_data"]) == list(CV_FLAT)
+    assert sent(host) == [("self", "ctr_get_cv_all_storcli64", [("information", "all"), ("adapter_id", "0")])]
 
 
 def test_capacitance_storcli64_simple_merges_rows(rig):
@@ -85,9 +86,7 @@ def test_capacitance_sorbctl(rig, record, status, information):
     assert result["Status"] == status
     assert result["Temperature"] == record.get("Temp", "")
     assert result["raw_data"]["Status"] == status
-    (call,) = host.calls
-    assert (call.route, call.wrapper) == ("self", "get_controller_supercap_sorbctl")
-    assert list(call.params.items()) == [("information", information), ("adapter_id", "0")]
+    assert sent(host) == [("self", "get_controller_supercap_sorbctl", [("information", information), ("adapter_id", "0")])]
 
 
 def test_capacitance_arcconf_reads_controller_section(rig):
@@ -103,9 +102,7 @@ def test_capacitance_arcconf_reads_controller_section(rig):
 
 
 @pytest.mark.parametrize("tool, wrapper, parsed, raw", [
-    ("storcli64", "ctr_get_cv_all_storcli64", CV_ALL,
-     {"Model": "CVPM05", "State": "Optimal", "Temperature": "34 C", "Replacement required": "No",
-      "Serial Number": "15231"}),
+    ("storcli64", "ctr_get_cv_all_storcli64", CV_ALL, CV_FLAT),
     ("sorbctl", "get_controller_supercap_sorbctl", {"Status": "OK", "Temperature": "34 C"},
      {"Status": "OK", "Temperature": "34 C"}),
     ("arcconf", "ctr_get_adpt_cfg_arcconf", {"controller_information": {"backup_unit_status": "Ready"}},
@@ -123,45 +120,42 @@ def test_capacitance_record_carries_documented_keys(rig, tool, wrapper, parsed, 
 
 # -- self-learn start ---------------------------------------------------------
 
-class Clock:
-    """The dispatcher: answers system_clock and insists on the params keyword."""
+def clock(raid, text):
+    """Stands in for the dispatcher: answers system_clock, insists on the params keyword."""
+    seen = []
 
-    def __init__(self, text):
-        self.text = text
-        self.seen = []
+    def dispatch(name, *, params):
+        seen.append((name, list(params.items())))
+        return [{"parser": [text, "second line"]}]
 
-    def dispatch(self, name, *, params):
-        self.seen.append((name, list(params.items())))
-        return [{"parser": [self.text, "second line"]}]
+    raid.dispatcher.dispatch = dispatch
+    return seen
 
 
-@pytest.mark.parametrize("clock, starttime", [
+@pytest.mark.parametrize("now, starttime", [
     ("2022-12-09,11:10:15", "2022-12-09,11:10:15"),
     ("2022-1-9,1:2:3", "2022-01-09,01:02:03"),
 ])
-@pytest.mark.parametrize("kwargs, sent", [
+@pytest.mark.parametrize("kwargs, params", [
     ({"adapter_id": "0"}, [("adapter_id", "0"), ("starttime", None), ("cycle", "30")]),
     ({"starttime": "", "cycle": ""}, [("starttime", None), ("cycle", "30")]),
     ({"cycle": "7", "starttime": None}, [("cycle", "7"), ("starttime", None)]),
 ])
-def test_supercap_learn_sorbctl_fills_clock_and_cycle(rig, clock, starttime, kwargs, sent):
+def test_supercap_learn_sorbctl_fills_clock_and_cycle(rig, now, starttime, kwargs, params):
     raid, host = rig("sorbctl")
-    reader = Clock(clock)
-    raid.dispatcher.dispatch = reader.dispatch
+    seen = clock(raid, now)
     host.on("set_supercap_self_learn_sorbctl", parser("Set supercap self learn success"))
     assert raid.set_supercap_learn(**kwargs) is True
-    assert reader.seen == [("system_clock", [("formatter", '"+%Y-%m-%d,%H:%M:%S"')])]
-    (call,) = host.calls
-    assert (call.route, call.wrapper) == ("self", "set_supercap_self_learn_sorbctl")
-    assert list(call.params.items()) == [(k, starttime if k == "starttime" else v) for k, v in sent]
+    assert seen == [("system_clock", [("formatter", '"+%Y-%m-%d,%H:%M:%S"')])]
+    assert sent(host) == [("self", "set_supercap_self_learn_sorbctl", [(k, starttime if k == "starttime" else v) for k, v in params])]
 
 
 def test_supercap_learn_sorbctl_keeps_given_start_time(rig):
     raid, host = rig("sorbctl")
     host.on("set_supercap_self_learn_sorbctl", parser("Learn cycle set"))
     assert raid.set_supercap_learn(starttime="2023/01/01 10:00:00", cycle="1") is False
-    (call,) = host.calls  # no clock read
-    assert list(call.params.items()) == [("starttime", "2023/01/01 10:00:00"), ("cycle", "1")]
+    assert sent(host) == [("self", "set_supercap_self_learn_sorbctl",  # no clock read
+                           [("starttime", "2023/01/01 10:00:00"), ("cycle", "1")])]
 
 
 @pytest.mark.parametrize("answer, expected", [
@@ -173,9 +167,7 @@ def test_supercap_learn_storcli64(rig, answer, expected):
     raid, host = rig("storcli64")
     host.on("ctr_start_cv_learn_storcli64", answer)
     assert raid.set_supercap_learn(adapter_id="0", cycle="7") is expected
-    (call,) = host.calls
-    assert (call.route, call.wrapper) == ("self", "ctr_start_cv_learn_storcli64")
-    assert list(call.params.items()) == [("adapter_id", "0"), ("cycle", "7")]
+    assert sent(host) == [("self", "ctr_start_cv_learn_storcli64", [("adapter_id", "0"), ("cycle", "7")])]
 
 
 @pytest.mark.parametrize("op, message", [
@@ -193,44 +185,33 @@ def test_arcconf_refuses_self_learn(rig, op, message):
 # -- self-learn record --------------------------------------------------------
 
 CV_LEARN = {
-    "Cachevault_Learn": [
-        {"Property": "Last Learn Status", "Value": "OK"},
-        {"Property": "Last Learn time", "Value": "2022-12-09 11:10:15"},
-    ],
-    "Cachevault_Schedule": [
-        {"Property": "Auto Learn Period", "Value": "30day"},
-        {"Property": "Next Learn time", "Value": "2023-01-08 11:10:15"},
-    ],
+    "Cachevault_Learn": [{"Property": "Last Learn Status", "Value": "OK"},
+                         {"Property": "Last Learn time", "Value": "2022-12-09 11:10:15"}],
+    "Cachevault_Schedule": [{"Property": "Auto Learn Period", "Value": "30day"},
+                            {"Property": "Next Learn time", "Value": "2023-01-08 11:10:15"}],
 }
 
 
-def test_self_learn_storcli64(rig):
-    raid, host = rig("storcli64")
-    host.on("ctr_get_cv_learn_storcli64", parser(CV_LEARN))
+SORB_LEARN = {"Present": "Yes", "Last Learn Status": "OK",
+              "Last Learn Time": "2022-12-09 11:10:15", "Learn Cycle": "30day",
+              "Next Learn Time": "2023-01-08 11:10:15"}
+
+
+@pytest.mark.parametrize("tool, wrapper, parsed, present, raw", [
+    ("storcli64", "ctr_get_cv_learn_storcli64", CV_LEARN, "",
+     {"Last Learn Status": "OK", "Last Learn time": "2022-12-09 11:10:15",
+      "Auto Learn Period": "30day", "Next Learn time": "2023-01-08 11:10:15"}),
+    ("sorbctl", "get_supercap_self_learn_sorbctl", SORB_LEARN, "Yes", SORB_LEARN),
+])
+def test_self_learn_record(rig, tool, wrapper, parsed, present, raw):
+    raid, host = rig(tool)
+    host.on(wrapper, parser(parsed))
     result = raid.get_supercap_self_learn_info(adapter_id="0")
-    flat = {"Last Learn Status": "OK", "Last Learn time": "2022-12-09 11:10:15",
-            "Auto Learn Period": "30day", "Next Learn time": "2023-01-08 11:10:15"}
     assert result == {"Last_learn_status": "OK", "Last_learn_time": "2022-12-09 11:10:15",
                       "Learn_cycle": "30day", "Next_learn_time": "2023-01-08 11:10:15",
-                      "Present": "", "raw_data": flat}
+                      "Present": present, "raw_data": raw}
     assert list(result) == LEARN_KEYS + ["raw_data"]
-    (call,) = host.calls
-    assert (call.route, call.wrapper) == ("self", "ctr_get_cv_learn_storcli64")
-    assert list(call.params.items()) == [("adapter_id", "0")]
-
-
-def test_self_learn_sorbctl(rig):
-    raid, host = rig("sorbctl")
-    record = {"Present": "Yes", "Last Learn Status": "OK", "Last Learn Time": "2022-12-09 11:10:15",
-              "Learn Cycle": "30day", "Next Learn Time": "2023-01-08 11:10:15"}
-    host.on("get_supercap_self_learn_sorbctl", parser(record))
-    result = raid.get_supercap_self_learn_info(adapter_id="0")
-    assert result == {"Last_learn_status": "OK", "Last_learn_time": "2022-12-09 11:10:15",
-                      "Learn_cycle": "30day", "Next_learn_time": "2023-01-08 11:10:15",
-                      "Present": "Yes", "raw_data": record}
-    (call,) = host.calls
-    assert (call.route, call.wrapper) == ("self", "get_supercap_self_learn_sorbctl")
-    assert list(call.params.items()) == [("adapter_id", "0")]
+    assert sent(host) == [("self", wrapper, [("adapter_id", "0")])]
 
 
 @pytest.mark.parametrize("op, wrapper, message", [
