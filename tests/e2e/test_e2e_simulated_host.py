@@ -4,7 +4,6 @@ rebuilds, the choice of host, and the judgment of action output."""
 import pytest
 
 import orvex_sim
-from orvex.api.hostos.hostos_base import HostOSBase
 from orvex.api.hostos.raid import raid as raid_module
 from orvex.api.hostos.raid.output_format import OutputFormatter
 from orvex.exception.orvex_exception import OrvexException
@@ -107,16 +106,6 @@ def test_without_a_spare_an_offline_member_is_rebuilt_on_request():
     assert raid._get_virtual_drive_list()[0]["status"] == "Optl"
 
 
-def test_auto_rebuild_off_leaves_the_spare_alone():
-    raid, host, e = make("storcli64")
-    assert create(raid, e, "1", 0, 1) is True
-    assert raid.set_pd_hotspare_drive(e, "3", "add") is True
-    assert raid.set_ctl_auto_rebuild("off") is True
-    host.fail_drive(e, "0")
-    assert raid.get_one_physical_drive_info(eid=e, sid="3")["status"] == "hotspare"
-    assert raid._get_virtual_drive_list()[0]["status"] == "Dgrd"
-
-
 @pytest.mark.parametrize("tool", ("storcli64", "sorbctl"))
 def test_consistency_check_progresses_with_time_and_ends(tool):
     raid, host, e = make(tool)
@@ -157,17 +146,6 @@ def test_background_initialisation_starts_on_parity_drives_only_while_switched_o
 
 
 @pytest.mark.parametrize("tool", TOOLS)
-def test_erase_runs_to_completion(tool):
-    raid, host, e = make(tool)
-    assert raid.start_pd_erase(eid=e, sid="3", mode="simple") is True
-    running = raid.get_pd_erase(eid=e, sid="3", adapter_id="0")
-    assert running["Status"].lower() in ("in progress", "running")
-    host.advance(70)
-    assert raid.get_pd_erase(eid=e, sid="3", adapter_id="0")["Status"].lower() in (
-        "not in progress", "not running")
-
-
-@pytest.mark.parametrize("tool", TOOLS)
 def test_delete_frees_members_and_spares_of_the_array(tool):
     raid, host, e = make(tool)
     assert create(raid, e, "1", 0, 1) is True
@@ -179,42 +157,61 @@ def test_delete_frees_members_and_spares_of_the_array(tool):
     assert raid._get_virtual_drive_list() == []
 
 
-def test_jbod_needs_the_controller_switch_and_a_free_drive():
-    raid, host, e = make("storcli64")
-    assert raid.set_disk_jbod_state(eid=e, sid="3", state="on") is False
-    assert raid.set_jbod_state("on") is True
-    assert raid.set_disk_jbod_state(eid=e, sid="3", state="on") is True
-    assert raid.set_jbod_state("off") is False       # a JBOD drive exists
-    assert raid.set_jbod_state("off", force=True) is True
-    assert raid.get_one_physical_drive_info(eid=e, sid="3")["status"] == "ugood"
+# (tool, VD 0 = RAID 1 on slots 0-1 first, [(call, expected answer)]) in order
+SEQUENCES = {
+    "JBOD needs the controller switch and a free drive": ("storcli64", False, [
+        (lambda r, e: r.set_disk_jbod_state(eid=e, sid="3", state="on"), False),
+        (lambda r, e: r.set_jbod_state("on"), True),
+        (lambda r, e: r.set_disk_jbod_state(eid=e, sid="3", state="on"), True),
+        (lambda r, e: r.set_jbod_state("off"), False),          # a JBOD drive exists
+        (lambda r, e: r.set_jbod_state("off", force=True), True),
+        (lambda r, e: r.get_one_physical_drive_info(eid=e, sid="3")["status"], "ugood")]),
+    "emulation once disabled cannot be forced": ("storcli64", True, [
+        (lambda r, e: r.set_vd_emulation(vid="0", emulation_type="1"), True),
+        (lambda r, e: r.set_vd_emulation(vid="0", emulation_type="2"), False),
+        (lambda r, e: r.get_vd_emulation(vid="0"), {"/c0/v0": {"Emulation type": "none"}})]),
+    "hiding twice is refused, showing twice is not": ("storcli64", True, [
+        (lambda r, e: r.set_ctl_vd_hidden(vid="0", state="on"), True),
+        (lambda r, e: r.set_ctl_vd_hidden(vid="0", state="on"), False),
+        (lambda r, e: r.set_ctl_vd_hidden(vid="0", state="off"), True),
+        (lambda r, e: r.set_ctl_vd_hidden(vid="0", state="off"), True)]),
+    "sorbctl schedule switch refuses what is already so": ("sorbctl", False, [
+        (lambda r, e: r.set_ccheck_switch("off"), False),
+        (lambda r, e: r.set_ccheck_switch("on"), True),
+        (lambda r, e: r.set_ccheck_switch("on"), False),
+        (lambda r, e: r.set_ccheck_switch("off"), True),
+        (lambda r, e: r.query_ctl_ccheck_info()["CC Operation Mode"], "off")]),
+    "slow drive thresholds are checked and apply after a reboot": ("sorbctl", False, [
+        (lambda r, e: r.set_slowdrive("raid", l1="300", l2="900"), False),      # below 340 ms
+        (lambda r, e: r.set_slowdrive("rawdrive", l2="800"), False),            # below 810 ms
+        (lambda r, e: r.set_slowdrive("raid", susize="512", l1="400"), False),  # 410 ms at 512 KB
+        (lambda r, e: r.set_slowdrive("raid", susize="512", l1="420"), True),
+        (lambda r, e: r.get_slowdrive_status()["next_config"]["Raid Threshold"]["L1"], "420ms"),
+        (lambda r, e: r.get_slowdrive_status()["curr_config"]["Raid Threshold"]["L1"], "340ms")]),
+    "auto rebuild off leaves the spare alone": ("storcli64", True, [
+        (lambda r, e: r.set_pd_hotspare_drive(e, "3", "add"), True),
+        (lambda r, e: r.set_ctl_auto_rebuild("off"), True),
+        (lambda r, e: r.backend.fail_drive(e, "0"), None),
+        (lambda r, e: r.get_one_physical_drive_info(eid=e, sid="3")["status"], "hotspare"),
+        (lambda r, e: r._get_virtual_drive_list()[0]["status"], "Dgrd")]),
+    "values the tool cannot read are refused": ("storcli64", False, [
+        (lambda r, e: r.set_pd_insert(eid=e, sid="3", dg="zero", arr="0", row="0"),
+         "failure: invalid value: invalid literal for int() with base 10: 'zero'"),
+        (lambda r, e: r._get_virtual_drive_list(), [])]),
+    "a sorbctl kick period that is no number is refused": ("sorbctl", False, [
+        (lambda r, e: r.set_kickdrive(period="ten"), False),
+        (lambda r, e: r._get_virtual_drive_list(), [])]),
+}
 
 
-def test_emulation_once_disabled_cannot_be_forced():
-    raid, host, e = make("storcli64")
-    assert create(raid, e, "1", 0, 1) is True
-    assert raid.set_vd_emulation(vid="0", emulation_type="1") is True
-    assert raid.set_vd_emulation(vid="0", emulation_type="2") is False
-    assert raid.get_vd_emulation(vid="0") == {"/c0/v0": {"Emulation type": "none"}}
-
-
-def test_hiding_twice_is_refused_showing_twice_is_not():
-    raid, host, e = make("storcli64")
-    assert create(raid, e, "1", 0, 1) is True
-    assert raid.set_ctl_vd_hidden(vid="0", state="on") is True
-    assert raid.set_ctl_vd_hidden(vid="0", state="on") is False
-    assert raid.set_ctl_vd_hidden(vid="0", state="off") is True
-    assert raid.set_ctl_vd_hidden(vid="0", state="off") is True
-
-
-def test_slow_drive_thresholds_are_checked_and_apply_after_a_reboot():
-    raid, host, e = make("sorbctl")
-    assert raid.set_slowdrive("raid", l1="300", l2="900") is False     # below 340 ms
-    assert raid.set_slowdrive("rawdrive", l2="800") is False           # below 810 ms
-    assert raid.set_slowdrive("raid", susize="512", l1="400") is False  # 410 ms at 512 KB
-    assert raid.set_slowdrive("raid", susize="512", l1="420") is True
-    state = raid.get_slowdrive_status()
-    assert state["next_config"]["Raid Threshold"]["L1"] == "420ms"
-    assert state["curr_config"]["Raid Threshold"]["L1"] == "340ms"
+@pytest.mark.parametrize("what", sorted(SEQUENCES))
+def test_step_by_step(what):
+    tool, with_vd, steps = SEQUENCES[what]
+    raid, host, e = make(tool)
+    if with_vd:
+        assert create(raid, e, "1", 0, 1) is True
+    for number, (call, expected) in enumerate(steps):
+        assert call(raid, e) == expected, "step %d" % number
 
 
 def test_controller_clock_is_set_and_reads_back_moving_on():
@@ -225,17 +222,12 @@ def test_controller_clock_is_set_and_reads_back_moving_on():
     assert raid.get_ctl_current_time() == "2030/01/01 08:01:06"
 
 
-@pytest.mark.parametrize("tool, message", [
-    ("storcli64", "does not exist"), ("sorbctl", "does not exist")])
-def test_queries_of_a_missing_drive_fail_like_the_tool(tool, message):
+@pytest.mark.parametrize("tool, error, message", [
+    ("storcli64", CommandFailed, "does not exist"), ("sorbctl", CommandFailed, "does not exist"),
+    ("arcconf", OrvexException, r"eid: \[0\], sid: \[42\]")])
+def test_queries_of_a_missing_drive_fail_like_the_tool(tool, error, message):
     raid, host, e = make(tool)
-    with pytest.raises(CommandFailed, match=message):
-        raid.get_one_physical_drive_info(eid=e, sid="42")
-
-
-def test_arcconf_reports_a_missing_drive_itself():
-    raid, host, e = make("arcconf")
-    with pytest.raises(OrvexException, match=r"eid: \[0\], sid: \[42\]"):
+    with pytest.raises(error, match=message):
         raid.get_one_physical_drive_info(eid=e, sid="42")
 
 
@@ -247,13 +239,6 @@ def test_a_wrapper_the_host_lacks_is_named_in_the_error(tool, wrapper):
     with pytest.raises(UnknownWrapper, match="simulated %s host has no wrapper named '%s'"
                        % (tool, wrapper)):
         host.dispatch("self", wrapper, {})
-
-
-def test_dispatches_are_recorded_with_route_and_params():
-    raid, host, e = make("arcconf")
-    raid.get_controller_status_raid(adp_id="0")
-    assert [(c.route, c.wrapper, c.params) for c in host.calls] == [
-        ("host", "ctr_get_adpt_cfg_arcconf", {"adp_id": "0"})]
 
 
 def test_every_dispatch_moves_the_clock_by_the_step():
@@ -324,13 +309,6 @@ def test_action_output_is_judged_by_what_the_tool_reported(tool, parsed, verdict
     assert formatter.parser_exec_cmd_format({"stdout": "success"}, tool) is False
 
 
-def test_framework_base_reaches_the_active_backend():
-    host = SimulatedHost("sorbctl")
-    with orvex_sim.use(host):
-        base = HostOSBase()
-    assert base.dispatcher.get_raid_tool() == "sorbctl"
-
-
 STOPS = [
     ("consistency check", ("storcli64", "sorbctl"),
      lambda r, e: r.set_virtual_drive_cc("0", "start", force="force"),
@@ -378,23 +356,3 @@ def test_foreign_configuration_cleared_frees_the_drive(tool):
     assert raid.set_controller_foreign_config(oper="delete") is True
     assert raid._get_virtual_drive_list() == []
     assert create(raid, e, "0", 3) is True
-
-
-def test_sorbctl_schedule_switch_refuses_what_is_already_so():
-    raid, host, e = make("sorbctl")
-    assert raid.set_ccheck_switch("off") is False
-    assert raid.set_ccheck_switch("on") is True
-    assert raid.set_ccheck_switch("on") is False
-    assert raid.set_ccheck_switch("off") is True
-    assert raid.query_ctl_ccheck_info()["CC Operation Mode"] == "off"
-
-
-@pytest.mark.parametrize("tool, call, expected", [
-    ("storcli64", lambda r, e: r.set_pd_insert(eid=e, sid="3", dg="zero", arr="0", row="0"),
-     "failure: invalid value: invalid literal for int() with base 10: 'zero'"),
-    ("sorbctl", lambda r, e: r.set_kickdrive(period="ten"), False),
-], ids=["storcli64 drive group", "sorbctl kick period"])
-def test_values_the_tool_cannot_read_are_refused(tool, call, expected):
-    raid, host, e = make(tool)
-    assert call(raid, e) == expected
-    assert raid._get_virtual_drive_list() == []
