@@ -38,9 +38,8 @@ def test_start_and_stop_send_exact_params(rig, tool, call, wrapper, params, answ
     raid, host = rig(tool)
     host.on(wrapper, answer)
     assert call(raid) is expected
-    (sent,) = host.calls
-    assert (sent.route, sent.wrapper) == ("self", wrapper)
-    assert list(sent.params.items()) == params
+    assert [(c.route, c.wrapper, list(c.params.items())) for c in host.calls] == [
+        ("self", wrapper, params)]
 
 
 @pytest.mark.parametrize("tool", ["storcli64", "sorbctl", "arcconf"])
@@ -65,28 +64,35 @@ def test_sanitize_refused_on_arcconf(rig, call):
     assert host.calls == []
 
 
-def test_sanitize_status_storcli64_first_row(rig):
-    raid, host = rig("storcli64")
-    rows = [{"Drive-ID": "/c0/e65/s0", "Progress%": 18, "Status": "In progress",
-             "Estimated Time Left": "80 Minutes"}, {"Drive-ID": "other"}]
-    host.on("get_pd_sanitize_storcli64", parser(rows))
-    assert raid.get_pd_sanitize("65", "0", adapter_id="0") == {
-        "Status": "In progress", "Progress": 18, "Estimated_time_left": "80 Minutes",
-        "raw_data": rows[0]}
-    assert host.calls == [("self", "get_pd_sanitize_storcli64",
-                           {"eid": "65", "sid": "0", "adapter_id": "0"})]
-    host.on("get_pd_sanitize_storcli64", parser([]))
-    with pytest.raises(IndexError):
-        raid.get_pd_sanitize(eid="65", sid="0")
+SAN_ROW = {"Drive-ID": "/c0/e65/s0", "Progress%": 18, "Status": "In progress",
+           "Estimated Time Left": "80 Minutes"}
+SAN_SORB = {"SanitizeStatus": "run", "SanitizeProgress": "18", "SanitizeTimeLeft": "80 min"}
+ERASE_ROW = {"Drive-ID": "/c0/e65/s0", "Progress%": "5", "Status": "In progress",
+             "Estimated Time Left": "2 Hours"}
 
 
-def test_sanitize_status_sorbctl(rig):
-    raid, host = rig("sorbctl")
-    status = {"SanitizeStatus": "run", "SanitizeProgress": "18", "SanitizeTimeLeft": "80 min"}
-    host.on("get_controller_pd_sanitize_sorbctl", parser(status))
-    assert raid.get_pd_sanitize(eid="0", sid="1") == {
-        "Status": "run", "Progress": "18", "Estimated_time_left": "80 min", "raw_data": status}
-    assert host.calls == [("self", "get_controller_pd_sanitize_sorbctl", {"eid": "0", "sid": "1"})]
+@pytest.mark.parametrize("tool, op, wrapper, parsed, kwargs, expected", [
+    ("storcli64", "get_pd_sanitize", "get_pd_sanitize_storcli64", [SAN_ROW, {"Drive-ID": "x"}],
+     {"eid": "65", "sid": "0", "adapter_id": "0"},
+     {"Status": "In progress", "Progress": 18, "Estimated_time_left": "80 Minutes",
+      "raw_data": SAN_ROW}),
+    ("sorbctl", "get_pd_sanitize", "get_controller_pd_sanitize_sorbctl", SAN_SORB,
+     {"eid": "0", "sid": "1"},
+     {"Status": "run", "Progress": "18", "Estimated_time_left": "80 min", "raw_data": SAN_SORB}),
+    ("storcli64", "get_pd_erase", "pd_get_erase_storcli64", [ERASE_ROW], {"eid": "65", "sid": "0"},
+     {"Drive-ID": "/c0/e65/s0", "Progress": "5", "Status": "In progress",
+      "Estimated_time_left": "2 Hours", "raw_data": ERASE_ROW}),
+])
+def test_status_records(rig, tool, op, wrapper, parsed, kwargs, expected):
+    raid, host = rig(tool)
+    host.on(wrapper, parser(parsed))
+    assert getattr(raid, op)(**kwargs) == expected
+    assert [(c.route, c.wrapper, list(c.params.items())) for c in host.calls] == [
+        ("self", wrapper, list(kwargs.items()))]
+    if tool == "storcli64":
+        host.on(wrapper, parser([]))
+        with pytest.raises(IndexError):
+            getattr(raid, op)(eid="65", sid="0")
 
 
 @pytest.mark.parametrize("extra, drive_id", [({"adapter_id": "1"}, "c1:e0:s4"),
@@ -105,17 +111,6 @@ def test_erase_status_sorbctl_passes_fail_through(rig):
     raid, host = rig("sorbctl")
     host.on("get_controller_pd_erase_sorbctl", parser("fail"))
     assert raid.get_pd_erase(eid="0", sid="4") == "fail"
-
-
-def test_erase_status_storcli64_first_row(rig):
-    raid, host = rig("storcli64")
-    row = {"Drive-ID": "/c0/e65/s0", "Progress%": "5", "Status": "In progress",
-           "Estimated Time Left": "2 Hours"}
-    host.on("pd_get_erase_storcli64", parser([row]))
-    assert raid.get_pd_erase(eid="65", sid="0") == {
-        "Drive-ID": "/c0/e65/s0", "Progress": "5", "Status": "In progress",
-        "Estimated_time_left": "2 Hours", "raw_data": row}
-    assert host.calls == [("self", "pd_get_erase_storcli64", {"eid": "65", "sid": "0"})]
 
 
 def test_erase_status_arcconf_calls_formatter_with_task_list(rig):
