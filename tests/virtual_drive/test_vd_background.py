@@ -45,18 +45,13 @@ ACTIONS = [
 ]
 
 
+@pytest.mark.parametrize("answer, expected", [(OK, True), (NO, False)])
 @pytest.mark.parametrize("tool, call, wrapper, sent", ACTIONS)
-def test_actions_choose_wrapper_and_send_params(rig, tool, call, wrapper, sent):
-    result, host = run(rig, tool, wrapper, call)
-    assert result is True
-    assert host.wrappers == [wrapper]
-    assert host.last().route == "self"
-    assert list(host.last().params.items()) == sent
-
-
-@pytest.mark.parametrize("tool, call, wrapper", [(t, c, w) for t, c, w, _ in ACTIONS])
-def test_actions_answer_false_on_failure(rig, tool, call, wrapper):
-    assert run(rig, tool, wrapper, call, NO)[0] is False
+def test_actions_choose_wrapper_and_send_params(rig, tool, call, wrapper, sent, answer, expected):
+    result, host = run(rig, tool, wrapper, call, answer)
+    assert result is expected
+    assert [(c.route, c.wrapper, list(c.params.items())) for c in host.calls] == [
+        ("self", wrapper, sent)]
 
 
 REFUSALS = [
@@ -158,19 +153,20 @@ def test_arcconf_status_reads_drive_entry(rig, method, status):
             parser(ARCCONF_LD))
 
 
-def test_cc_status_sorbctl_failure(rig):
-    with pytest.raises(OrvexException) as err:
-        run(rig, "sorbctl", "get_controller_vd_ccheck_sorbctl",
-            lambda r: r.query_virtual_drive_cc_status("0"), parser("fail"))
-    assert str(err.value) == "查询逻辑磁盘的一致性校验功能状态失败，请检查回显报错信息"
+CC_FAILED = "查询逻辑磁盘的一致性校验功能状态失败，请检查回显报错信息"
+INIT_FAILED = "查询逻辑磁盘前台初始化功能状态失败"
 
 
-@pytest.mark.parametrize("answer", [{}, None, ""])
-def test_front_init_storcli64_empty_answer(rig, answer):
+@pytest.mark.parametrize("tool, wrapper, call, answer, message", [
+    ("sorbctl", "get_controller_vd_ccheck_sorbctl", lambda r: r.query_virtual_drive_cc_status("0"),
+     "fail", CC_FAILED)] + [
+    ("storcli64", "ctr_get_init_info_storcli64",
+     lambda r: r.get_virtual_drive_front_init_status_info(vid="0"), answer, INIT_FAILED)
+    for answer in ({}, None, "")])
+def test_failed_status_queries_raise(rig, tool, wrapper, call, answer, message):
     with pytest.raises(OrvexException) as err:
-        run(rig, "storcli64", "ctr_get_init_info_storcli64",
-            lambda r: r.get_virtual_drive_front_init_status_info(vid="0"), parser(answer))
-    assert str(err.value) == "查询逻辑磁盘前台初始化功能状态失败"
+        run(rig, tool, wrapper, call, parser(answer))
+    assert str(err.value) == message
 
 
 GROUPS = {"Groups": [
