@@ -36,9 +36,8 @@ def test_actions(rig, tool, call, wrapper, sent, answer, expected):
     raid, host = rig(tool)
     host.on(wrapper, answer)
     assert call(raid) is expected
-    assert host.wrappers == [wrapper]
-    assert host.last().route == "self"
-    assert list(host.last().params.items()) == sent
+    assert [(c.route, c.wrapper, list(c.params.items())) for c in host.calls] == [
+        ("self", wrapper, sent)]
 
 
 @pytest.mark.parametrize("call, missing", [

@@ -75,18 +75,13 @@ SETTERS = [
 ]
 
 
+@pytest.mark.parametrize("answer, expected", [(OK, True), (NO, False)])
 @pytest.mark.parametrize("tool, call, wrapper, sent", SETTERS)
-def test_setters_send_translated_params(rig, tool, call, wrapper, sent):
-    result, host = run(rig, tool, wrapper, call)
-    assert result is True
-    assert host.wrappers == [wrapper]
-    assert host.last().route == "self"
-    assert list(host.last().params.items()) == sent
-
-
-@pytest.mark.parametrize("tool, call, wrapper", [(t, c, w) for t, c, w, _ in SETTERS])
-def test_setters_answer_false_on_failure(rig, tool, call, wrapper):
-    assert run(rig, tool, wrapper, call, NO)[0] is False
+def test_setters_send_translated_params(rig, tool, call, wrapper, sent, answer, expected):
+    result, host = run(rig, tool, wrapper, call, answer)
+    assert result is expected
+    assert [(c.route, c.wrapper, list(c.params.items())) for c in host.calls] == [
+        ("self", wrapper, sent)]
 
 
 REFUSALS = [
