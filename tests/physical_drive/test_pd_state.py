@@ -153,10 +153,10 @@ def test_arcconf_spare_release_takes_first_logical_drive_array(rig):
     raid.get_all_virtual_drive_info = lambda **kw: seen.append(kw) or [{"array": "2"}, {"array": "5"}]
     assert raid.set_pd_hotspare_drive("0", "1", "delete", ar_id="") is True
     assert seen == [{}]
-    raid.get_all_virtual_drive_info = None  # adding a spare, or an array given: no VD query
-    assert raid.set_pd_hotspare_drive("0", "1", "add") is True
     assert list(host.last().params.items()) == [("eid", "0"), ("sid", "1"), ("oper", "rdy"),
                                                 ("ar_id", "2")]
+    raid.get_all_virtual_drive_info = None  # adding a spare reads no virtual drives
+    assert raid.set_pd_hotspare_drive("0", "1", "add") is True
 
 
 def test_arcconf_spare_release_without_logical_drive_is_refused(rig):
