@@ -191,15 +191,26 @@ def test_bootdrive_boot_wrapper_failure_propagates(rig):
 
 # -- rebuild status ----------------------------------------------------------------
 
-def test_rebuild_status_storcli64(rig):
-    row = {"Drive-ID": "/c0/e65/s0", "Progress%": 20, "Status": "In progress",
-           "Estimated Time Left": "10 Minutes"}
-    out, host = run(rig, "storcli64", "ctr_get_rebuild_cfg_storcli64",
-                    lambda r: r.get_pd_rebuild_status(eid="65", sid="0", adapter_id="0"), parser(row))
-    assert out == {"status": "In progress", "progress": 20, "estimated_time_left": "10 Minutes",
-                   "raw_data": row}
-    assert host.calls == [("self", "ctr_get_rebuild_cfg_storcli64",
-                           {"eid": "65", "sid": "0", "adapter_id": "0"})]
+S64_REBUILD = {"Drive-ID": "/c0/e65/s0", "Progress%": 20, "Status": "In progress",
+               "Estimated Time Left": "10 Minutes"}
+SORB_REBUILD = {"RebuildStatus": "run", "RebuildProgress": "35", "RebuildTimeLeft": "12 min"}
+
+
+@pytest.mark.parametrize("tool, wrapper, parsed, kwargs, expected", [
+    ("storcli64", "ctr_get_rebuild_cfg_storcli64", S64_REBUILD,
+     {"eid": "65", "sid": "0", "adapter_id": "0"},
+     {"status": "In progress", "progress": 20, "estimated_time_left": "10 Minutes",
+      "raw_data": S64_REBUILD}),
+    ("sorbctl", "get_controller_pd_info_sorbctl", {"DriveDetailInformation": SORB_REBUILD},
+     {"eid": "0", "sid": "1"},
+     {"status": "run", "progress": "35", "estimated_time_left": "12 min",
+      "raw_data": SORB_REBUILD}),
+])
+def test_rebuild_status(rig, tool, wrapper, parsed, kwargs, expected):
+    out, host = run(rig, tool, wrapper, lambda r: r.get_pd_rebuild_status(**kwargs), parser(parsed))
+    assert out == expected
+    assert [(c.route, c.wrapper, list(c.params.items())) for c in host.calls] == [
+        ("self", wrapper, list(kwargs.items()))]
 
 
 @pytest.mark.parametrize("empty", [None, {}, [], ""])
@@ -209,16 +220,6 @@ def test_rebuild_status_storcli64_empty_parse_is_refused(rig, empty):
     with pytest.raises(OrvexException) as err:
         raid.get_pd_rebuild_status(eid="65", sid="3")
     assert str(err.value) == "获取[eid:65, sid:3]硬盘重构功能状态失败"
-
-
-def test_rebuild_status_sorbctl_reads_drive_detail(rig):
-    detail = {"RebuildStatus": "run", "RebuildProgress": "35", "RebuildTimeLeft": "12 min"}
-    out, host = run(rig, "sorbctl", "get_controller_pd_info_sorbctl",
-                    lambda r: r.get_pd_rebuild_status(eid="0", sid="1"),
-                    parser({"DriveDetailInformation": detail}))
-    assert out == {"status": "run", "progress": "35", "estimated_time_left": "12 min",
-                   "raw_data": detail}
-    assert host.calls == [("self", "get_controller_pd_info_sorbctl", {"eid": "0", "sid": "1"})]
 
 
 TASKS = [{"logical_device": "0", "current_operation": "Rebuild", "status": "In Progress",

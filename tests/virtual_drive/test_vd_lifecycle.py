@@ -82,18 +82,16 @@ def test_create_sends_translated_params(rig, tool, wrapper, kwargs, sent):
     assert list(host.last().params.items()) == sent
 
 
-def test_create_arcconf_without_pd_per_array_fails_before_dispatch(rig):
-    raid, host = rig("arcconf")
-    with pytest.raises(KeyError):
-        raid.create_virtual_drive(raid_level="1", drives=["0 0"])
-    assert host.calls == []
-
-
-@pytest.mark.parametrize("tool", ["storcli64", "arcconf", "sorbctl"])
-def test_create_needs_keyword_arguments(rig, tool):
+@pytest.mark.parametrize("tool, kwargs, error, match", [
+    ("arcconf", dict(raid_level="1", drives=["0 0"]), KeyError, "pd_per_array"),
+    ("storcli64", dict(raid_level="1"), TypeError, "needs keyword-only argument drives"),
+    ("arcconf", dict(raid_level="1"), TypeError, "needs keyword-only argument drives"),
+    ("sorbctl", dict(raid_level="1"), TypeError, "needs keyword-only argument drives"),
+])
+def test_create_argument_errors_come_before_dispatch(rig, tool, kwargs, error, match):
     raid, host = rig(tool)
-    with pytest.raises(TypeError, match="needs keyword-only argument drives"):
-        raid.create_virtual_drive(raid_level="1")
+    with pytest.raises(error, match=match):
+        raid.create_virtual_drive(**kwargs)
     assert host.calls == []
 
 
