@@ -43,7 +43,10 @@ struct CompiledOp {
 namespace {
 
 std::deque<OpDef> g_defs_storage;     // stable addresses for OpDef
-std::vector<CompiledOp> g_ops;        // indexed like the trampolines
+// Indexed like the trampolines.  Lives for the process and is never
+// destroyed: its references must not be released after the interpreter has
+// finalised (exit crashed on 3.12 and later).
+std::vector<CompiledOp>& g_ops = *new std::vector<CompiledOp>();
 std::vector<PyMethodDef> g_methods;   // never reallocated once built
 
 Ref parse_default(const std::string& text) {
