@@ -1,0 +1,139 @@
+"""One abi3 binary: stable-ABI symbols only, cp37-abi3 wheel tag, and the
+same file imports and works on the oldest and newest interpreters.
+
+`./dev test` builds the wheel and names it in RAID_WHEEL; without it the
+wheel checks skip.  Interpreters are looked up under pyenv (RAID_PYENV or
+~/.pyenv/versions) and skip when missing.
+"""
+import glob
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import zipfile
+
+import pytest
+
+from orvex.api.hostos.raid import raid as raid_module
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+PYENV = pathlib.Path(os.environ.get("RAID_PYENV", os.path.expanduser("~/.pyenv/versions")))
+BINARY = pathlib.Path(raid_module.__file__).resolve()
+WHEEL = os.environ.get("RAID_WHEEL")
+
+
+def interpreter(minor):
+    found = sorted(glob.glob(str(PYENV / ("3.%d.*" % minor) / "bin" / ("python3.%d" % minor))))
+    return found[-1] if found else None
+
+
+def wheel():
+    if not WHEEL:
+        pytest.skip("RAID_WHEEL not set (./dev test builds the wheel)")
+    return pathlib.Path(WHEEL)
+
+
+def test_binary_carries_the_abi3_suffix():
+    assert BINARY.name == "raid.abi3.so"
+
+
+def test_wheel_is_tagged_cp37_abi3():
+    path = wheel()
+    assert path.name.endswith("-cp37-abi3-linux_x86_64.whl"), path.name
+    with zipfile.ZipFile(path) as zf:
+        names = zf.namelist()
+        meta = next(n for n in names if n.endswith(".dist-info/WHEEL"))
+        tags = [line.split(":", 1)[1].strip() for line in zf.read(meta).decode().splitlines()
+                if line.startswith("Tag:")]
+    assert tags == ["cp37-abi3-linux_x86_64"]
+    assert "orvex/api/hostos/raid/raid.abi3.so" in names
+    # No package markers: the module installs into the framework's own tree.
+    assert not [n for n in names if n.endswith("__init__.py")]
+
+
+def _abi3audit():
+    tool = shutil.which("abi3audit") or shutil.which("abi3audit", path=os.path.dirname(sys.executable))
+    if tool is None:
+        pytest.skip("abi3audit not installed")
+    return tool
+
+
+def _audit(target):
+    run = subprocess.run([_abi3audit(), "--strict", "--assume-minimum-abi3", "3.7", "-v",
+                          str(target)], capture_output=True, text=True)
+    return run.returncode, run.stdout + run.stderr
+
+
+def test_wheel_uses_only_the_37_stable_abi():
+    code, out = _audit(wheel())
+    assert code == 0, out
+    assert "0 ABI version mismatches and 0 ABI violations" in " ".join(out.split())
+
+
+def test_installed_binary_uses_only_the_37_stable_abi():
+    code, out = _audit(BINARY)
+    assert code == 0, out
+    assert "0 ABI violations" in " ".join(out.split())
+
+
+def test_audit_rejects_a_symbol_outside_the_stable_abi(tmp_path):
+    # The checker itself must see a violation: a tiny extension that calls
+    # a private API function.
+    cc = shutil.which("cc") or shutil.which("gcc")
+    if cc is None:
+        pytest.skip("no C compiler")
+    import sysconfig
+    src = tmp_path / "bad.c"
+    src.write_text('#include <Python.h>\n'
+                   'PyObject* f(PyObject* o) { return _PyObject_GetAttrId(o, 0); }\n'
+                   'PyMODINIT_FUNC PyInit_bad(void) { return 0; }\n')
+    out = tmp_path / "bad.abi3.so"
+    subprocess.run([cc, "-shared", "-fPIC", "-w", "-I", sysconfig.get_paths()["include"],
+                    str(src), "-o", str(out)], check=True)
+    code, text = _audit(out)
+    assert code != 0
+    assert "_PyObject_GetAttrId" in text
+
+
+PROBE = r"""
+import sys, types
+sys.path[:0] = [sys.argv[1], sys.argv[2]]
+sys.modules.setdefault("yaml", types.ModuleType("yaml"))  # templates are not read here
+import inspect
+import orvex_sim
+from orvex_sim.recorder import RecordingHost, parser
+from orvex.api.hostos.raid import raid
+from orvex.exception.orvex_exception import OrvexException
+host = RecordingHost("arcconf")
+host.on("ctr_set_ctrl_mode_arcconf", parser("success"))
+with orvex_sim.use(host):
+    r = raid.Raid()
+assert r.set_ctl_mode("3", adapter_id="0") is True
+assert [(c.wrapper, list(c.params.items())) for c in host.calls] == [
+    ("ctr_set_ctrl_mode_arcconf", [("mode", "3"), ("adapter_id", "0")])]
+r.update_distributor("storcli64")
+try:
+    r.set_ctl_mode("3")
+except OrvexException as e:
+    assert str(e) == "LSI卡storcli64工具没有 设置控制卡工作模式 功能", str(e)
+else:
+    raise AssertionError("no refusal")
+assert r._merge_output({"a": 1, "b": {"c": 2}}) == {"a": 1, "c": 2}
+assert str(inspect.signature(raid.Raid.set_ctl_mode)) == "(self, /, mode, **kwargs)"
+print(raid.__file__)
+"""
+
+
+@pytest.mark.parametrize("minor", [7, 13])
+def test_same_binary_runs_on_other_interpreters(minor):
+    python = interpreter(minor)
+    if python is None:
+        pytest.skip("no Python 3.%d interpreter here" % minor)
+    site = str(BINARY.parents[4])
+    run = subprocess.run([python, "-c", PROBE, site, str(ROOT / "sim")],
+                         capture_output=True, text=True, timeout=120)
+    # A clean exit matters too: a crash while the interpreter shuts down
+    # shows only in the return code.
+    assert run.returncode == 0, run.stderr
+    assert pathlib.Path(run.stdout.strip()).resolve() == BINARY
