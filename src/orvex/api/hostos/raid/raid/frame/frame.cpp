@@ -33,21 +33,21 @@ struct Param {
 struct CompiledOp {
   const OpDef* def;
   std::vector<Param> params;
-  Py_ssize_t npos = 0;       // positional-or-keyword parameters
-  bool varkw = false;        // accepts **kwargs
+  Py_ssize_t npos = 0;  // positional-or-keyword parameters
+  bool varkw = false;   // accepts **kwargs
   bool has_optional_pos = false;
-  Ref variant_name;          // interned __name__ of the variants
-  std::string doc;           // text signature + documentation
+  Ref variant_name;  // interned __name__ of the variants
+  std::string doc;   // text signature + documentation
 };
 
 namespace {
 
-std::deque<OpDef> g_defs_storage;     // stable addresses for OpDef
+std::deque<OpDef> g_defs_storage;  // stable addresses for OpDef
 // Indexed like the trampolines.  Lives for the process and is never
 // destroyed: its references must not be released after the interpreter has
 // finalised (exit crashed on 3.12 and later).
 std::vector<CompiledOp>& g_ops = *new std::vector<CompiledOp>();
-std::vector<PyMethodDef> g_methods;   // never reallocated once built
+std::vector<PyMethodDef> g_methods;  // never reallocated once built
 
 Ref parse_default(const std::string& text) {
   if (text == "None") return none();
@@ -106,7 +106,8 @@ CompiledOp compile(const OpDef& def) {
         if (p.fallback) op.has_optional_pos = true;
       }
       op.params.push_back(std::move(p));
-      shown = deflt.empty() ? name : name + "=" + deflt;
+      shown = name;
+      if (!deflt.empty()) shown.append("=").append(deflt);
     }
     text += ", " + shown;
   }
@@ -220,7 +221,8 @@ Bound bind(const CompiledOp& op, PyObject* args, PyObject* kw) {
   b.params = Ref::steal(PyDict_New());
   for (std::size_t i = 0; i < n; ++i) {
     if (op.params[i].key) {
-      set_item(b.params.get(), op.params[i].key.get(), PyTuple_GetItem(b.args.get(), i));
+      set_item(b.params.get(), op.params[i].key.get(),
+               PyTuple_GetItem(b.args.get(), static_cast<Py_ssize_t>(i)));
     }
   }
   if (extra) update(b.params.get(), extra.get());
@@ -232,8 +234,7 @@ Bound bind(const CompiledOp& op, PyObject* args, PyObject* kw) {
 // object, params and the bound arguments for the duration of one call.
 
 struct VariantObject {
-  PyObject_HEAD
-  PyObject* self;
+  PyObject_HEAD PyObject* self;
   PyObject* params;
   PyObject* args;
   const CompiledOp* op;
@@ -339,11 +340,8 @@ PyType_Slot variant_slots[] = {
 };
 
 PyType_Spec variant_spec = {
-    "orvex.api.hostos.raid.raid.variant",
-    sizeof(VariantObject),
-    0,
-    Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC,
-    variant_slots,
+    "orvex.api.hostos.raid.raid.variant",    sizeof(VariantObject), 0,
+    Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC, variant_slots,
 };
 
 Ref new_variant(PyObject* self, PyObject* params, PyObject* args, const CompiledOp* op,
@@ -470,8 +468,8 @@ Ref update_distributor_direct(PyObject* self, PyObject* args, PyObject*) {
   PyObject* raid_tool = PyTuple_GetItem(args, 0);
   if (!PyUnicode_Check(raid_tool)) {
     Ref tname = getattr(reinterpret_cast<PyObject*>(Py_TYPE(raid_tool)), "__name__");
-    PyErr_Format(PyExc_TypeError,
-                 "update_distributor() argument 'raid_tool' must be str, not %U", tname.get());
+    PyErr_Format(PyExc_TypeError, "update_distributor() argument 'raid_tool' must be str, not %U",
+                 tname.get());
     fail();
   }
   Ref fields = Ref::steal(PyList_New(0));
@@ -506,14 +504,25 @@ const char* kRaidDoc =
 // Frame operations table
 
 void add_frame_ops(OpList& ops) {
-  ops.push_back(OpDef{"__init__", "", "构造 Raid 对象：先初始化框架基类，再创建 formatter。", {},
-                      ResultType::any, nullptr, nullptr, init_direct});
-  ops.push_back(OpDef{"update_distributor", "raid_tool",
+  ops.push_back(OpDef{"__init__",
+                      "",
+                      "构造 Raid 对象：先初始化框架基类，再创建 formatter。",
+                      {},
+                      ResultType::any,
+                      nullptr,
+                      nullptr,
+                      init_direct});
+  ops.push_back(OpDef{"update_distributor",
+                      "raid_tool",
                       "切换本对象使用的 RAID 工具。\n\n"
                       "参数:\n    raid_tool (str): 工具类型，storcli64 / arcconf / sorbctl / "
                       "storelibtest。\n\n返回:\n    None。raid_tool 不是字符串时抛出 TypeError，"
                       "且不做任何修改。",
-                      {}, ResultType::any, nullptr, nullptr, update_distributor_direct});
+                      {},
+                      ResultType::any,
+                      nullptr,
+                      nullptr,
+                      update_distributor_direct});
 }
 
 // ---------------------------------------------------------------------------

@@ -79,7 +79,9 @@ inline VariantDef parser(Tool t, const char* wrapper, Route r = Route::self, Pre
 inline VariantDef parser(Tool t, const char* wrapper, Prep p) {
   return {t, Form::parser, wrapper, Route::self, p};
 }
-inline VariantDef custom(Tool t, Body b) { return {t, Form::custom, nullptr, Route::self, nullptr, b}; }
+inline VariantDef custom(Tool t, Body b) {
+  return {t, Form::custom, nullptr, Route::self, nullptr, b};
+}
 
 struct OpDef {
   const char* name;
@@ -105,18 +107,18 @@ struct Call {
   const CompiledOp* compiled;
 
   Tool tool() const { return variant.tool; }
-  PyObject* tool_name() const;         // "storcli64", ... (borrowed, interned)
-  const char* variant_name() const;    // the name templates are looked up by
+  PyObject* tool_name() const;       // "storcli64", ... (borrowed, interned)
+  const char* variant_name() const;  // the name templates are looked up by
 
   // Declared argument by name (borrowed); throws on an unknown name.
   PyObject* arg(const char* name) const;
 
   // params helpers
-  Ref p_get(const char* key) const;    // params.get(key): value or None
+  Ref p_get(const char* key) const;  // params.get(key): value or None
   bool p_has(const char* key) const;
   void p_set(const char* key, PyObject* v) const;
   void p_set(const char* key, const char* text) const;
-  Ref p_pop(const char* key) const;    // params.pop(key): KeyError when absent
+  Ref p_pop(const char* key) const;  // params.pop(key): KeyError when absent
   void p_del_if(const char* key) const;
 
   // Dispatch through the given route with params (or the wrapper name alone

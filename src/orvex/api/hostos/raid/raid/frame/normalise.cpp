@@ -79,8 +79,8 @@ Ref format_one(PyObject* raw, PyObject* tool, PyObject* tmpl, FieldMap& map, boo
 }
 
 [[noreturn]] void duplicate_key(PyObject* key, PyObject* value, PyObject* existing) {
-  Ref msg = format("Existing key [%S] found in res, current value: [%S], existing value: [%S]",
-                   key, value, existing);
+  Ref msg = format("Existing key [%S] found in res, current value: [%S], existing value: [%S]", key,
+                   value, existing);
   PyErr_SetObject(PyExc_Exception, msg.get());
   fail();
 }
@@ -199,8 +199,7 @@ Ref format_output_direct(PyObject*, PyObject* args, PyObject*) {
 }
 
 Ref merge_output_direct(PyObject*, PyObject* args, PyObject*) {
-  return merge_output(PyTuple_GetItem(args, 0), PyTuple_GetItem(args, 1),
-                      PyTuple_GetItem(args, 2));
+  return merge_output(PyTuple_GetItem(args, 0), PyTuple_GetItem(args, 1), PyTuple_GetItem(args, 2));
 }
 
 }  // namespace
@@ -231,7 +230,8 @@ Ref merge_output(PyObject* raw, PyObject* res, PyObject* structure) {
 
 void add_normalise_ops(OpList& ops) {
   ops.push_back(OpDef{
-      "_format_output", "raw_data, tool, template=None",
+      "_format_output",
+      "raw_data, tool, template=None",
       "按模板重命名查询结果的字段。\n\n"
       "参数:\n"
       "    raw_data (dict | list): 工具返回的原始数据；列表逐项处理（可嵌套）。\n"
@@ -240,18 +240,27 @@ void add_normalise_ops(OpList& ops) {
       "返回:\n"
       "    dict 或 list：每个输出键取原始数据中对应键的值（缺失为 \"\"），并附 raw_data "
       "保存原始字典。其他类型抛出 OrvexException。",
-      {}, ResultType::any, nullptr, nullptr, format_output_direct});
-  ops.push_back(OpDef{
-      "_merge_output", "raw_output, res=None, structure=None",
-      "展平嵌套结果，或按层级映射挑选其中部分。\n\n"
-      "参数:\n"
-      "    raw_output (dict | list): 原始数据。\n"
-      "    res (dict): 要填充的结果字典，为 None 时新建。\n"
-      "    structure (dict): 层级映射 {路径: 是否合并}，路径以 // 分段，$n 表示列表第 n 项；"
-      "为 None 时把所有叶子键合并进 res（重复键抛出 Exception）。\n\n"
-      "返回:\n"
-      "    dict：就地修改后的 res。",
-      {}, ResultType::any, nullptr, nullptr, merge_output_direct});
+      {},
+      ResultType::any,
+      nullptr,
+      nullptr,
+      format_output_direct});
+  ops.push_back(
+      OpDef{"_merge_output",
+            "raw_output, res=None, structure=None",
+            "展平嵌套结果，或按层级映射挑选其中部分。\n\n"
+            "参数:\n"
+            "    raw_output (dict | list): 原始数据。\n"
+            "    res (dict): 要填充的结果字典，为 None 时新建。\n"
+            "    structure (dict): 层级映射 {路径: 是否合并}，路径以 // 分段，$n 表示列表第 n 项；"
+            "为 None 时把所有叶子键合并进 res（重复键抛出 Exception）。\n\n"
+            "返回:\n"
+            "    dict：就地修改后的 res。",
+            {},
+            ResultType::any,
+            nullptr,
+            nullptr,
+            merge_output_direct});
 }
 
 }  // namespace raid

@@ -112,9 +112,9 @@ void update(PyObject* d, PyObject* other);
 bool truthy(PyObject* o);
 bool equals(PyObject* a, const char* text);  // a == text (str comparison)
 bool contains(PyObject* container, PyObject* item);
-Ref to_str(PyObject* o);        // str(o)
-Ref upper(PyObject* o);         // o.upper()
-Ref lower(PyObject* o);         // o.lower()
+Ref to_str(PyObject* o);           // str(o)
+Ref upper(PyObject* o);            // o.upper()
+Ref lower(PyObject* o);            // o.lower()
 Ref format(const char* fmt, ...);  // PyUnicode_FromFormat
 
 // Raise helpers (they always throw).
