@@ -90,48 +90,55 @@ Ref info_arcconf(Call& c) {
 }  // namespace
 
 void add_consistency_check_ops(OpList& ops) {
+  ops.push_back(
+      OpDef{"set_ccheck_switch",
+            "switch_status:-, **kwargs",
+            "打开或关闭控制器的一致性校验（consistency check）计划任务。\n\n"
+            "参数:\n"
+            "    switch_status (str): \"on\" 或 \"off\"；storcli64 下 on 即顺序模式（seq），"
+            "也可直接传 \"seq\"、\"conc\"。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
+            "    start_time (str): 开始时间（yyyy/mm/dd hh）；storcli64 "
+            "打开时以控制器时钟的下一个整点代替。\n\n"
+            "返回:\n"
+            "    bool: 设置是否成功。sorbctl 下 switch_status 不是 on/off 时抛出 OrvexException。",
+            {custom(Tool::storcli64, switch_storcli64), custom(Tool::sorbctl, switch_sorbctl),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置一致性校验开关 功能")}});
+  ops.push_back(
+      OpDef{"set_ctl_ccheck_state",
+            "*, cc_state:cc, **kwargs",
+            "RAID-设置一致性校验功能模式状态（仅 storcli64）。\n\n"
+            "参数:\n"
+            "    cc_state (str): \"conc\"（并发）或 \"seq\"（顺序），仅限关键字传入。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "开始时间取控制器时钟的下一个整点。\n\n"
+            "返回:\n    bool: 设置是否成功。",
+            {checked(Tool::storcli64, kScheduleStorcli64, schedule_start),
+             refuse(Tool::sorbctl, "7460卡sorbctl工具没有 RAID-设置一致性校验功能模式状态 功能"),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 RAID-设置一致性校验功能模式状态 功能")}});
+  ops.push_back(
+      OpDef{"set_ctl_ccheck_excludevd",
+            "*, excludevd, **kwargs",
+            "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘)（仅 storcli64）。\n\n"
+            "参数:\n"
+            "    excludevd (str): 不参与一致性校验的逻辑盘，仅限关键字传入。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "以并发模式（conc）下发，开始时间取控制器时钟的下一个整点。\n\n"
+            "返回:\n    bool: 设置是否成功。",
+            {checked(Tool::storcli64, kScheduleStorcli64,
+                     [](Call& c) {
+                       c.p_set("cc", "conc");
+                       schedule_start(c);
+                     }),
+             refuse(Tool::sorbctl,
+                    "7460卡sorbctl工具没有 "
+                    "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能"),
+             refuse(Tool::arcconf,
+                    "PMC卡arcconf工具没有 "
+                    "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能")}});
   ops.push_back(OpDef{
-      "set_ccheck_switch", "switch_status:-, **kwargs",
-      "打开或关闭控制器的一致性校验（consistency check）计划任务。\n\n"
-      "参数:\n"
-      "    switch_status (str): \"on\" 或 \"off\"；storcli64 下 on 即顺序模式（seq），"
-      "也可直接传 \"seq\"、\"conc\"。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
-      "    start_time (str): 开始时间（yyyy/mm/dd hh）；storcli64 打开时以控制器时钟的下一个整点代替。\n\n"
-      "返回:\n"
-      "    bool: 设置是否成功。sorbctl 下 switch_status 不是 on/off 时抛出 OrvexException。",
-      {custom(Tool::storcli64, switch_storcli64), custom(Tool::sorbctl, switch_sorbctl),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置一致性校验开关 功能")}});
-  ops.push_back(OpDef{
-      "set_ctl_ccheck_state", "*, cc_state:cc, **kwargs",
-      "RAID-设置一致性校验功能模式状态（仅 storcli64）。\n\n"
-      "参数:\n"
-      "    cc_state (str): \"conc\"（并发）或 \"seq\"（顺序），仅限关键字传入。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "开始时间取控制器时钟的下一个整点。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {checked(Tool::storcli64, kScheduleStorcli64, schedule_start),
-       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 RAID-设置一致性校验功能模式状态 功能"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 RAID-设置一致性校验功能模式状态 功能")}});
-  ops.push_back(OpDef{
-      "set_ctl_ccheck_excludevd", "*, excludevd, **kwargs",
-      "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘)（仅 storcli64）。\n\n"
-      "参数:\n"
-      "    excludevd (str): 不参与一致性校验的逻辑盘，仅限关键字传入。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "以并发模式（conc）下发，开始时间取控制器时钟的下一个整点。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {checked(Tool::storcli64, kScheduleStorcli64,
-               [](Call& c) {
-                 c.p_set("cc", "conc");
-                 schedule_start(c);
-               }),
-       refuse(Tool::sorbctl,
-              "7460卡sorbctl工具没有 RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能"),
-       refuse(Tool::arcconf,
-              "PMC卡arcconf工具没有 RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能")}});
-  ops.push_back(OpDef{
-      "set_ctl_ccheck_starttime", "*, start_time, **kwargs",
+      "set_ctl_ccheck_starttime",
+      "*, start_time, **kwargs",
       "RAID-设置一致性校验功能参数_starttime(开始时间)（仅 storcli64）。\n\n"
       "参数:\n"
       "    start_time (str): 开始时间，格式 yyyy/mm/dd hh，如 \"2023/01/01 23\"，仅限关键字传入。\n"
@@ -144,7 +151,8 @@ void add_consistency_check_ops(OpList& ops) {
        refuse(Tool::arcconf,
               "PMC卡arcconf工具没有 RAID-设置一致性校验功能参数_starttime(开始时间) 功能")}});
   ops.push_back(OpDef{
-      "set_ctl_ccheck_period", "*, delay, **kwargs",
+      "set_ctl_ccheck_period",
+      "*, delay, **kwargs",
       "RAID-设置一致性校验功能参数_period(周期)。\n\n"
       "参数:\n"
       "    delay (str): 校验周期（天），仅限关键字传入；storcli64 换算成小时下发（7 -> 168），"
@@ -161,9 +169,11 @@ void add_consistency_check_ops(OpList& ops) {
                }),
        checked(Tool::sorbctl, kSetSorbctl,
                [](Call& c) { c.p_set("period_time", c.p_get("delay").get()); }),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有  RAID-设置一致性校验功能参数_period(周期) 功能")}});
+       refuse(Tool::arcconf,
+              "PMC卡arcconf工具没有  RAID-设置一致性校验功能参数_period(周期) 功能")}});
   ops.push_back(OpDef{
-      "get_ctl_ccheck_ccrate", "**kwargs",
+      "get_ctl_ccheck_ccrate",
+      "**kwargs",
       "查询一致性校验的速率。\n\n"
       "参数:\n"
       "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
@@ -172,7 +182,8 @@ void add_consistency_check_ops(OpList& ops) {
       {custom(Tool::storcli64, ccrate_storcli64), custom(Tool::sorbctl, ccrate_sorbctl),
        refuse(Tool::arcconf, "There is no such command in arcconf")}});
   ops.push_back(OpDef{
-      "set_ctl_ccheck_ccrate", "*, ccrate, **kwargs",
+      "set_ctl_ccheck_ccrate",
+      "*, ccrate, **kwargs",
       "RAID-设置一致性校验功能参数_ccrate(一致性速率)。\n\n"
       "参数:\n"
       "    ccrate (str): 速率，0 到 100，仅限关键字传入。\n"
@@ -181,33 +192,35 @@ void add_consistency_check_ops(OpList& ops) {
       {checked(Tool::storcli64, "ctr_set_ccrate_storcli64"), checked(Tool::sorbctl, kSetSorbctl),
        refuse(Tool::arcconf,
               "PMC卡arcconf工具没有 RAID-设置一致性校验功能参数_ccrate(一致性速率) 功能")}});
+  ops.push_back(
+      OpDef{"set_ctl_ccheck_repair",
+            "*, repair, **kwargs",
+            "RAID-设置一致性校验功能参数_repair(修复策略)。\n\n"
+            "参数:\n"
+            "    repair (str): \"on\" 或 \"off\"，仅限关键字传入；sorbctl 以 state 下发，"
+            "arcconf 以 repair_state 下发（on -> enable，off -> disable）。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    sorbctl: bool，设置是否成功；arcconf: parser_exec_cmd_format 对命令结果的判定。",
+            {refuse(Tool::storcli64,
+                    "LSI卡storcli64工具没有 RAID-设置一致性校验功能参数_repair(修复策略) 功能"),
+             checked(Tool::sorbctl, kSetSorbctl,
+                     [](Call& c) {
+                       Ref repair = c.p_pop("repair");
+                       c.p_set("state", repair.get());
+                     }),
+             action(Tool::arcconf, "ctl_set_ccrepair_arcconf", Route::host, [](Call& c) {
+               Ref repair = c.p_pop("repair");
+               c.p_set("repair_state", repair.get());
+               if (equals(repair.get(), "on")) {
+                 c.p_set("repair_state", "enable");
+               } else if (equals(repair.get(), "off")) {
+                 c.p_set("repair_state", "disable");
+               }
+             })}});
   ops.push_back(OpDef{
-      "set_ctl_ccheck_repair", "*, repair, **kwargs",
-      "RAID-设置一致性校验功能参数_repair(修复策略)。\n\n"
-      "参数:\n"
-      "    repair (str): \"on\" 或 \"off\"，仅限关键字传入；sorbctl 以 state 下发，"
-      "arcconf 以 repair_state 下发（on -> enable，off -> disable）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    sorbctl: bool，设置是否成功；arcconf: parser_exec_cmd_format 对命令结果的判定。",
-      {refuse(Tool::storcli64,
-              "LSI卡storcli64工具没有 RAID-设置一致性校验功能参数_repair(修复策略) 功能"),
-       checked(Tool::sorbctl, kSetSorbctl,
-               [](Call& c) {
-                 Ref repair = c.p_pop("repair");
-                 c.p_set("state", repair.get());
-               }),
-       action(Tool::arcconf, "ctl_set_ccrepair_arcconf", Route::host, [](Call& c) {
-         Ref repair = c.p_pop("repair");
-         c.p_set("repair_state", repair.get());
-         if (equals(repair.get(), "on")) {
-           c.p_set("repair_state", "enable");
-         } else if (equals(repair.get(), "off")) {
-           c.p_set("repair_state", "disable");
-         }
-       })}});
-  ops.push_back(OpDef{
-      "set_ctl_ccheck_parallelcount", "*, parallelcount, **kwargs",
+      "set_ctl_ccheck_parallelcount",
+      "*, parallelcount, **kwargs",
       "RAID-设置一致性校验功能参数_parallelcount(并行硬盘数)（仅 arcconf）。\n\n"
       "参数:\n"
       "    parallelcount (str): 同时校验的硬盘数，仅限关键字传入；1 表示关闭一致性校验。"
@@ -222,18 +235,19 @@ void add_consistency_check_ops(OpList& ops) {
          Ref count = c.p_pop("parallelcount");
          c.p_set("pd_count", count.get());
        })}});
-  ops.push_back(OpDef{
-      "query_ctl_ccheck_info", "**kwargs",
-      "查询控制器的一致性校验状态。\n\n"
-      "参数:\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    dict: CC Operation Mode（如 'Sequential'）、CC Execution Delay（如 '1 hours'）、"
-      "CC Next Starttime（如 '01/01/2023, 22:00:00'）、CC Current State（如 'Stopped'）、"
-      "CC Number of iterations（如 '6'）、CC Number of VD completed（如 '0'）、"
-      "CC Excluded VDs（如 'None'）和 raw_data（工具的原始输出；arcconf 为控制器信息部分）。",
-      {custom(Tool::storcli64, info_storcli64), custom(Tool::sorbctl, info_sorbctl),
-       custom(Tool::arcconf, info_arcconf)}});
+  ops.push_back(
+      OpDef{"query_ctl_ccheck_info",
+            "**kwargs",
+            "查询控制器的一致性校验状态。\n\n"
+            "参数:\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    dict: CC Operation Mode（如 'Sequential'）、CC Execution Delay（如 '1 hours'）、"
+            "CC Next Starttime（如 '01/01/2023, 22:00:00'）、CC Current State（如 'Stopped'）、"
+            "CC Number of iterations（如 '6'）、CC Number of VD completed（如 '0'）、"
+            "CC Excluded VDs（如 'None'）和 raw_data（工具的原始输出；arcconf 为控制器信息部分）。",
+            {custom(Tool::storcli64, info_storcli64), custom(Tool::sorbctl, info_sorbctl),
+             custom(Tool::arcconf, info_arcconf)}});
 }
 
 }  // namespace raid

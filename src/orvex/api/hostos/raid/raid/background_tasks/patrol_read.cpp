@@ -113,7 +113,8 @@ Ref switch_sorbctl(Call& c) {
 
 void add_patrol_read_ops(OpList& ops) {
   ops.push_back(OpDef{
-      "get_ctl_patrolread_status", "**kwargs",
+      "get_ctl_patrolread_status",
+      "**kwargs",
       "查询控制器的巡读（patrol read）功能状态。\n\n"
       "参数:\n"
       "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
@@ -125,23 +126,25 @@ void add_patrol_read_ops(OpList& ops) {
       {custom(Tool::storcli64, ctl_status_storcli64), custom(Tool::sorbctl, ctl_status_sorbctl),
        refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能状态 功能")},
       ResultType::dict});
+  ops.push_back(
+      OpDef{"set_pd_patrolread_oper",
+            "oper, eid, sid, **kwargs",
+            "对单块硬盘开始或停止巡读（仅 sorbctl）。\n\n"
+            "参数:\n"
+            "    oper (str): \"start\" 或 \"stop\"。\n"
+            "    eid (str): 硬盘所在的 enclosure/通道编号。\n"
+            "    sid (str): 硬盘的槽位/设备编号。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
+            "    prrate (str): 巡读速率，\"low\"、\"medium\" 或 \"high\"。\n"
+            "    delay (str): 开始巡读前的延迟（小时）。\n\n"
+            "返回:\n"
+            "    bool: 设置是否成功。oper 不是 start/stop 时抛出 OrvexException 并指出传入的值。",
+            {refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置硬盘巡读功能操作 功能"),
+             custom(Tool::sorbctl, pd_oper_sorbctl),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置硬盘巡读功能操作 功能")}});
   ops.push_back(OpDef{
-      "set_pd_patrolread_oper", "oper, eid, sid, **kwargs",
-      "对单块硬盘开始或停止巡读（仅 sorbctl）。\n\n"
-      "参数:\n"
-      "    oper (str): \"start\" 或 \"stop\"。\n"
-      "    eid (str): 硬盘所在的 enclosure/通道编号。\n"
-      "    sid (str): 硬盘的槽位/设备编号。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
-      "    prrate (str): 巡读速率，\"low\"、\"medium\" 或 \"high\"。\n"
-      "    delay (str): 开始巡读前的延迟（小时）。\n\n"
-      "返回:\n"
-      "    bool: 设置是否成功。oper 不是 start/stop 时抛出 OrvexException 并指出传入的值。",
-      {refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置硬盘巡读功能操作 功能"),
-       custom(Tool::sorbctl, pd_oper_sorbctl),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置硬盘巡读功能操作 功能")}});
-  ops.push_back(OpDef{
-      "set_patrolread_oper", "oper, **kwargs",
+      "set_patrolread_oper",
+      "oper, **kwargs",
       "对整个控制器开始、停止、暂停或恢复巡读。\n\n"
       "参数:\n"
       "    oper (str): \"start\" 或 \"stop\"；storcli64 另支持 \"pause\"、\"resume\"。\n"
@@ -154,77 +157,80 @@ void add_patrol_read_ops(OpList& ops) {
       "    bool: 设置是否成功。sorbctl 下 oper 不是 start/stop 时抛出 OrvexException。",
       {checked(Tool::storcli64, "ctr_state_pr_storcli64"), custom(Tool::sorbctl, oper_sorbctl),
        refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能操作 功能")}});
-  ops.push_back(OpDef{
-      "get_pd_patrolread_status", "eid, sid, **kwargs",
-      "查询硬盘的巡读进度。\n\n"
-      "参数:\n"
-      "    eid (str): 硬盘所在的 enclosure/通道编号；storcli64 可传 \"all\"。\n"
-      "    sid (str): 硬盘的槽位/设备编号；storcli64 可传 \"all\"。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    dict: 以硬盘路径（如 '/c0/e0/s0'）为键，值为 Status（如 'run'）、"
-      "Estimated_time_left（如 '32 min'）、Progress（如 '2'）和 raw_data。"
-      "storcli64 每块硬盘一项；sorbctl 只有一项，键为 /c<adapter_id>/e<eid>/s<sid>。",
-      {custom(Tool::storcli64, pd_status_storcli64), custom(Tool::sorbctl, pd_status_sorbctl),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询硬盘巡读功能状态 功能")}});
-  ops.push_back(OpDef{
-      "get_patrolread_rate", "**kwargs",
-      "查询巡读功能的后台速率。\n\n"
-      "参数:\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    dict: {'Patrolread Rate': 速率}；storcli64 为百分比（如 '40%'），"
-      "sorbctl 为级别（如 'high'）。",
-      {custom(Tool::storcli64, rate_storcli64), custom(Tool::sorbctl, rate_sorbctl),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能后台速率 功能")}});
-  ops.push_back(OpDef{
-      "set_patrolread_rate", "prrate, **kwargs",
-      "设置巡读功能的后台速率。\n\n"
-      "参数:\n"
-      "    prrate (str): storcli64 为百分比，如 \"20\"、\"30\"、\"40\"、\"50\"；"
-      "sorbctl 为 \"high\"、\"low\" 或 \"medium\"。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {checked(Tool::storcli64, "ctr_set_prrate_storcli64"),
-       checked(Tool::sorbctl, "set_controller_bgrate_patrolread_sorbctl"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能后台速率 功能")}});
-  ops.push_back(OpDef{
-      "set_patrolread_param", "**kwargs",
-      "设置巡读功能参数（全部以关键字传入）。\n\n"
-      "参数:\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
-      "    pd_count (str): 同时巡读的硬盘数。\n"
-      "    delay (str): 巡读启动延迟（天）；storcli64 换算成小时下发（2 -> 48），"
-      "sorbctl 同时以 period_time 下发原值。\n"
-      "    start_time (str): 开始时间，如 \"2022/10/5 23\"。\n"
-      "    inc_ssd_state (str): 是否巡读 SSD，\"on\" 或 \"off\"。\n"
-      "    uncfg_areas_state (str): 是否巡读未配置区域，\"on\" 或 \"off\"。\n"
-      "    prrate (str): 巡读速率，\"low\"、\"medium\" 或 \"high\"。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {checked(Tool::storcli64, "ctr_set_patrolread_storcli64",
-               [](Call& c) {
-                 Ref delay = c.p_get("delay");
-                 if (truthy(delay.get())) c.p_set("delay", days_as_hours(delay.get()).get());
-               }),
-       checked(Tool::sorbctl, "set_controller_patrolread_sorbctl",
-               [](Call& c) {
-                 Ref delay = c.p_get("delay");
-                 if (truthy(delay.get())) c.p_set("period_time", delay.get());
-               }),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能参数 功能")}});
-  ops.push_back(OpDef{
-      "set_patrolread_switch", "switch_status, **kwargs",
-      "打开或关闭巡读功能。\n\n"
-      "参数:\n"
-      "    switch_status (str): \"on\" 或 \"off\"。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
-      "    mode (str): 巡读模式，\"auto\" 或 \"manual\"。\n\n"
-      "返回:\n"
-      "    bool: 设置是否成功。sorbctl 通过开始/停止巡读实现，switch_status 不是 on/off 时"
-      "抛出 OrvexException。",
-      {checked(Tool::storcli64, "ctr_set_pr_switch_storcli64"),
-       custom(Tool::sorbctl, switch_sorbctl),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能开关 功能")}});
+  ops.push_back(
+      OpDef{"get_pd_patrolread_status",
+            "eid, sid, **kwargs",
+            "查询硬盘的巡读进度。\n\n"
+            "参数:\n"
+            "    eid (str): 硬盘所在的 enclosure/通道编号；storcli64 可传 \"all\"。\n"
+            "    sid (str): 硬盘的槽位/设备编号；storcli64 可传 \"all\"。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    dict: 以硬盘路径（如 '/c0/e0/s0'）为键，值为 Status（如 'run'）、"
+            "Estimated_time_left（如 '32 min'）、Progress（如 '2'）和 raw_data。"
+            "storcli64 每块硬盘一项；sorbctl 只有一项，键为 /c<adapter_id>/e<eid>/s<sid>。",
+            {custom(Tool::storcli64, pd_status_storcli64), custom(Tool::sorbctl, pd_status_sorbctl),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询硬盘巡读功能状态 功能")}});
+  ops.push_back(OpDef{"get_patrolread_rate",
+                      "**kwargs",
+                      "查询巡读功能的后台速率。\n\n"
+                      "参数:\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n"
+                      "    dict: {'Patrolread Rate': 速率}；storcli64 为百分比（如 '40%'），"
+                      "sorbctl 为级别（如 'high'）。",
+                      {custom(Tool::storcli64, rate_storcli64), custom(Tool::sorbctl, rate_sorbctl),
+                       refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能后台速率 功能")}});
+  ops.push_back(OpDef{"set_patrolread_rate",
+                      "prrate, **kwargs",
+                      "设置巡读功能的后台速率。\n\n"
+                      "参数:\n"
+                      "    prrate (str): storcli64 为百分比，如 \"20\"、\"30\"、\"40\"、\"50\"；"
+                      "sorbctl 为 \"high\"、\"low\" 或 \"medium\"。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 设置是否成功。",
+                      {checked(Tool::storcli64, "ctr_set_prrate_storcli64"),
+                       checked(Tool::sorbctl, "set_controller_bgrate_patrolread_sorbctl"),
+                       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能后台速率 功能")}});
+  ops.push_back(OpDef{"set_patrolread_param",
+                      "**kwargs",
+                      "设置巡读功能参数（全部以关键字传入）。\n\n"
+                      "参数:\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
+                      "    pd_count (str): 同时巡读的硬盘数。\n"
+                      "    delay (str): 巡读启动延迟（天）；storcli64 换算成小时下发（2 -> 48），"
+                      "sorbctl 同时以 period_time 下发原值。\n"
+                      "    start_time (str): 开始时间，如 \"2022/10/5 23\"。\n"
+                      "    inc_ssd_state (str): 是否巡读 SSD，\"on\" 或 \"off\"。\n"
+                      "    uncfg_areas_state (str): 是否巡读未配置区域，\"on\" 或 \"off\"。\n"
+                      "    prrate (str): 巡读速率，\"low\"、\"medium\" 或 \"high\"。\n\n"
+                      "返回:\n    bool: 设置是否成功。",
+                      {checked(Tool::storcli64, "ctr_set_patrolread_storcli64",
+                               [](Call& c) {
+                                 Ref delay = c.p_get("delay");
+                                 if (truthy(delay.get()))
+                                   c.p_set("delay", days_as_hours(delay.get()).get());
+                               }),
+                       checked(Tool::sorbctl, "set_controller_patrolread_sorbctl",
+                               [](Call& c) {
+                                 Ref delay = c.p_get("delay");
+                                 if (truthy(delay.get())) c.p_set("period_time", delay.get());
+                               }),
+                       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能参数 功能")}});
+  ops.push_back(
+      OpDef{"set_patrolread_switch",
+            "switch_status, **kwargs",
+            "打开或关闭巡读功能。\n\n"
+            "参数:\n"
+            "    switch_status (str): \"on\" 或 \"off\"。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
+            "    mode (str): 巡读模式，\"auto\" 或 \"manual\"。\n\n"
+            "返回:\n"
+            "    bool: 设置是否成功。sorbctl 通过开始/停止巡读实现，switch_status 不是 on/off 时"
+            "抛出 OrvexException。",
+            {checked(Tool::storcli64, "ctr_set_pr_switch_storcli64"),
+             custom(Tool::sorbctl, switch_sorbctl),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能开关 功能")}});
 }
 
 }  // namespace raid

@@ -54,27 +54,32 @@ Ref info_sorbctl(Call& c) {
 }  // namespace
 
 void add_controller_discovery_ops(OpList& ops) {
+  ops.push_back(OpDef{"get_all_controllers",
+                      "",
+                      "查询主机上的所有 RAID 控制器（仅 sorbctl）。\n\n"
+                      "返回:\n    list: 控制器列表，即工具输出的 Controllers 部分。",
+                      {custom(Tool::sorbctl, all_controllers_sorbctl)},
+                      ResultType::any,
+                      "_get_all_controllers"});
+  ops.push_back(OpDef{"query_controller_number",
+                      "",
+                      "查询控制器数量。\n\n返回:\n    str: 控制器个数，如 \"1\"。",
+                      {parser(Tool::sorbctl, "get_controller_number_sorbctl"),
+                       parser(Tool::arcconf, "get_controller_number_arcconf"),
+                       parser(Tool::storcli64, "get_controller_number_storcli64")},
+                      ResultType::any,
+                      "_query_controller_number"});
+  ops.push_back(
+      OpDef{"query_controller_driver_info",
+            "",
+            "查询控制卡驱动信息（仅 sorbctl，驱动 sorbdrv）。\n\n"
+            "返回:\n    dict: {\"DriverName\": \"sorbdrv\", \"DriverVersion\": 驱动版本}。",
+            {custom(Tool::sorbctl, driver_info_sorbctl)},
+            ResultType::any,
+            "_query_controller_driver_info"});
   ops.push_back(OpDef{
-      "get_all_controllers", "",
-      "查询主机上的所有 RAID 控制器（仅 sorbctl）。\n\n"
-      "返回:\n    list: 控制器列表，即工具输出的 Controllers 部分。",
-      {custom(Tool::sorbctl, all_controllers_sorbctl)},
-      ResultType::any, "_get_all_controllers"});
-  ops.push_back(OpDef{
-      "query_controller_number", "",
-      "查询控制器数量。\n\n返回:\n    str: 控制器个数，如 \"1\"。",
-      {parser(Tool::sorbctl, "get_controller_number_sorbctl"),
-       parser(Tool::arcconf, "get_controller_number_arcconf"),
-       parser(Tool::storcli64, "get_controller_number_storcli64")},
-      ResultType::any, "_query_controller_number"});
-  ops.push_back(OpDef{
-      "query_controller_driver_info", "",
-      "查询控制卡驱动信息（仅 sorbctl，驱动 sorbdrv）。\n\n"
-      "返回:\n    dict: {\"DriverName\": \"sorbdrv\", \"DriverVersion\": 驱动版本}。",
-      {custom(Tool::sorbctl, driver_info_sorbctl)},
-      ResultType::any, "_query_controller_driver_info"});
-  ops.push_back(OpDef{
-      "query_raid_config", "**kwargs",
+      "query_raid_config",
+      "**kwargs",
       "查询控制器配置。\n\n"
       "参数:\n"
       "    adp_id (str): 控制器编号（arcconf、sorbctl），缺省为第一个控制器。\n"
@@ -84,28 +89,31 @@ void add_controller_discovery_ops(OpList& ops) {
               [](Call& c) { return c.parsed_index("get_controller_config_sorbctl"); }),
        custom(Tool::storcli64, raid_config_storcli64),
        custom(Tool::arcconf, [](Call& c) { return c.parsed_index("ctr_get_adpt_cfg_arcconf"); })},
-      ResultType::any, "get_raid_config_info"});
-  ops.push_back(OpDef{
-      "get_controller_status_raid", "**kwargs",
-      "查询控制器状态。\n\n"
-      "参数:\n    adp_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    dict: sas_address, firmware_version, driver_version, vendor_id, psoc_pn, "
-      "psoc_firmware_version, device_id, sub_vendor_id, sub_device_id, domain_number, "
-      "bus_number, device_number, function_number, serial_number, pcie_width, pcie_speed, "
-      "temperature, pd_number, vd_number, ddr_size, raw_data（工具的完整控制器记录）。",
-      {custom(Tool::sorbctl, status_sorbctl), custom(Tool::storcli64, status_storcli64),
-       custom(Tool::arcconf, status_arcconf)},
-      ResultType::dict});
-  ops.push_back(OpDef{
-      "get_controller_info_raid", "**kwargs",
-      "查询控制器能力信息（仅 sorbctl 提供）。\n\n"
-      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    list: 能力条目，如 BpSupport、CtrlMod、DriveSupport、EP_PCIeSpeed、"
-      "EP_PCIeWidth、MaxHDDNumberRaid10、MaxHDDStripeSize、MaxSuSize 等。",
-      {refuse(Tool::storcli64, "博通卡 暂未提供查询控制器信息 功能"),
-       custom(Tool::sorbctl, info_sorbctl),
-       refuse(Tool::arcconf, "PMC卡 暂未提供查询控制器信息 功能")},
-      ResultType::list});
+      ResultType::any,
+      "get_raid_config_info"});
+  ops.push_back(
+      OpDef{"get_controller_status_raid",
+            "**kwargs",
+            "查询控制器状态。\n\n"
+            "参数:\n    adp_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    dict: sas_address, firmware_version, driver_version, vendor_id, psoc_pn, "
+            "psoc_firmware_version, device_id, sub_vendor_id, sub_device_id, domain_number, "
+            "bus_number, device_number, function_number, serial_number, pcie_width, pcie_speed, "
+            "temperature, pd_number, vd_number, ddr_size, raw_data（工具的完整控制器记录）。",
+            {custom(Tool::sorbctl, status_sorbctl), custom(Tool::storcli64, status_storcli64),
+             custom(Tool::arcconf, status_arcconf)},
+            ResultType::dict});
+  ops.push_back(
+      OpDef{"get_controller_info_raid",
+            "**kwargs",
+            "查询控制器能力信息（仅 sorbctl 提供）。\n\n"
+            "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    list: 能力条目，如 BpSupport、CtrlMod、DriveSupport、EP_PCIeSpeed、"
+            "EP_PCIeWidth、MaxHDDNumberRaid10、MaxHDDStripeSize、MaxSuSize 等。",
+            {refuse(Tool::storcli64, "博通卡 暂未提供查询控制器信息 功能"),
+             custom(Tool::sorbctl, info_sorbctl),
+             refuse(Tool::arcconf, "PMC卡 暂未提供查询控制器信息 功能")},
+            ResultType::list});
 }
 
 }  // namespace raid

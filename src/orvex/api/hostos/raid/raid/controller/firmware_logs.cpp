@@ -244,14 +244,16 @@ Ref passthru_params(PyObject* args, PyObject* extra) {
 
 void add_firmware_logs_ops(OpList& ops) {
   ops.push_back(OpDef{
-      "export_fw_logs", "**kwargs",
+      "export_fw_logs",
+      "**kwargs",
       "导出控制器固件日志（仅 storcli64）。\n\n"
       "参数:\n"
       "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
       "返回:\n    工具输出的日志（命令结果的 stdout 部分，逐行）。",
       {custom(Tool::storcli64, [](Call& c) { return stdout_of(c, "ctr_get_log_storcli64"); })}});
   ops.push_back(OpDef{
-      "get_controller_detail_log", "**kwargs",
+      "get_controller_detail_log",
+      "**kwargs",
       "查询控制器详细日志。\n\n"
       "sorbctl 先导出 flash 与 ram 两份日志（/root/raidlog//log-flash.txt、"
       "/root/raidlog//log-ram.txt）再读取；arcconf 导出后读取 "
@@ -262,40 +264,41 @@ void add_firmware_logs_ops(OpList& ops) {
       "异常:\n    OrvexException: 工具未导出日志文件时抛出 \"导出日志文件失败\"。",
       {custom(Tool::storcli64, [](Call& c) { return stdout_of(c, "ctr_get_alilog_storcli64"); }),
        custom(Tool::sorbctl, detail_log_sorbctl), custom(Tool::arcconf, detail_log_arcconf)}});
+  ops.push_back(OpDef{"update_controller_fw",
+                      "fw_file, **kwargs",
+                      "升级控制器固件。\n\n"
+                      "参数:\n"
+                      "    fw_file (str): 固件文件路径。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 升级是否成功。",
+                      {checked(Tool::storcli64, "ctr_update_fw_storcli64"),
+                       checked(Tool::sorbctl, "update_controller_fw_sorbctl"),
+                       checked(Tool::arcconf, "update_controller_fw_arcconf")}});
+  ops.push_back(OpDef{"update_pd_fw",
+                      "eid, sid, fw_file, **kwargs",
+                      "通过控制器升级直通硬盘的固件。\n\n"
+                      "参数:\n"
+                      "    eid (str): 硬盘所在的 enclosure / channel 编号。\n"
+                      "    sid (str): 硬盘的 slot / device 编号。\n"
+                      "    fw_file (str): 固件文件路径。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 升级是否成功。",
+                      {checked(Tool::storcli64, "pd_update_fw_storcli64"),
+                       checked(Tool::sorbctl, "update_controller_pd_fw_sorbctl"),
+                       checked(Tool::arcconf, "update_pd_fw_arcconf")}});
+  ops.push_back(OpDef{"activate_hot_ctl_fw",
+                      "active_type='hot', **kwargs",
+                      "固件热激活：不重启主机激活新加载的控制器固件（仅 sorbctl）。\n\n"
+                      "参数:\n"
+                      "    active_type (str): \"hot\"（缺省）或 \"cold\"。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 激活是否成功。",
+                      {refuse(Tool::storcli64, "LSI卡storcli64工具没有 固件热激活 功能"),
+                       checked(Tool::sorbctl, "active_controller_fw_sorbctl"),
+                       refuse(Tool::arcconf, "PMC卡arcconf工具没有 固件热激活 功能")}});
   ops.push_back(OpDef{
-      "update_controller_fw", "fw_file, **kwargs",
-      "升级控制器固件。\n\n"
-      "参数:\n"
-      "    fw_file (str): 固件文件路径。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 升级是否成功。",
-      {checked(Tool::storcli64, "ctr_update_fw_storcli64"),
-       checked(Tool::sorbctl, "update_controller_fw_sorbctl"),
-       checked(Tool::arcconf, "update_controller_fw_arcconf")}});
-  ops.push_back(OpDef{
-      "update_pd_fw", "eid, sid, fw_file, **kwargs",
-      "通过控制器升级直通硬盘的固件。\n\n"
-      "参数:\n"
-      "    eid (str): 硬盘所在的 enclosure / channel 编号。\n"
-      "    sid (str): 硬盘的 slot / device 编号。\n"
-      "    fw_file (str): 固件文件路径。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 升级是否成功。",
-      {checked(Tool::storcli64, "pd_update_fw_storcli64"),
-       checked(Tool::sorbctl, "update_controller_pd_fw_sorbctl"),
-       checked(Tool::arcconf, "update_pd_fw_arcconf")}});
-  ops.push_back(OpDef{
-      "activate_hot_ctl_fw", "active_type='hot', **kwargs",
-      "固件热激活：不重启主机激活新加载的控制器固件（仅 sorbctl）。\n\n"
-      "参数:\n"
-      "    active_type (str): \"hot\"（缺省）或 \"cold\"。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 激活是否成功。",
-      {refuse(Tool::storcli64, "LSI卡storcli64工具没有 固件热激活 功能"),
-       checked(Tool::sorbctl, "active_controller_fw_sorbctl"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 固件热激活 功能")}});
-  ops.push_back(OpDef{
-      "controller_command_passthru", "eid, sid, command_passthru, **kwargs",
+      "controller_command_passthru",
+      "eid, sid, command_passthru, **kwargs",
       "通过 RAID 工具向物理硬盘透传命令，返回硬盘的应答数据。\n\n"
       "参数:\n"
       "    eid (str): 硬盘所在的 enclosure / channel 编号。\n"
@@ -311,7 +314,9 @@ void add_firmware_logs_ops(OpList& ops) {
       "无数据传输时列表为空。",
       {custom(Tool::storcli64, passthru_storcli64), custom(Tool::sorbctl, passthru_sorbctl),
        custom(Tool::arcconf, passthru_arcconf)},
-      ResultType::any, nullptr, passthru_params});
+      ResultType::any,
+      nullptr,
+      passthru_params});
 }
 
 }  // namespace raid

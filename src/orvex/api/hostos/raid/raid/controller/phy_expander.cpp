@@ -273,7 +273,8 @@ Ref phy_control_storelibtest(Call& c) {
 
 void add_phy_expander_ops(OpList& ops) {
   ops.push_back(OpDef{
-      "get_expander_cfg", "**kwargs",
+      "get_expander_cfg",
+      "**kwargs",
       "查询expander背板信息。\n\n"
       "参数:\n"
       "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
@@ -285,45 +286,48 @@ void add_phy_expander_ops(OpList& ops) {
       {custom(Tool::storcli64, expander_cfg_storcli64),
        refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询expander背板信息 功能"),
        custom(Tool::arcconf, expander_cfg_arcconf)}});
+  ops.push_back(
+      OpDef{"get_ctl_phyerror",
+            "**kwargs",
+            "查询控制器 PHY 误码计数。\n\n"
+            "参数:\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    list: 每个 PHY 一个字典，键为 phy_id、invalid_dword_count、"
+            "running_disparity_error_count、loss_of_dword_sync_count、"
+            "phy_reset_problem_count 与 raw_data。",
+            {custom(Tool::storcli64, phyerror_storcli64), custom(Tool::sorbctl, phyerror_sorbctl),
+             custom(Tool::arcconf, phyerror_arcconf)}});
+  ops.push_back(OpDef{"set_ctl_phy_func",
+                      "eid, sid, oper, **kwargs",
+                      "设置控制器PHY连接状态（仅 sorbctl）。\n\n"
+                      "参数:\n"
+                      "    eid (str): enclosure / channel 编号。\n"
+                      "    sid (str): slot / device 编号。\n"
+                      "    oper (str): 对 PHY 连接的操作，由工具定义。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 设置是否成功。",
+                      {refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置控制器PHY连接状态 功能"),
+                       checked(Tool::sorbctl, "set_controller_phy_func_sorbctl"),
+                       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置控制器PHY连接状态 功能")}});
+  ops.push_back(
+      OpDef{"ctl_get_phy_info_storelibtest",
+            "phy_input, **kwargs",
+            "使用 storelibtest 工具查询 phy 信息（博通卡，需 expander 背板）。\n\n"
+            "参数:\n"
+            "    phy_input (str): \"all\" 表示全部 phy；\"0-3\" 表示 0 到 3（含两端）；"
+            "\"1 5 7\" 表示以空格分隔的 phy 编号。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    list: 工具输出中的非空行。\n\n"
+            "异常:\n"
+            "    OrvexException: 无 expander 背板时为 \"该环境无exp背板, 无法查询所有phy信息\"；"
+            "phy 编号超出控制器 phy 数目时为 \"输入的phy数目错误, 请重试\"。",
+            {custom(Tool::storcli64, phy_info_storelibtest),
+             refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具查询所有phy信息"),
+             refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具查询所有phy信息")}});
   ops.push_back(OpDef{
-      "get_ctl_phyerror", "**kwargs",
-      "查询控制器 PHY 误码计数。\n\n"
-      "参数:\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    list: 每个 PHY 一个字典，键为 phy_id、invalid_dword_count、"
-      "running_disparity_error_count、loss_of_dword_sync_count、"
-      "phy_reset_problem_count 与 raw_data。",
-      {custom(Tool::storcli64, phyerror_storcli64), custom(Tool::sorbctl, phyerror_sorbctl),
-       custom(Tool::arcconf, phyerror_arcconf)}});
-  ops.push_back(OpDef{
-      "set_ctl_phy_func", "eid, sid, oper, **kwargs",
-      "设置控制器PHY连接状态（仅 sorbctl）。\n\n"
-      "参数:\n"
-      "    eid (str): enclosure / channel 编号。\n"
-      "    sid (str): slot / device 编号。\n"
-      "    oper (str): 对 PHY 连接的操作，由工具定义。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置控制器PHY连接状态 功能"),
-       checked(Tool::sorbctl, "set_controller_phy_func_sorbctl"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置控制器PHY连接状态 功能")}});
-  ops.push_back(OpDef{
-      "ctl_get_phy_info_storelibtest", "phy_input, **kwargs",
-      "使用 storelibtest 工具查询 phy 信息（博通卡，需 expander 背板）。\n\n"
-      "参数:\n"
-      "    phy_input (str): \"all\" 表示全部 phy；\"0-3\" 表示 0 到 3（含两端）；"
-      "\"1 5 7\" 表示以空格分隔的 phy 编号。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    list: 工具输出中的非空行。\n\n"
-      "异常:\n"
-      "    OrvexException: 无 expander 背板时为 \"该环境无exp背板, 无法查询所有phy信息\"；"
-      "phy 编号超出控制器 phy 数目时为 \"输入的phy数目错误, 请重试\"。",
-      {custom(Tool::storcli64, phy_info_storelibtest),
-       refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具查询所有phy信息"),
-       refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具查询所有phy信息")}});
-  ops.push_back(OpDef{
-      "ctl_phy_control_storelibtest", "reset_type, phy_input:-, **kwargs",
+      "ctl_phy_control_storelibtest",
+      "reset_type, phy_input:-, **kwargs",
       "使用 storelibtest 工具对 phy 进行 phy control（复位）操作（博通卡，需 expander 背板）。\n\n"
       "参数:\n"
       "    reset_type (str): 复位类型，由工具定义。\n"
@@ -337,26 +341,26 @@ void add_phy_expander_ops(OpList& ops) {
       {custom(Tool::storcli64, phy_control_storelibtest),
        refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具进行phy control测试"),
        refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具进行phy control测试")}});
-  ops.push_back(OpDef{
-      "set_controller_phy_speed", "*, eid, sid, speed, **kwargs",
-      "设置 phy 链路速率（仅 sorbctl）。\n\n"
-      "参数（仅限关键字传入）:\n"
-      "    eid (str): enclosure / channel 编号。\n"
-      "    sid (str): slot / device 编号。\n"
-      "    speed (str): 链路速率。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {refuse(Tool::storcli64, "博通卡不支持使用storcli64工具设置phy linkspeed"),
-       checked(Tool::sorbctl, "set_controller_phy_speed_sorbctl"),
-       refuse(Tool::arcconf, "PMC卡不支持使用arcconf工具设置phy linkspeed")}});
-  ops.push_back(OpDef{
-      "get_eye_diagram", "adapter_id, sid",
-      "查询眼图（仅 sorbctl）。\n\n"
-      "参数:\n"
-      "    adapter_id (str): 控制器编号。\n"
-      "    sid (str): slot / device 编号。\n\n"
-      "返回:\n    工具输出的解析结果。",
-      {parser(Tool::sorbctl, "get_eye_diagram_sorbctl")}});
+  ops.push_back(OpDef{"set_controller_phy_speed",
+                      "*, eid, sid, speed, **kwargs",
+                      "设置 phy 链路速率（仅 sorbctl）。\n\n"
+                      "参数（仅限关键字传入）:\n"
+                      "    eid (str): enclosure / channel 编号。\n"
+                      "    sid (str): slot / device 编号。\n"
+                      "    speed (str): 链路速率。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 设置是否成功。",
+                      {refuse(Tool::storcli64, "博通卡不支持使用storcli64工具设置phy linkspeed"),
+                       checked(Tool::sorbctl, "set_controller_phy_speed_sorbctl"),
+                       refuse(Tool::arcconf, "PMC卡不支持使用arcconf工具设置phy linkspeed")}});
+  ops.push_back(OpDef{"get_eye_diagram",
+                      "adapter_id, sid",
+                      "查询眼图（仅 sorbctl）。\n\n"
+                      "参数:\n"
+                      "    adapter_id (str): 控制器编号。\n"
+                      "    sid (str): slot / device 编号。\n\n"
+                      "返回:\n    工具输出的解析结果。",
+                      {parser(Tool::sorbctl, "get_eye_diagram_sorbctl")}});
 }
 
 }  // namespace raid

@@ -136,18 +136,19 @@ Ref foreign_config_sorbctl(Call& c) {
 }  // namespace
 
 void add_controller_settings_ops(OpList& ops) {
+  ops.push_back(OpDef{"set_ctl_mode",
+                      "mode, **kwargs",
+                      "设置控制卡工作模式（仅 arcconf）。\n\n"
+                      "参数:\n"
+                      "    mode (str): 工作模式，\"2\"、\"3\" 或 \"5\"。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    parser_exec_cmd_format 对命令结果的判定。",
+                      {action(Tool::arcconf, "ctr_set_ctrl_mode_arcconf"),
+                       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置控制卡工作模式 功能"),
+                       refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置控制卡工作模式 功能")}});
   ops.push_back(OpDef{
-      "set_ctl_mode", "mode, **kwargs",
-      "设置控制卡工作模式（仅 arcconf）。\n\n"
-      "参数:\n"
-      "    mode (str): 工作模式，\"2\"、\"3\" 或 \"5\"。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    parser_exec_cmd_format 对命令结果的判定。",
-      {action(Tool::arcconf, "ctr_set_ctrl_mode_arcconf"),
-       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置控制卡工作模式 功能"),
-       refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置控制卡工作模式 功能")}});
-  ops.push_back(OpDef{
-      "set_jbod_state", "state, **kwargs",
+      "set_jbod_state",
+      "state, **kwargs",
       "打开或关闭控制器的直通（JBOD）功能。\n\n"
       "参数:\n"
       "    state (str): \"on\" 或 \"off\"。\n"
@@ -163,68 +164,74 @@ void add_controller_settings_ops(OpList& ops) {
                }),
        custom(Tool::arcconf, jbod_arcconf)}});
 
+  ops.push_back(
+      OpDef{"query_jbod_info",
+            "**kwargs",
+            "查询控制器直通（JBOD）状态。\n\n"
+            "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    str: 直通状态，如 \"ON\" 或 \"OFF\"；arcconf 的其他工作模式原样返回。",
+            {custom(Tool::storcli64, jbod_info_storcli64), custom(Tool::sorbctl, jbod_info_sorbctl),
+             custom(Tool::arcconf, jbod_info_arcconf)}});
+  ops.push_back(
+      OpDef{"get_ctl_current_time",
+            "**kwargs",
+            "查询控制卡当前时间信息（仅 storcli64）。\n\n"
+            "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    str: 控制器时间，格式 \"%Y/%m/%d %H:%M:%S\"，如 \"2021/11/22 19:06:45\"。",
+            {custom(Tool::storcli64, current_time_storcli64),
+             refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询控制卡当前时间信息 功能"),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询控制卡当前时间信息 功能")}});
+  ops.push_back(
+      OpDef{"set_controller_time",
+            "**kwargs",
+            "设置raid控制器时间（仅 storcli64）。\n\n"
+            "参数:\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
+            "    ctl_time (str): 要设置的时间，格式 yyyymmdd hh:mm:ss；不传则使用系统时间。\n\n"
+            "返回:\n    bool: 设置是否成功。",
+            {checked(Tool::storcli64, "ctr_set_controll_time_storcli64"),
+             refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置raid控制器时间 功能"),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置raid控制器时间 功能")}});
+  ops.push_back(OpDef{"set_ctl_restart",
+                      "**kwargs",
+                      "设置控制器复位（仅 storcli64）。\n\n"
+                      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 复位命令是否成功。",
+                      {checked(Tool::storcli64, "set_ctl_restart_storcli64", Route::host),
+                       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置控制器复位 功能"),
+                       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置控制器复位 功能")}});
+  ops.push_back(
+      OpDef{"set_ctl_restart_switch",
+            "state, **kwargs",
+            "设置控制器复位开关打开或关闭（仅 storcli64）。\n\n"
+            "参数:\n"
+            "    state (str): \"on\" 或 \"off\"。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    bool: 设置是否成功。",
+            {checked(Tool::storcli64, "set_ctl_restart_switch_storcli64", Route::host),
+             refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置控制器复位开关打开或关闭 功能"),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置控制器复位开关打开或关闭 功能")}});
+  ops.push_back(OpDef{"set_ctl_auto_rebuild",
+                      "state, **kwargs",
+                      "设置控制器自动重构开关（仅 storcli64）。\n\n"
+                      "参数:\n"
+                      "    state (str): \"on\" 或 \"off\"。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 设置是否成功。",
+                      {checked(Tool::storcli64, "set_ctl_auto_rebuild_storcli64", Route::host),
+                       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置控制器自动重构开关 功能"),
+                       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置控制器自动重构开关 功能")}});
+  ops.push_back(
+      OpDef{"get_controller_ehsp",
+            "**kwargs",
+            "查询紧急热备状态（storcli64、sorbctl）。\n\n"
+            "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    str: \"ON\" 或 \"OFF\"（大写）；storcli64 未报告 EmergencyUG 时返回 None。",
+            {custom(Tool::storcli64, ehsp_storcli64), custom(Tool::sorbctl, ehsp_sorbctl),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询紧急热备状态 功能")}});
   ops.push_back(OpDef{
-      "query_jbod_info", "**kwargs",
-      "查询控制器直通（JBOD）状态。\n\n"
-      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    str: 直通状态，如 \"ON\" 或 \"OFF\"；arcconf 的其他工作模式原样返回。",
-      {custom(Tool::storcli64, jbod_info_storcli64), custom(Tool::sorbctl, jbod_info_sorbctl),
-       custom(Tool::arcconf, jbod_info_arcconf)}});
-  ops.push_back(OpDef{
-      "get_ctl_current_time", "**kwargs",
-      "查询控制卡当前时间信息（仅 storcli64）。\n\n"
-      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    str: 控制器时间，格式 \"%Y/%m/%d %H:%M:%S\"，如 \"2021/11/22 19:06:45\"。",
-      {custom(Tool::storcli64, current_time_storcli64),
-       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询控制卡当前时间信息 功能"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询控制卡当前时间信息 功能")}});
-  ops.push_back(OpDef{
-      "set_controller_time", "**kwargs",
-      "设置raid控制器时间（仅 storcli64）。\n\n"
-      "参数:\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
-      "    ctl_time (str): 要设置的时间，格式 yyyymmdd hh:mm:ss；不传则使用系统时间。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {checked(Tool::storcli64, "ctr_set_controll_time_storcli64"),
-       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置raid控制器时间 功能"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置raid控制器时间 功能")}});
-  ops.push_back(OpDef{
-      "set_ctl_restart", "**kwargs",
-      "设置控制器复位（仅 storcli64）。\n\n"
-      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 复位命令是否成功。",
-      {checked(Tool::storcli64, "set_ctl_restart_storcli64", Route::host),
-       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置控制器复位 功能"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置控制器复位 功能")}});
-  ops.push_back(OpDef{
-      "set_ctl_restart_switch", "state, **kwargs",
-      "设置控制器复位开关打开或关闭（仅 storcli64）。\n\n"
-      "参数:\n"
-      "    state (str): \"on\" 或 \"off\"。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {checked(Tool::storcli64, "set_ctl_restart_switch_storcli64", Route::host),
-       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置控制器复位开关打开或关闭 功能"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置控制器复位开关打开或关闭 功能")}});
-  ops.push_back(OpDef{
-      "set_ctl_auto_rebuild", "state, **kwargs",
-      "设置控制器自动重构开关（仅 storcli64）。\n\n"
-      "参数:\n"
-      "    state (str): \"on\" 或 \"off\"。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {checked(Tool::storcli64, "set_ctl_auto_rebuild_storcli64", Route::host),
-       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置控制器自动重构开关 功能"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置控制器自动重构开关 功能")}});
-  ops.push_back(OpDef{
-      "get_controller_ehsp", "**kwargs",
-      "查询紧急热备状态（storcli64、sorbctl）。\n\n"
-      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    str: \"ON\" 或 \"OFF\"（大写）；storcli64 未报告 EmergencyUG 时返回 None。",
-      {custom(Tool::storcli64, ehsp_storcli64), custom(Tool::sorbctl, ehsp_sorbctl),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询紧急热备状态 功能")}});
-  ops.push_back(OpDef{
-      "set_controller_emergency_hotspare_switch", "switch, option:-='eug', **kwargs",
+      "set_controller_emergency_hotspare_switch",
+      "switch, option:-='eug', **kwargs",
       "设置控制器的紧急热备开关（storcli64、sorbctl）。\n\n"
       "参数:\n"
       "    switch (str): \"on\" 或 \"off\"。\n"
@@ -235,43 +242,45 @@ void add_controller_settings_ops(OpList& ops) {
       {checked(Tool::storcli64, "ctr_set_eghs_cfg_storcli64", Route::host, ehsp_switch_storcli64),
        checked(Tool::sorbctl, "set_controller_ehsp_sorbctl", Route::host, ehsp_switch_sorbctl),
        refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置控制器的紧急热备开关 功能")}});
+  ops.push_back(
+      OpDef{"set_bootwithpinnedcache",
+            "state, **kwargs",
+            "设置存在脏数据时的控制器启动方式（storcli64、sorbctl）。\n\n"
+            "参数:\n"
+            "    state (str): \"on\" 或 \"off\"。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    bool: 设置是否成功。",
+            {checked(Tool::storcli64, "ctr_set_bootwithpinnedcache_storcli64"),
+             checked(Tool::sorbctl, "set_controller_bootwithpinnedcache_sorbctl"),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置存在脏数据时的控制器启动方式 功能")}});
   ops.push_back(OpDef{
-      "set_bootwithpinnedcache", "state, **kwargs",
-      "设置存在脏数据时的控制器启动方式（storcli64、sorbctl）。\n\n"
-      "参数:\n"
-      "    state (str): \"on\" 或 \"off\"。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {checked(Tool::storcli64, "ctr_set_bootwithpinnedcache_storcli64"),
-       checked(Tool::sorbctl, "set_controller_bootwithpinnedcache_sorbctl"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置存在脏数据时的控制器启动方式 功能")}});
-  ops.push_back(OpDef{
-      "get_bootwithpinnedcache", "**kwargs",
+      "get_bootwithpinnedcache",
+      "**kwargs",
       "查询存在脏数据时的控制器启动方式（storcli64、sorbctl）。\n\n"
       "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
       "返回:\n    str: 大写的开关状态，如 \"ON\"、\"OFF\"。",
       {custom(Tool::storcli64, pinned_cache_storcli64), custom(Tool::sorbctl, pinned_cache_sorbctl),
        refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询存在脏数据时的控制器启动方式 功能")}});
-  ops.push_back(OpDef{
-      "set_controller_pdcache", "*, state, **kwargs",
-      "设置控制器下未配置硬盘的硬盘缓存（仅 arcconf）。\n\n"
-      "参数:\n"
-      "    state (str): \"on\" 或 \"off\"（仅限关键字传入）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {refuse(Tool::storcli64, "There is no such command in storcli64"),
-       refuse(Tool::sorbctl, "There is no such command in sorbctl"),
-       checked(Tool::arcconf, "set_controller_pdcache_arcconf", pdcache_arcconf)}});
-  ops.push_back(OpDef{
-      "set_controller_foreign_config", "*, oper, **kwargs",
-      "设置外部配置操作：删除或导入控制器上的外部配置（storcli64、sorbctl）。\n\n"
-      "参数:\n"
-      "    oper (str): \"delete\"（删除）或 \"import\"（导入），仅限关键字传入。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 操作是否成功。",
-      {checked(Tool::storcli64, "vd_foreign_operate_storcli64", Route::host),
-       custom(Tool::sorbctl, foreign_config_sorbctl),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置外部配置操作 功能")}});
+  ops.push_back(OpDef{"set_controller_pdcache",
+                      "*, state, **kwargs",
+                      "设置控制器下未配置硬盘的硬盘缓存（仅 arcconf）。\n\n"
+                      "参数:\n"
+                      "    state (str): \"on\" 或 \"off\"（仅限关键字传入）。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 设置是否成功。",
+                      {refuse(Tool::storcli64, "There is no such command in storcli64"),
+                       refuse(Tool::sorbctl, "There is no such command in sorbctl"),
+                       checked(Tool::arcconf, "set_controller_pdcache_arcconf", pdcache_arcconf)}});
+  ops.push_back(OpDef{"set_controller_foreign_config",
+                      "*, oper, **kwargs",
+                      "设置外部配置操作：删除或导入控制器上的外部配置（storcli64、sorbctl）。\n\n"
+                      "参数:\n"
+                      "    oper (str): \"delete\"（删除）或 \"import\"（导入），仅限关键字传入。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 操作是否成功。",
+                      {checked(Tool::storcli64, "vd_foreign_operate_storcli64", Route::host),
+                       custom(Tool::sorbctl, foreign_config_sorbctl),
+                       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置外部配置操作 功能")}});
 }
 
 }  // namespace raid

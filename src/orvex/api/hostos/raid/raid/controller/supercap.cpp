@@ -34,9 +34,8 @@ Ref capacitance_storcli64(Call& c) {
     add_properties(parser.get(), info.get());
   } else if (equals(information.get(), "simple")) {
     Ref values = call_method(parser.get(), "values");
-    each(values.get(), [&](PyObject* rows) {
-      each(rows, [&](PyObject* row) { update(info.get(), row); });
-    });
+    each(values.get(),
+         [&](PyObject* rows) { each(rows, [&](PyObject* row) { update(info.get(), row); }); });
   } else {
     c.refuse("LSI卡查询电容all参数错误: 全部信息all=\"all\" 简要信息all=\"simple\"");
   }
@@ -107,7 +106,8 @@ Ref self_learn_sorbctl(Call& c) {
 
 void add_supercap_ops(OpList& ops) {
   ops.push_back(OpDef{
-      "get_capacitance_info", "information='all', **kwargs",
+      "get_capacitance_info",
+      "information='all', **kwargs",
       "查询超级电容信息。\n\n"
       "参数:\n"
       "    information (str): \"all\" 全部信息（缺省）或 \"simple\" 简要信息；仅 storcli64 使用。\n"
@@ -118,20 +118,22 @@ void add_supercap_ops(OpList& ops) {
       "Supercap Date of Manufacture、Date of Manufacture、PCB Version 等，以及 raw_data。",
       {custom(Tool::storcli64, capacitance_storcli64), custom(Tool::sorbctl, capacitance_sorbctl),
        custom(Tool::arcconf, capacitance_arcconf)}});
+  ops.push_back(
+      OpDef{"set_supercap_learn",
+            "**kwargs",
+            "设置超级电容自学习（storcli64、sorbctl）。\n\n"
+            "参数:\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
+            "    cycle (str): 自学习周期（天），最小 1，缺省 \"30\"；仅 sorbctl 使用。\n"
+            "    starttime (str): 开始时间，格式 \"%Y-%m-%d,%H:%M:%S\"，缺省为主机当前时间；"
+            "仅 sorbctl 使用。\n\n"
+            "返回:\n    bool: 设置是否成功；sorbctl 回显 fail 时抛出异常。",
+            {checked(Tool::storcli64, "ctr_start_cv_learn_storcli64"),
+             custom(Tool::sorbctl, supercap_learn_sorbctl),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置超级电容自学习 功能")}});
   ops.push_back(OpDef{
-      "set_supercap_learn", "**kwargs",
-      "设置超级电容自学习（storcli64、sorbctl）。\n\n"
-      "参数:\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
-      "    cycle (str): 自学习周期（天），最小 1，缺省 \"30\"；仅 sorbctl 使用。\n"
-      "    starttime (str): 开始时间，格式 \"%Y-%m-%d,%H:%M:%S\"，缺省为主机当前时间；"
-      "仅 sorbctl 使用。\n\n"
-      "返回:\n    bool: 设置是否成功；sorbctl 回显 fail 时抛出异常。",
-      {checked(Tool::storcli64, "ctr_start_cv_learn_storcli64"),
-       custom(Tool::sorbctl, supercap_learn_sorbctl),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置超级电容自学习 功能")}});
-  ops.push_back(OpDef{
-      "get_supercap_self_learn_info", "**kwargs",
+      "get_supercap_self_learn_info",
+      "**kwargs",
       "查询超级电容自学习信息（storcli64、sorbctl）。\n\n"
       "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
       "返回:\n"

@@ -69,57 +69,64 @@ Ref erase_arcconf(Call& c) {
 }  // namespace
 
 void add_pd_erase_sanitize_ops(OpList& ops) {
+  ops.push_back(OpDef{"start_pd_sanitize",
+                      "*, eid, sid, mode, **kwargs",
+                      "启动硬盘 sanitize 擦除。\n\n"
+                      "参数:\n"
+                      "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+                      "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+                      "    mode (str): \"cryptoerase\"、\"overwrite\" 或 \"blockerase\"。\n"
+                      "    ause (bool): sanitize 因未知原因失败时将硬盘置为 unconfigured good。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 启动是否成功。",
+                      {checked(Tool::storcli64, "start_pd_sanitize_storcli64"),
+                       checked(Tool::sorbctl, "start_controller_pd_sanitize_sorbctl"),
+                       refuse(Tool::arcconf, "There is no such command in arcconf")}});
+  ops.push_back(
+      OpDef{"get_pd_sanitize",
+            "eid, sid, **kwargs",
+            "查询硬盘 sanitize 进度。\n\n"
+            "参数:\n"
+            "    eid (str): enclosure（通道）编号。\n"
+            "    sid (str): 槽位（设备）编号。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    dict: Status（如 \"run\"）, Progress（如 \"18\"）, Estimated_time_left（如 \"80 "
+            "min\"）, raw_data。",
+            {custom(Tool::storcli64, sanitize_storcli64), custom(Tool::sorbctl, sanitize_sorbctl),
+             refuse(Tool::arcconf, "There is no such command in arcconf")}});
+  ops.push_back(OpDef{"start_pd_erase",
+                      "*, eid, sid, mode, **kwargs",
+                      "启动硬盘擦除。\n\n"
+                      "参数:\n"
+                      "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+                      "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+                      "    mode (str): \"normal\"、\"simple\" 或 \"thorough\"。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 启动是否成功。",
+                      {checked(Tool::storcli64, "pd_set_erase_storcli64"),
+                       checked(Tool::sorbctl, "start_controller_pd_erase_sorbctl"),
+                       checked(Tool::arcconf, "set_ctr_pd_erase_arcconf")},
+                      ResultType::any,
+                      nullptr,
+                      start_erase_params});
+  ops.push_back(OpDef{"stop_pd_erase",
+                      "*, eid, sid",
+                      "停止硬盘擦除。\n\n"
+                      "参数:\n"
+                      "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+                      "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+                      "    不接受其他关键字参数。\n\n"
+                      "返回:\n    bool: 停止是否成功。",
+                      {checked(Tool::storcli64, "pd_set_erase_storcli64"),
+                       checked(Tool::sorbctl, "stop_controller_pd_erase_sorbctl"),
+                       checked(Tool::arcconf, "set_ctr_pd_erase_arcconf")},
+                      ResultType::any,
+                      nullptr,
+                      stop_erase_params});
   ops.push_back(OpDef{
-      "start_pd_sanitize", "*, eid, sid, mode, **kwargs",
-      "启动硬盘 sanitize 擦除。\n\n"
-      "参数:\n"
-      "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-      "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-      "    mode (str): \"cryptoerase\"、\"overwrite\" 或 \"blockerase\"。\n"
-      "    ause (bool): sanitize 因未知原因失败时将硬盘置为 unconfigured good。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 启动是否成功。",
-      {checked(Tool::storcli64, "start_pd_sanitize_storcli64"),
-       checked(Tool::sorbctl, "start_controller_pd_sanitize_sorbctl"),
-       refuse(Tool::arcconf, "There is no such command in arcconf")}});
-  ops.push_back(OpDef{
-      "get_pd_sanitize", "eid, sid, **kwargs",
-      "查询硬盘 sanitize 进度。\n\n"
-      "参数:\n"
-      "    eid (str): enclosure（通道）编号。\n"
-      "    sid (str): 槽位（设备）编号。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    dict: Status（如 \"run\"）, Progress（如 \"18\"）, Estimated_time_left（如 \"80 min\"）, raw_data。",
-      {custom(Tool::storcli64, sanitize_storcli64), custom(Tool::sorbctl, sanitize_sorbctl),
-       refuse(Tool::arcconf, "There is no such command in arcconf")}});
-  ops.push_back(OpDef{
-      "start_pd_erase", "*, eid, sid, mode, **kwargs",
-      "启动硬盘擦除。\n\n"
-      "参数:\n"
-      "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-      "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-      "    mode (str): \"normal\"、\"simple\" 或 \"thorough\"。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 启动是否成功。",
-      {checked(Tool::storcli64, "pd_set_erase_storcli64"),
-       checked(Tool::sorbctl, "start_controller_pd_erase_sorbctl"),
-       checked(Tool::arcconf, "set_ctr_pd_erase_arcconf")},
-      ResultType::any, nullptr, start_erase_params});
-  ops.push_back(OpDef{
-      "stop_pd_erase", "*, eid, sid",
-      "停止硬盘擦除。\n\n"
-      "参数:\n"
-      "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-      "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-      "    不接受其他关键字参数。\n\n"
-      "返回:\n    bool: 停止是否成功。",
-      {checked(Tool::storcli64, "pd_set_erase_storcli64"),
-       checked(Tool::sorbctl, "stop_controller_pd_erase_sorbctl"),
-       checked(Tool::arcconf, "set_ctr_pd_erase_arcconf")},
-      ResultType::any, nullptr, stop_erase_params});
-  ops.push_back(OpDef{
-      "get_pd_erase", "*, eid, sid, **kwargs",
+      "get_pd_erase",
+      "*, eid, sid, **kwargs",
       "查询硬盘擦除进度。\n\n"
       "参数:\n"
       "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"

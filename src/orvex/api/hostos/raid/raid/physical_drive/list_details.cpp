@@ -123,8 +123,7 @@ Ref all_storcli64(Call& c) {
     Ref summary_key = call_method(head.get(), "strip");
     Ref summary = index(parser.get(), summary_key.get());
     set_item(working.get(), summary_key.get(), summary.get());
-    Ref layers =
-        c.formatter_call("storcli64_get_one_physical_drive_treatments", {working.get()});
+    Ref layers = c.formatter_call("storcli64_get_one_physical_drive_treatments", {working.get()});
     Ref merged = merge_output(working.get(), nullptr, layers.get());
     append(out.get(), merged.get());
   });
@@ -151,19 +150,21 @@ Ref all_arcconf(Call& c) {
 }  // namespace
 
 void add_pd_list_details_ops(OpList& ops) {
+  ops.push_back(OpDef{"_get_physical_drive_list",
+                      "**kwargs",
+                      "查询控制器下的物理盘简要列表（模块内部使用，暂不对外开放）。\n\n"
+                      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n"
+                      "    list: 每块硬盘一条记录，键为 eid, sid, did, interface（如 \"SATA\"）, "
+                      "media（如 \"HDD\"）, type（如 \"member\"）, status（如 \"online\"）, "
+                      "size（如 \"5.458TB\"）, model, raw_data（工具的原始记录）。",
+                      {custom(Tool::sorbctl, list_sorbctl), custom(Tool::storcli64, list_storcli64),
+                       custom(Tool::arcconf, list_arcconf)},
+                      ResultType::list,
+                      "get_physical_drive_list_raid"});
   ops.push_back(OpDef{
-      "_get_physical_drive_list", "**kwargs",
-      "查询控制器下的物理盘简要列表（模块内部使用，暂不对外开放）。\n\n"
-      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    list: 每块硬盘一条记录，键为 eid, sid, did, interface（如 \"SATA\"）, "
-      "media（如 \"HDD\"）, type（如 \"member\"）, status（如 \"online\"）, "
-      "size（如 \"5.458TB\"）, model, raw_data（工具的原始记录）。",
-      {custom(Tool::sorbctl, list_sorbctl), custom(Tool::storcli64, list_storcli64),
-       custom(Tool::arcconf, list_arcconf)},
-      ResultType::list, "get_physical_drive_list_raid"});
-  ops.push_back(OpDef{
-      "get_one_physical_drive_info", "*, eid, sid, **kwargs",
+      "get_one_physical_drive_info",
+      "*, eid, sid, **kwargs",
       "查询单块物理盘的详细信息。\n\n"
       "参数:\n"
       "    eid (str): 硬盘所在的 enclosure（通道）编号，如 \"65\"（仅限关键字传入）。\n"
@@ -177,19 +178,22 @@ void add_pd_list_details_ops(OpList& ops) {
       "异常:\n    OrvexException: arcconf 下找不到该硬盘时抛出。",
       {custom(Tool::storcli64, one_storcli64), custom(Tool::arcconf, one_arcconf),
        custom(Tool::sorbctl, one_sorbctl)},
-      ResultType::dict, "get_one_physical_drive_info_raid"});
-  ops.push_back(OpDef{
-      "get_all_physical_drive_info", "**kwargs",
-      "查询控制器下所有物理盘的详细信息。\n\n"
-      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    list: 每块硬盘一条详细记录，键与 get_one_physical_drive_info 的结果相同"
-      "（eid, sid, did, slot, interface, media, link_speed, size, spin_status, model, type, "
-      "status, sas_address, disk_name, serial_number, firmware_version, logical_sector_size, "
-      "physical_sector_size, write_cache, raw_data）。",
-      {custom(Tool::sorbctl, all_sorbctl), custom(Tool::storcli64, all_storcli64),
-       custom(Tool::arcconf, all_arcconf)},
-      ResultType::list, "get_all_physical_drive_info_raid"});
+      ResultType::dict,
+      "get_one_physical_drive_info_raid"});
+  ops.push_back(
+      OpDef{"get_all_physical_drive_info",
+            "**kwargs",
+            "查询控制器下所有物理盘的详细信息。\n\n"
+            "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    list: 每块硬盘一条详细记录，键与 get_one_physical_drive_info 的结果相同"
+            "（eid, sid, did, slot, interface, media, link_speed, size, spin_status, model, type, "
+            "status, sas_address, disk_name, serial_number, firmware_version, logical_sector_size, "
+            "physical_sector_size, write_cache, raw_data）。",
+            {custom(Tool::sorbctl, all_sorbctl), custom(Tool::storcli64, all_storcli64),
+             custom(Tool::arcconf, all_arcconf)},
+            ResultType::list,
+            "get_all_physical_drive_info_raid"});
 }
 
 }  // namespace raid

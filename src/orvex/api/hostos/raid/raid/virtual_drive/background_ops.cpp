@@ -165,21 +165,24 @@ Ref erase_status_sorbctl(Call& c) {
 }  // namespace
 
 void add_vd_background_ops(OpList& ops) {
+  ops.push_back(
+      OpDef{"set_virtual_drive_cc",
+            "vid, state, **kwargs",
+            "设置逻辑磁盘一致性校验功能操作。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号。\n"
+            "    state (str): \"start\"、\"stop\"、\"resume\" 或 \"pause\"；sorbctl 只支持 start "
+            "与 stop。\n"
+            "    force (str): \"force\"，仅 storcli64 启动时有效。\n"
+            "    delay (str): 延迟启动，仅 sorbctl 启动时有效。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    bool: 操作是否成功。",
+            {checked(Tool::storcli64, "vd_state_cc_storcli64"),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘一致性校验功能操作 功能"),
+             custom(Tool::sorbctl, cc_sorbctl)}});
   ops.push_back(OpDef{
-      "set_virtual_drive_cc", "vid, state, **kwargs",
-      "设置逻辑磁盘一致性校验功能操作。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号。\n"
-      "    state (str): \"start\"、\"stop\"、\"resume\" 或 \"pause\"；sorbctl 只支持 start 与 stop。\n"
-      "    force (str): \"force\"，仅 storcli64 启动时有效。\n"
-      "    delay (str): 延迟启动，仅 sorbctl 启动时有效。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 操作是否成功。",
-      {checked(Tool::storcli64, "vd_state_cc_storcli64"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘一致性校验功能操作 功能"),
-       custom(Tool::sorbctl, cc_sorbctl)}});
-  ops.push_back(OpDef{
-      "query_virtual_drive_cc_status", "vid, **kwargs",
+      "query_virtual_drive_cc_status",
+      "vid, **kwargs",
       "查询逻辑磁盘的一致性校验功能状态。\n\n"
       "参数:\n"
       "    vid (str): 逻辑盘编号。\n"
@@ -191,43 +194,47 @@ void add_vd_background_ops(OpList& ops) {
       {custom(Tool::storcli64, cc_status_storcli64),
        refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询逻辑磁盘的一致性校验功能状态 功能"),
        custom(Tool::sorbctl, cc_status_sorbctl)}});
+  ops.push_back(
+      OpDef{"set_virtual_drive_init_option",
+            "*, vid, state, **kwargs",
+            "设置逻辑磁盘初始化功能操作（仅 storcli64）。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
+            "    state (str): \"start\" 或 \"stop\"（仅限关键字传入）。\n"
+            "    force (bool): 强制执行。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    bool: 操作是否成功。",
+            {checked(Tool::storcli64, "vd_state_init_storcli64"),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘初始化功能操作 功能"),
+             refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置逻辑磁盘初始化功能操作 功能")}});
+  ops.push_back(
+      OpDef{"get_virtual_drive_bgi_state",
+            "*, vid, **kwargs",
+            "查询逻辑磁盘的后台初始化状态。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, raw_data；"
+            "storcli64 每个逻辑盘一条；sorbctl 该盘没有后台初始化任务时 Progress 与 "
+            "Estimated_time_left 为 \"None\"。",
+            {custom(Tool::storcli64, bgi_storcli64), custom(Tool::arcconf, bgi_arcconf),
+             custom(Tool::sorbctl, bgi_sorbctl)}});
+  ops.push_back(
+      OpDef{"set_virtual_drive_autobgi_switch",
+            "vid, state, **kwargs",
+            "设置后台初始化使能开关（仅 storcli64）。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号。\n"
+            "    state (str): \"on\" 或 \"off\"。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    bool: 设置是否成功。",
+            {checked(Tool::storcli64, "ctr_set_bgi_switch_storcli64"),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置后台初始化使能开关 功能"),
+             refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置后台初始化使能开关 功能")}});
   ops.push_back(OpDef{
-      "set_virtual_drive_init_option", "*, vid, state, **kwargs",
-      "设置逻辑磁盘初始化功能操作（仅 storcli64）。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
-      "    state (str): \"start\" 或 \"stop\"（仅限关键字传入）。\n"
-      "    force (bool): 强制执行。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 操作是否成功。",
-      {checked(Tool::storcli64, "vd_state_init_storcli64"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘初始化功能操作 功能"),
-       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置逻辑磁盘初始化功能操作 功能")}});
-  ops.push_back(OpDef{
-      "get_virtual_drive_bgi_state", "*, vid, **kwargs",
-      "查询逻辑磁盘的后台初始化状态。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, raw_data；"
-      "storcli64 每个逻辑盘一条；sorbctl 该盘没有后台初始化任务时 Progress 与 "
-      "Estimated_time_left 为 \"None\"。",
-      {custom(Tool::storcli64, bgi_storcli64), custom(Tool::arcconf, bgi_arcconf),
-       custom(Tool::sorbctl, bgi_sorbctl)}});
-  ops.push_back(OpDef{
-      "set_virtual_drive_autobgi_switch", "vid, state, **kwargs",
-      "设置后台初始化使能开关（仅 storcli64）。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号。\n"
-      "    state (str): \"on\" 或 \"off\"。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {checked(Tool::storcli64, "ctr_set_bgi_switch_storcli64"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置后台初始化使能开关 功能"),
-       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置后台初始化使能开关 功能")}});
-  ops.push_back(OpDef{
-      "get_virtual_drive_front_init_status_info", "*, vid, **kwargs",
+      "get_virtual_drive_front_init_status_info",
+      "*, vid, **kwargs",
       "查询逻辑磁盘前台初始化功能状态。\n\n"
       "参数:\n"
       "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -238,31 +245,33 @@ void add_vd_background_ops(OpList& ops) {
       "异常:\n    OrvexException: storcli64 无回显时抛出 \"查询逻辑磁盘前台初始化功能状态失败\"。",
       {custom(Tool::storcli64, front_init_storcli64), custom(Tool::arcconf, front_init_arcconf),
        custom(Tool::sorbctl, front_init_sorbctl)}});
-  ops.push_back(OpDef{
-      "set_vd_erase", "vid, oper, mode='simple', **kwargs",
-      "设置逻辑盘擦除功能。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号。\n"
-      "    oper (str): \"start\" 或 \"stop\"。\n"
-      "    mode (str): 擦除模式 \"simple\"、\"normal\" 或 \"thorough\"，缺省 \"simple\"。\n"
-      "    force (bool): 强制执行。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 操作是否成功。",
-      {checked(Tool::storcli64, "vd_set_erase_storcli64"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑盘擦除功能 功能"),
-       custom(Tool::sorbctl, erase_sorbctl)}});
-  ops.push_back(OpDef{
-      "get_vd_erase", "vid, **kwargs",
-      "查询逻辑盘擦除操作。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, raw_data；"
-      "storcli64 每个逻辑盘一条。",
-      {custom(Tool::storcli64, erase_status_storcli64),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询逻辑盘擦除操作 功能"),
-       custom(Tool::sorbctl, erase_status_sorbctl)}});
+  ops.push_back(
+      OpDef{"set_vd_erase",
+            "vid, oper, mode='simple', **kwargs",
+            "设置逻辑盘擦除功能。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号。\n"
+            "    oper (str): \"start\" 或 \"stop\"。\n"
+            "    mode (str): 擦除模式 \"simple\"、\"normal\" 或 \"thorough\"，缺省 \"simple\"。\n"
+            "    force (bool): 强制执行。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    bool: 操作是否成功。",
+            {checked(Tool::storcli64, "vd_set_erase_storcli64"),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑盘擦除功能 功能"),
+             custom(Tool::sorbctl, erase_sorbctl)}});
+  ops.push_back(
+      OpDef{"get_vd_erase",
+            "vid, **kwargs",
+            "查询逻辑盘擦除操作。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, raw_data；"
+            "storcli64 每个逻辑盘一条。",
+            {custom(Tool::storcli64, erase_status_storcli64),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询逻辑盘擦除操作 功能"),
+             custom(Tool::sorbctl, erase_status_sorbctl)}});
 }
 
 }  // namespace raid

@@ -105,31 +105,33 @@ Ref ssd_caching_arcconf(Call& c) {
 }  // namespace
 
 void add_vd_expansion_ops(OpList& ops) {
+  ops.push_back(OpDef{"set_vd_expand_size",
+                      "*, vid, size, **kwargs",
+                      "在现有成员盘上扩展逻辑盘容量。\n\n"
+                      "参数:\n"
+                      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
+                      "    size (str): 扩展的容量，如 \"100GB\"、\"1TB\"（仅限关键字传入）。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 扩容命令是否成功。",
+                      {checked(Tool::storcli64, "vd_set_expand_size_storcli64"),
+                       checked(Tool::arcconf, "vd_set_expand_size_arcconf"),
+                       checked(Tool::sorbctl, "set_controller_vd_expand_sorbctl")}});
+  ops.push_back(OpDef{"add_pd_expand_array",
+                      "*, vid, drives, **kwargs",
+                      "向逻辑盘所在阵列加入物理盘以扩容（RAID 级别不变）。\n\n"
+                      "参数:\n"
+                      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
+                      "    drives (list): 要加入的硬盘，如 [\"65:3\", "
+                      "\"65:4\"]（enclosure:slot，仅限关键字传入）。\n"
+                      "    raid_level (str): 阵列的 RAID 级别，部分工具需要。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 命令是否成功。",
+                      {checked(Tool::storcli64, "vd_add_pd_expand_array_storcli64"),
+                       checked(Tool::arcconf, "vd_add_pd_expand_array_arcconf"),
+                       checked(Tool::sorbctl, "add_controller_vd_pd_sorbctl")}});
   ops.push_back(OpDef{
-      "set_vd_expand_size", "*, vid, size, **kwargs",
-      "在现有成员盘上扩展逻辑盘容量。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
-      "    size (str): 扩展的容量，如 \"100GB\"、\"1TB\"（仅限关键字传入）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 扩容命令是否成功。",
-      {checked(Tool::storcli64, "vd_set_expand_size_storcli64"),
-       checked(Tool::arcconf, "vd_set_expand_size_arcconf"),
-       checked(Tool::sorbctl, "set_controller_vd_expand_sorbctl")}});
-  ops.push_back(OpDef{
-      "add_pd_expand_array", "*, vid, drives, **kwargs",
-      "向逻辑盘所在阵列加入物理盘以扩容（RAID 级别不变）。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
-      "    drives (list): 要加入的硬盘，如 [\"65:3\", \"65:4\"]（enclosure:slot，仅限关键字传入）。\n"
-      "    raid_level (str): 阵列的 RAID 级别，部分工具需要。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 命令是否成功。",
-      {checked(Tool::storcli64, "vd_add_pd_expand_array_storcli64"),
-       checked(Tool::arcconf, "vd_add_pd_expand_array_arcconf"),
-       checked(Tool::sorbctl, "add_controller_vd_pd_sorbctl")}});
-  ops.push_back(OpDef{
-      "get_expand_array_info", "*, vid, **kwargs",
+      "get_expand_array_info",
+      "*, vid, **kwargs",
       "查询逻辑盘扩容进度。\n\n"
       "参数:\n"
       "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -140,7 +142,8 @@ void add_vd_expansion_ops(OpList& ops) {
       {custom(Tool::storcli64, expand_info_storcli64), custom(Tool::arcconf, expand_info_arcconf),
        custom(Tool::sorbctl, expand_info_sorbctl)}});
   ops.push_back(OpDef{
-      "migrate_raid", "*, vid, raid_level, **kwargs",
+      "migrate_raid",
+      "*, vid, raid_level, **kwargs",
       "迁移逻辑盘的 RAID 级别（可同时加入硬盘）。\n\n"
       "参数:\n"
       "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -152,7 +155,8 @@ void add_vd_expansion_ops(OpList& ops) {
        checked(Tool::arcconf, "vd_start_migrate_arcconf"),
        checked(Tool::sorbctl, "migrate_controller_vd_sorbctl")}});
   ops.push_back(OpDef{
-      "get_migrate_info", "*, vid, **kwargs",
+      "get_migrate_info",
+      "*, vid, **kwargs",
       "查询逻辑盘 RAID 级别迁移进度。\n\n"
       "参数:\n"
       "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -160,22 +164,23 @@ void add_vd_expansion_ops(OpList& ops) {
       "返回:\n"
       "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, raw_data；"
       "storcli64 每个逻辑盘一条；没有迁移任务时 Status 为 \"Not in progress\"。",
-      {custom(Tool::storcli64, migrate_info_storcli64),
-       custom(Tool::arcconf, migrate_info_arcconf), custom(Tool::sorbctl, migrate_info_sorbctl)}});
+      {custom(Tool::storcli64, migrate_info_storcli64), custom(Tool::arcconf, migrate_info_arcconf),
+       custom(Tool::sorbctl, migrate_info_sorbctl)}});
+  ops.push_back(OpDef{"get_vd_smartinfo_smartctl",
+                      "*, vid, **kwargs",
+                      "通过 smartctl 透传读取逻辑盘成员盘的 SMART 信息。\n\n"
+                      "参数:\n"
+                      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
+                      "    eid (str): 成员盘的 enclosure（通道）编号。\n"
+                      "    sid (str): 成员盘的槽位（设备）编号。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    smartctl 回显的解析结果（工具原样给出）。",
+                      {parser(Tool::storcli64, "vd_get_smartinfo_smartctl_storcli64"),
+                       parser(Tool::arcconf, "vd_get_smartinfo_smartctl_arcconf"),
+                       parser(Tool::sorbctl, "get_controller_vd_smartinfo_sorbctl")}});
   ops.push_back(OpDef{
-      "get_vd_smartinfo_smartctl", "*, vid, **kwargs",
-      "通过 smartctl 透传读取逻辑盘成员盘的 SMART 信息。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
-      "    eid (str): 成员盘的 enclosure（通道）编号。\n"
-      "    sid (str): 成员盘的槽位（设备）编号。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    smartctl 回显的解析结果（工具原样给出）。",
-      {parser(Tool::storcli64, "vd_get_smartinfo_smartctl_storcli64"),
-       parser(Tool::arcconf, "vd_get_smartinfo_smartctl_arcconf"),
-       parser(Tool::sorbctl, "get_controller_vd_smartinfo_sorbctl")}});
-  ops.push_back(OpDef{
-      "get_ssd_caching_info", "**kwargs",
+      "get_ssd_caching_info",
+      "**kwargs",
       "SSD caching查询（storcli64 CacheCade、arcconf maxCache）。\n\n"
       "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
       "返回:\n"

@@ -262,8 +262,8 @@ Ref members_arcconf(Call& c) {
   Ref vid = c.p_get("vid");
   Ref vid_text = to_str(vid.get());
   Ref parser = c.parsed("ctr_get_vd_cfg_arcconf");
-  Ref devices = PyDict_Check(parser.get()) ? get(parser.get(), "logical_device_information")
-                                            : none();
+  Ref devices =
+      PyDict_Check(parser.get()) ? get(parser.get(), "logical_device_information") : none();
   Ref head = str("logical_device_number_");
   Ref key = concat({head.get(), vid_text.get()});
   Ref drive = PyDict_Check(devices.get()) ? get(devices.get(), key.get()) : none();
@@ -285,8 +285,7 @@ Ref members_arcconf(Call& c) {
   };
   each_item(drive.get(), [&](PyObject* name, PyObject* value) {
     Ref name_text = to_str(name);
-    Ref segment = re_call("match", "(device_\\d+)|(group_*\\d+,_*segment_*\\d+)",
-                          name_text.get());
+    Ref segment = re_call("match", "(device_\\d+)|(group_*\\d+,_*segment_*\\d+)", name_text.get());
     if (segment.get() != Py_None) {
       Ref text = to_str(value);
       Ref m = re_call("search", "(Channel):(\\d+), (Device):(\\d+)", text.get());
@@ -313,10 +312,12 @@ Ref members_arcconf(Call& c) {
 
 void add_vd_lifecycle_ops(OpList& ops) {
   ops.push_back(OpDef{
-      "create_virtual_drive", "*, raid_level, drives, **kwargs",
+      "create_virtual_drive",
+      "*, raid_level, drives, **kwargs",
       "创建逻辑盘（虚拟盘）。\n\n"
       "参数:\n"
-      "    raid_level (str): RAID 级别，如 \"0\"、\"1\"、\"5\"、\"6\"、\"10\"、\"50\"、\"60\"（仅限关键字传入）。\n"
+      "    raid_level (str): RAID 级别，如 "
+      "\"0\"、\"1\"、\"5\"、\"6\"、\"10\"、\"50\"、\"60\"（仅限关键字传入）。\n"
       "    drives (list): 成员硬盘编号列表（仅限关键字传入）。\n"
       "    name (str): 逻辑盘名称。\n"
       "    size (str): 容量，如 \"100GB\"、\"100MB\"、\"100TB\"；为空时不下发，由工具取最大容量。\n"
@@ -331,55 +332,63 @@ void add_vd_lifecycle_ops(OpList& ops) {
       {checked(Tool::storcli64, "ctr_create_vd_storcli64"),
        checked(Tool::arcconf, "ctr_create_vd_arcconf", create_arcconf),
        checked(Tool::sorbctl, "create_controller_vd_sorbctl")},
-      ResultType::any, nullptr, create_params});
+      ResultType::any,
+      nullptr,
+      create_params});
+  ops.push_back(OpDef{"delete_virtual_drive",
+                      "*, vid, **kwargs",
+                      "删除逻辑盘。\n\n"
+                      "参数:\n"
+                      "    vid (str): 逻辑盘编号，如 \"0\"（仅限关键字传入）。\n"
+                      "    oper (str): 仅 storcli64 有效，\"cachecade\" 或 \"force\"。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 删除是否成功。",
+                      {checked(Tool::storcli64, "ctr_delete_vd_storcli64"),
+                       checked(Tool::arcconf, "delete_vd_arcconf"),
+                       checked(Tool::sorbctl, "delete_controller_vd_sorbctl")}});
+  ops.push_back(
+      OpDef{"_get_virtual_drive_list",
+            "**kwargs",
+            "查询控制器下的逻辑盘列表（模块内部使用）。\n\n"
+            "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    list: 每个逻辑盘一条记录，键为 array, vd, status, raid_level, name, size, "
+            "strip_unit_size, write_cache, read_cache, raw_data（工具的原始记录）。",
+            {custom(Tool::storcli64, list_storcli64), custom(Tool::arcconf, list_arcconf),
+             custom(Tool::sorbctl, list_sorbctl)}});
+  ops.push_back(
+      OpDef{"get_one_virtual_drive_info",
+            "*, vid, **kwargs",
+            "查询单个逻辑盘的详细信息。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号，如 \"0\"（仅限关键字传入）。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    dict: vd, name, raid_level, status, write_cache, read_cache, size, strip_size, "
+            "os_drive_name, vdwwn, raw_data；arcconf 返回逻辑盘列表中的对应记录。\n\n"
+            "异常:\n    OrvexException: arcconf 下找不到该逻辑盘时抛出 \"No such vid:<vid> or "
+            "adapter_id!\"。",
+            {custom(Tool::storcli64, one_storcli64), custom(Tool::arcconf, one_arcconf),
+             custom(Tool::sorbctl, one_sorbctl)}});
+  ops.push_back(OpDef{"get_all_virtual_drive_info",
+                      "**kwargs",
+                      "查询控制器下所有逻辑盘的详细信息。\n\n"
+                      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n"
+                      "    list: 每个逻辑盘一条详细记录（键同 "
+                      "get_one_virtual_drive_info）；arcconf 返回逻辑盘列表记录。",
+                      {custom(Tool::storcli64, all_storcli64), custom(Tool::arcconf, all_arcconf),
+                       custom(Tool::sorbctl, all_sorbctl)}});
   ops.push_back(OpDef{
-      "delete_virtual_drive", "*, vid, **kwargs",
-      "删除逻辑盘。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号，如 \"0\"（仅限关键字传入）。\n"
-      "    oper (str): 仅 storcli64 有效，\"cachecade\" 或 \"force\"。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 删除是否成功。",
-      {checked(Tool::storcli64, "ctr_delete_vd_storcli64"),
-       checked(Tool::arcconf, "delete_vd_arcconf"),
-       checked(Tool::sorbctl, "delete_controller_vd_sorbctl")}});
-  ops.push_back(OpDef{
-      "_get_virtual_drive_list", "**kwargs",
-      "查询控制器下的逻辑盘列表（模块内部使用）。\n\n"
-      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    list: 每个逻辑盘一条记录，键为 array, vd, status, raid_level, name, size, "
-      "strip_unit_size, write_cache, read_cache, raw_data（工具的原始记录）。",
-      {custom(Tool::storcli64, list_storcli64), custom(Tool::arcconf, list_arcconf),
-       custom(Tool::sorbctl, list_sorbctl)}});
-  ops.push_back(OpDef{
-      "get_one_virtual_drive_info", "*, vid, **kwargs",
-      "查询单个逻辑盘的详细信息。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号，如 \"0\"（仅限关键字传入）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    dict: vd, name, raid_level, status, write_cache, read_cache, size, strip_size, "
-      "os_drive_name, vdwwn, raw_data；arcconf 返回逻辑盘列表中的对应记录。\n\n"
-      "异常:\n    OrvexException: arcconf 下找不到该逻辑盘时抛出 \"No such vid:<vid> or adapter_id!\"。",
-      {custom(Tool::storcli64, one_storcli64), custom(Tool::arcconf, one_arcconf),
-       custom(Tool::sorbctl, one_sorbctl)}});
-  ops.push_back(OpDef{
-      "get_all_virtual_drive_info", "**kwargs",
-      "查询控制器下所有逻辑盘的详细信息。\n\n"
-      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    list: 每个逻辑盘一条详细记录（键同 get_one_virtual_drive_info）；arcconf 返回逻辑盘列表记录。",
-      {custom(Tool::storcli64, all_storcli64), custom(Tool::arcconf, all_arcconf),
-       custom(Tool::sorbctl, all_sorbctl)}});
-  ops.push_back(OpDef{
-      "get_virtual_drive_member_drives", "*, vid, **kwargs",
+      "get_virtual_drive_member_drives",
+      "*, vid, **kwargs",
       "查询逻辑盘的成员盘。\n\n"
       "参数:\n"
       "    vid (str): 逻辑盘编号，如 \"0\"（仅限关键字传入）。\n"
       "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
       "返回:\n"
-      "    list: 成员盘列表，每项为 {\"eid\": enclosure（通道）编号, \"sid\": 槽位（设备）编号}。\n\n"
+      "    list: 成员盘列表，每项为 {\"eid\": enclosure（通道）编号, \"sid\": "
+      "槽位（设备）编号}。\n\n"
       "异常:\n"
       "    OrvexException: sorbctl 查询失败时为 \"get virtual drive's member drives failed\"；"
       "arcconf 找不到逻辑盘或读不到成员盘时以 \"获取虚拟磁盘成员\" 开头。",

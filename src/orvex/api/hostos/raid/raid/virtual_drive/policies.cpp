@@ -156,64 +156,71 @@ Ref boot_arcconf(Call& c) {
 }  // namespace
 
 void add_vd_policies_ops(OpList& ops) {
+  ops.push_back(OpDef{"set_virtual_drive_write_cache_mode",
+                      "*, vid, state, **kwargs",
+                      "设置逻辑盘成员盘自身的写缓存。\n\n"
+                      "参数:\n"
+                      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
+                      "    state (str): \"on\"、\"off\"、\"default\"，arcconf 另有 "
+                      "\"unchanged\"（仅限关键字传入）。\n"
+                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                      "返回:\n    bool: 设置是否成功（arcconf 为 parser_exec_cmd_format 的判定）。",
+                      {checked(Tool::storcli64, "vd_set_pdcache_storcli64", pdcache_storcli64),
+                       action(Tool::arcconf, "set_controller_pdcache_arcconf", pdcache_arcconf),
+                       checked(Tool::sorbctl, "set_controller_vd_pdcache_sorbctl")}});
+  ops.push_back(
+      OpDef{"set_virtual_drive_wrcache",
+            "*, vid, wrcache, **kwargs",
+            "设置逻辑盘的写缓存策略。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
+            "    wrcache (str): \"wt\"（直写）、\"wb\"（回写）或 "
+            "\"awb\"（总是回写）（仅限关键字传入）。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    bool: 设置是否成功（arcconf、sorbctl 为 parser_exec_cmd_format 的判定）。",
+            {checked(Tool::storcli64, "vd_set_cache_storcli64"),
+             action(Tool::arcconf, "set_vd_wcache_arcconf", wrcache_arcconf),
+             action(Tool::sorbctl, "set_controller_vd_wcache_sorbctl", wrcache_sorbctl)}});
+  ops.push_back(
+      OpDef{"set_virtual_drive_rdcache",
+            "vid, rdcache, **kwargs",
+            "设置逻辑盘的读缓存（预读）策略。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号。\n"
+            "    rdcache (str): \"ra\"（预读）或 \"nora\"（不预读）。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    bool: 设置是否成功（arcconf、sorbctl 为 parser_exec_cmd_format 的判定）。",
+            {checked(Tool::storcli64, "vd_set_cache_storcli64"),
+             action(Tool::arcconf, "set_vd_wcache_arcconf", rdcache_arcconf),
+             action(Tool::sorbctl, "set_controller_vd_rcache_sorbctl", rdcache_sorbctl)}});
+  ops.push_back(
+      OpDef{"set_vd_iopolicy_status",
+            "*, vid, iopolicy, **kwargs",
+            "设置逻辑磁盘的读写策略（IO 策略，仅 storcli64）。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
+            "    iopolicy (str): \"cached\" 或 \"direct\"（仅限关键字传入）。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    bool: 设置是否成功。",
+            {checked(Tool::storcli64, "vd_set_iopolicy_storcli64"),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘的读写策略 功能"),
+             refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置逻辑磁盘的读写策略 功能")}});
+  ops.push_back(
+      OpDef{"get_vd_iopolicy_status",
+            "*, vid, **kwargs",
+            "查询指定逻辑盘的成员盘读写策略（IO 策略，仅 storcli64）。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号，或 \"all\" 表示全部（仅限关键字传入）。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    dict: 以逻辑盘路径为键，如 {\"/c0/v0\": {\"iopolicy\": \"Direct IO\"}}，"
+            "值为 \"Direct IO\" 或 \"Cached IO\"。",
+            {custom(Tool::storcli64, iopolicy_storcli64),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询指定逻辑盘的成员盘读写策略 功能"),
+             refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询指定逻辑盘的成员盘读写策略 功能")}});
   ops.push_back(OpDef{
-      "set_virtual_drive_write_cache_mode", "*, vid, state, **kwargs",
-      "设置逻辑盘成员盘自身的写缓存。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
-      "    state (str): \"on\"、\"off\"、\"default\"，arcconf 另有 \"unchanged\"（仅限关键字传入）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 设置是否成功（arcconf 为 parser_exec_cmd_format 的判定）。",
-      {checked(Tool::storcli64, "vd_set_pdcache_storcli64", pdcache_storcli64),
-       action(Tool::arcconf, "set_controller_pdcache_arcconf", pdcache_arcconf),
-       checked(Tool::sorbctl, "set_controller_vd_pdcache_sorbctl")}});
-  ops.push_back(OpDef{
-      "set_virtual_drive_wrcache", "*, vid, wrcache, **kwargs",
-      "设置逻辑盘的写缓存策略。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
-      "    wrcache (str): \"wt\"（直写）、\"wb\"（回写）或 \"awb\"（总是回写）（仅限关键字传入）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 设置是否成功（arcconf、sorbctl 为 parser_exec_cmd_format 的判定）。",
-      {checked(Tool::storcli64, "vd_set_cache_storcli64"),
-       action(Tool::arcconf, "set_vd_wcache_arcconf", wrcache_arcconf),
-       action(Tool::sorbctl, "set_controller_vd_wcache_sorbctl", wrcache_sorbctl)}});
-  ops.push_back(OpDef{
-      "set_virtual_drive_rdcache", "vid, rdcache, **kwargs",
-      "设置逻辑盘的读缓存（预读）策略。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号。\n"
-      "    rdcache (str): \"ra\"（预读）或 \"nora\"（不预读）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 设置是否成功（arcconf、sorbctl 为 parser_exec_cmd_format 的判定）。",
-      {checked(Tool::storcli64, "vd_set_cache_storcli64"),
-       action(Tool::arcconf, "set_vd_wcache_arcconf", rdcache_arcconf),
-       action(Tool::sorbctl, "set_controller_vd_rcache_sorbctl", rdcache_sorbctl)}});
-  ops.push_back(OpDef{
-      "set_vd_iopolicy_status", "*, vid, iopolicy, **kwargs",
-      "设置逻辑磁盘的读写策略（IO 策略，仅 storcli64）。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
-      "    iopolicy (str): \"cached\" 或 \"direct\"（仅限关键字传入）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {checked(Tool::storcli64, "vd_set_iopolicy_storcli64"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘的读写策略 功能"),
-       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置逻辑磁盘的读写策略 功能")}});
-  ops.push_back(OpDef{
-      "get_vd_iopolicy_status", "*, vid, **kwargs",
-      "查询指定逻辑盘的成员盘读写策略（IO 策略，仅 storcli64）。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号，或 \"all\" 表示全部（仅限关键字传入）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    dict: 以逻辑盘路径为键，如 {\"/c0/v0\": {\"iopolicy\": \"Direct IO\"}}，"
-      "值为 \"Direct IO\" 或 \"Cached IO\"。",
-      {custom(Tool::storcli64, iopolicy_storcli64),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询指定逻辑盘的成员盘读写策略 功能"),
-       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询指定逻辑盘的成员盘读写策略 功能")}});
-  ops.push_back(OpDef{
-      "set_vd_emulation", "*, vid, emulation_type:emulationType, **kwargs",
+      "set_vd_emulation",
+      "*, vid, emulation_type:emulationType, **kwargs",
       "设置逻辑磁盘的扇区属性（仅 storcli64）。\n\n"
       "参数:\n"
       "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -224,18 +231,20 @@ void add_vd_policies_ops(OpList& ops) {
       {checked(Tool::storcli64, "set_vd_emulation_storcli64"),
        refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘的扇区属性 功能"),
        refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置逻辑磁盘的扇区属性 功能")}});
+  ops.push_back(
+      OpDef{"get_vd_emulation",
+            "*, vid, **kwargs",
+            "查询逻辑磁盘的扇区属性（仅 storcli64）。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号，或 \"all\" 表示全部（仅限关键字传入）。\n"
+            "    adapter_id (str): 控制器编号；缺省时取工具回显中的控制器编号。\n\n"
+            "返回:\n    dict: 如 {\"/c0/v0\": {\"Emulation type\": \"default\"}}。",
+            {custom(Tool::storcli64, emulation_storcli64),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询逻辑磁盘的扇区属性 功能"),
+             refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询逻辑磁盘的扇区属性 功能")}});
   ops.push_back(OpDef{
-      "get_vd_emulation", "*, vid, **kwargs",
-      "查询逻辑磁盘的扇区属性（仅 storcli64）。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号，或 \"all\" 表示全部（仅限关键字传入）。\n"
-      "    adapter_id (str): 控制器编号；缺省时取工具回显中的控制器编号。\n\n"
-      "返回:\n    dict: 如 {\"/c0/v0\": {\"Emulation type\": \"default\"}}。",
-      {custom(Tool::storcli64, emulation_storcli64),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询逻辑磁盘的扇区属性 功能"),
-       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询逻辑磁盘的扇区属性 功能")}});
-  ops.push_back(OpDef{
-      "set_ctl_vd_hidden", "*, vid, state, **kwargs",
+      "set_ctl_vd_hidden",
+      "*, vid, state, **kwargs",
       "设置逻辑磁盘的可见属性（仅 storcli64）。\n\n"
       "参数:\n"
       "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -245,19 +254,21 @@ void add_vd_policies_ops(OpList& ops) {
       {checked(Tool::storcli64, "set_vd_hidden_storcli64"),
        refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘的可见属性 功能"),
        refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置逻辑磁盘的可见属性 功能")}});
+  ops.push_back(
+      OpDef{"set_ctl_vd_accesspolicy",
+            "*, vid, accesspolicy, **kwargs",
+            "设置逻辑磁盘的可访问属性（仅 storcli64）。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
+            "    accesspolicy (str): \"rw\"、\"ro\" 或 \"blocked\"（仅限关键字传入）。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n    bool: 设置是否成功。",
+            {checked(Tool::storcli64, "set_vd_access_storcli64"),
+             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘的可访问属性 功能"),
+             refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置逻辑磁盘的可访问属性 功能")}});
   ops.push_back(OpDef{
-      "set_ctl_vd_accesspolicy", "*, vid, accesspolicy, **kwargs",
-      "设置逻辑磁盘的可访问属性（仅 storcli64）。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
-      "    accesspolicy (str): \"rw\"、\"ro\" 或 \"blocked\"（仅限关键字传入）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {checked(Tool::storcli64, "set_vd_access_storcli64"),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘的可访问属性 功能"),
-       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置逻辑磁盘的可访问属性 功能")}});
-  ops.push_back(OpDef{
-      "vd_set_bootdrive", "*, vid, state, **kwargs",
+      "vd_set_bootdrive",
+      "*, vid, state, **kwargs",
       "设置逻辑盘为启动盘。\n\n"
       "参数:\n"
       "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -268,18 +279,22 @@ void add_vd_policies_ops(OpList& ops) {
       "    bool: 设置是否成功。storcli64 先尝试按固件排序启动设备，失败只记录错误日志。",
       {custom(Tool::storcli64, bootdrive_storcli64),
        checked(Tool::sorbctl, "set_controller_vd_boot_sorbctl",
-               [](Call& c) { translate(c, "state", {{"primary", "on"}, {"secondary", "on"}}); }),
-       checked(Tool::arcconf, "set_vd_boot_arcconf",
-               [](Call& c) { translate(c, "state", {{"off", "none"}}); })}});
-  ops.push_back(OpDef{
-      "query_boot_drive", "**kwargs",
-      "查询控制器的启动盘。\n\n"
-      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    list: 启动盘记录，键为 Type（\"PD\" 或 \"VD\"）, VID/DID, Enc, Slot, Act_Slot；"
-      "arcconf 依次给出主、次启动卷，未设置时各键均为 \"None\"。",
-      {custom(Tool::storcli64, boot_storcli64), custom(Tool::arcconf, boot_arcconf),
-       custom(Tool::sorbctl, boot_sorbctl)}});
+               [](Call& c) {
+                 translate(c, "state", {{"primary", "on"}, {"secondary", "on"}});
+               }),
+       checked(Tool::arcconf, "set_vd_boot_arcconf", [](Call& c) {
+         translate(c, "state", {{"off", "none"}});
+       })}});
+  ops.push_back(
+      OpDef{"query_boot_drive",
+            "**kwargs",
+            "查询控制器的启动盘。\n\n"
+            "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    list: 启动盘记录，键为 Type（\"PD\" 或 \"VD\"）, VID/DID, Enc, Slot, Act_Slot；"
+            "arcconf 依次给出主、次启动卷，未设置时各键均为 \"None\"。",
+            {custom(Tool::storcli64, boot_storcli64), custom(Tool::arcconf, boot_arcconf),
+             custom(Tool::sorbctl, boot_sorbctl)}});
 }
 
 }  // namespace raid
