@@ -303,29 +303,13 @@ class Arcconf(ToolView):
         return self.OK
 
     def vd_add_pd_expand_array_arcconf(self, p):
-        vd = self.vd(p)
-        drives = [self.m.find_drive(t) for t in (p.get("drives") or [])]
-        if not drives or any(d.state != "ugood" for d in drives):
-            raise Refused("the drives to add must be ready")
+        return self.add_vd_drives(p, "the drives to add must be ready")
 
-        def done():
-            for d in drives:
-                d.vd, d.state = vd, "online"
-                vd.drives.append(d)
-        self.m.start_vd_task(vd, "expand", on_done=done)
-        return self.OK
 
     def vd_start_migrate_arcconf(self, p):
-        from orvex_sim.simhost.model import LEVELS
-        vd = self.vd(p)
-        level = str(self.need(p, "raid_level"))
-        if level not in LEVELS or LEVELS[level][0] > len(vd.drives):
-            raise Refused("logical device %d cannot migrate to RAID %s" % (vd.vid, level))
+        return self.migrate_vd(p, str(self.need(p, "raid_level")),
+                               "logical device %d cannot migrate to RAID %s")
 
-        def done():
-            vd.level = level
-        self.m.start_vd_task(vd, "migrate", on_done=done)
-        return self.OK
 
     def vd_get_smartinfo_smartctl_arcconf(self, p):
         try:

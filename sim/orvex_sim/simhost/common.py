@@ -59,6 +59,48 @@ class ToolView:
             raise Refused("%s=%s is not one of %s" % (key, value, "/".join(allowed)))
         return text
 
+    # -- array reshaping, started as background tasks ---------------------------------
+    def grow_vd(self, p, refusal):
+        """Adds `size` to the virtual drive when its drives have the room."""
+        from orvex_sim.simhost.model import data_drives, parse_size_gb
+        vd = self.vd(p)
+        grow = parse_size_gb(self.need(p, "size"))
+        room = data_drives(vd.level, len(vd.drives), vd.spans) * min(
+            d.size_gb for d in vd.drives) - vd.size_gb
+        if grow > room + 1e-6:
+            raise Refused(refusal % (room, vd.array))
+
+        def done():
+            vd.size_gb += grow
+        self.m.start_vd_task(vd, "expand", on_done=done)
+        return self.OK
+
+    def add_vd_drives(self, p, refusal):
+        """Adds free drives to the virtual drive's array."""
+        vd = self.vd(p)
+        drives = [self.m.find_drive(t) for t in (p.get("drives") or [])]
+        if not drives or any(d.state != "ugood" for d in drives):
+            raise Refused(refusal)
+
+        def done():
+            for d in drives:
+                d.vd, d.state = vd, "online"
+                vd.drives.append(d)
+        self.m.start_vd_task(vd, "expand", on_done=done)
+        return self.OK
+
+    def migrate_vd(self, p, level, refusal):
+        """Moves the virtual drive to another RAID level its drives allow."""
+        from orvex_sim.simhost.model import LEVELS
+        vd = self.vd(p)
+        if level not in LEVELS or LEVELS[level][0] > len(vd.drives):
+            raise Refused(refusal % (vd.vid, level))
+
+        def done():
+            vd.level = level
+        self.m.start_vd_task(vd, "migrate", on_done=done)
+        return self.OK
+
     def minutes_left(self, task):
         return "%d Minutes" % ((task.seconds_left + 59) // 60) if task else "-"
 

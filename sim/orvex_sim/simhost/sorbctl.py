@@ -449,31 +449,12 @@ class Sorbctl(ToolView):
         return self._status(vd.task("vd_erase"), "Sanitize", ID=str(vd.vid), Operation="Sanitize")
 
     def set_controller_vd_expand_sorbctl(self, p):
-        from orvex_sim.simhost.model import data_drives, parse_size_gb
-        vd = self.vd(p)
-        grow = parse_size_gb(self.need(p, "size"))
-        room = data_drives(vd.level, len(vd.drives), vd.spans) * min(
-            d.size_gb for d in vd.drives) - vd.size_gb
-        if grow > room + 1e-6:
-            raise Refused("only %.0f GB left in array %d" % (room, vd.array))
+        return self.grow_vd(p, "only %.0f GB left in array %d")
 
-        def done():
-            vd.size_gb += grow
-        self.m.start_vd_task(vd, "expand", on_done=done)
-        return self.OK
 
     def add_controller_vd_pd_sorbctl(self, p):
-        vd = self.vd(p)
-        drives = [self.m.find_drive(t) for t in (p.get("drives") or [])]
-        if not drives or any(d.state != "ugood" for d in drives):
-            raise Refused("the drives to add must be free")
+        return self.add_vd_drives(p, "the drives to add must be free")
 
-        def done():
-            for d in drives:
-                d.vd, d.state = vd, "online"
-                vd.drives.append(d)
-        self.m.start_vd_task(vd, "expand", on_done=done)
-        return self.OK
 
     def get_controller_vd_expand_sorbctl(self, p):
         vd = self._known_vd(p)
@@ -482,16 +463,9 @@ class Sorbctl(ToolView):
         return self._status(vd.task("expand"), "Expand", ID=str(vd.vid), Operation="Expand")
 
     def migrate_controller_vd_sorbctl(self, p):
-        from orvex_sim.simhost.model import LEVELS
-        vd = self.vd(p)
         level = str(self.need(p, "raid_level")).upper().replace("RAID", "")
-        if level not in LEVELS or LEVELS[level][0] > len(vd.drives):
-            raise Refused("virtual drive %d cannot migrate to RAID%s" % (vd.vid, level))
+        return self.migrate_vd(p, level, "virtual drive %d cannot migrate to RAID%s")
 
-        def done():
-            vd.level = level
-        self.m.start_vd_task(vd, "migrate", on_done=done)
-        return self.OK
 
     def get_controller_vd_migrate_sorbctl(self, p):
         vd = self._known_vd(p)

@@ -563,46 +563,20 @@ class Storcli64(ToolView):
         return self._op_status(self._vd_or_missing(p), "vd_erase")
 
     def vd_set_expand_size_storcli64(self, p):
-        vd = self.vd(p)
-        from orvex_sim.simhost.model import data_drives, parse_size_gb
-        grow = parse_size_gb(self.need(p, "size"))
-        room = data_drives(vd.level, len(vd.drives), vd.spans) * min(
-            d.size_gb for d in vd.drives) - vd.size_gb
-        if grow > room + 1e-6:
-            raise Refused("only %.0f GB are free in drive group %d" % (room, vd.array))
+        return self.grow_vd(p, "only %.0f GB are free in drive group %d")
 
-        def done():
-            vd.size_gb += grow
-        self.m.start_vd_task(vd, "expand", on_done=done)
-        return self.OK
 
     def vd_add_pd_expand_array_storcli64(self, p):
-        vd = self.vd(p)
-        drives = [self.m.find_drive(t) for t in (p.get("drives") or [])]
-        if not drives or any(d.state != "ugood" for d in drives):
-            raise Refused("the drives to add must be unconfigured good")
+        return self.add_vd_drives(p, "the drives to add must be unconfigured good")
 
-        def done():
-            for d in drives:
-                d.vd, d.state = vd, "online"
-                vd.drives.append(d)
-        self.m.start_vd_task(vd, "expand", on_done=done)
-        return self.OK
 
     def vd_get_expand_info_storcli64(self, p):
         return self._op_status(self._vd_or_missing(p), "expand")
 
     def vd_start_migrate_storcli64(self, p):
-        vd = self.vd(p)
         level = str(self.need(p, "raid_level")).upper().replace("RAID", "")
-        from orvex_sim.simhost.model import LEVELS
-        if level not in LEVELS or LEVELS[level][0] > len(vd.drives):
-            raise Refused("VD %d cannot migrate to RAID %s" % (vd.vid, level))
+        return self.migrate_vd(p, level, "VD %d cannot migrate to RAID %s")
 
-        def done():
-            vd.level = level
-        self.m.start_vd_task(vd, "migrate", on_done=done)
-        return self.OK
 
     def vd_get_migrate_info_storcli64(self, p):
         return self._op_status(self._vd_or_missing(p), "migrate")
