@@ -287,6 +287,11 @@ Ref run_variant(VariantObject* v) {
     case Form::parser:
       if (def.prep) def.prep(call);
       return call.parsed(def.text, def.route);
+    case Form::shaped: {
+      Ref p = call.parsed(def.text, def.route);
+      if (def.section != nullptr) p = get(p.get(), def.section);
+      return call.format_with(p.get(), def.tmpl);
+    }
     case Form::custom:
       return def.body(call);
   }

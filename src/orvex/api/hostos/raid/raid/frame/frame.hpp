@@ -47,6 +47,7 @@ enum class Form : std::uint8_t {
   checked,  // True exactly when "success" is in the answer's parser entry
   action,   // formatter.parser_exec_cmd_format(answer, tool)
   parser,   // the answer's parser entry, as it stands
+  shaped,   // a section of the parser entry through a formatter template
   custom,   // body(call)
 };
 
@@ -57,6 +58,8 @@ struct VariantDef {
   Route route = Route::self;
   Prep prep = nullptr;
   Body body = nullptr;
+  const char* section = nullptr;  // shaped: parser.get(section), or the whole entry
+  const char* tmpl = nullptr;     // shaped: formatter attribute used as template
 };
 
 // Variant constructors, to keep operation tables short.
@@ -78,6 +81,10 @@ inline VariantDef parser(Tool t, const char* wrapper, Route r = Route::self, Pre
 }
 inline VariantDef parser(Tool t, const char* wrapper, Prep p) {
   return {t, Form::parser, wrapper, Route::self, p};
+}
+// _format_output(parser.get(section) or parser, tool, formatter.<tmpl>)
+inline VariantDef shaped(Tool t, const char* wrapper, const char* section, const char* tmpl) {
+  return {t, Form::shaped, wrapper, Route::self, nullptr, nullptr, section, tmpl};
 }
 inline VariantDef custom(Tool t, Body b) {
   return {t, Form::custom, nullptr, Route::self, nullptr, b};

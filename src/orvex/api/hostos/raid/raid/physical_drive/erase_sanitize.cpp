@@ -30,11 +30,6 @@ Ref stop_erase_params(PyObject* args, PyObject* extra) {
   return p;
 }
 
-Ref sanitize_sorbctl(Call& c) {
-  Ref p = c.parsed("get_controller_pd_sanitize_sorbctl");
-  return c.format_with(p.get(), "get_pd_sanitize_format");
-}
-
 Ref sanitize_storcli64(Call& c) {
   Ref p = c.parsed("get_pd_sanitize_storcli64");
   Ref first = item(p.get(), 0);
@@ -93,7 +88,9 @@ void add_pd_erase_sanitize_ops(OpList& ops) {
             "返回:\n"
             "    dict: Status（如 \"run\"）, Progress（如 \"18\"）, Estimated_time_left（如 \"80 "
             "min\"）, raw_data。",
-            {custom(Tool::storcli64, sanitize_storcli64), custom(Tool::sorbctl, sanitize_sorbctl),
+            {custom(Tool::storcli64, sanitize_storcli64),
+             shaped(Tool::sorbctl, "get_controller_pd_sanitize_sorbctl", nullptr,
+                    "get_pd_sanitize_format"),
              refuse(Tool::arcconf, "There is no such command in arcconf")}});
   ops.push_back(OpDef{"start_pd_erase",
                       "*, eid, sid, mode, **kwargs",

@@ -39,12 +39,6 @@ Ref cc_sorbctl(Call& c) {
   return boolean(Call::success(p.get()));
 }
 
-Ref cc_status_storcli64(Call& c) {
-  Ref parser = c.parsed("ctr_get_cc_status_storcli64");
-  Ref section = get(parser.get(), "VD Operation Status");
-  return c.format_with(section.get(), "query_virtual_drive_cc_status_format");
-}
-
 Ref cc_status_sorbctl(Call& c) {
   Ref parser = c.parsed("get_controller_vd_ccheck_sorbctl");
   if (equals(parser.get(), "fail")) {
@@ -54,12 +48,6 @@ Ref cc_status_sorbctl(Call& c) {
 }
 
 // --- background initialisation --------------------------------------------------
-
-Ref bgi_storcli64(Call& c) {
-  Ref parser = c.parsed("get_virtual_drive_bgi_state_storcli64");
-  Ref section = get(parser.get(), "VD Operation Status");
-  return c.format_with(section.get(), "get_virtual_drive_bgi_state_format");
-}
 
 Ref bgi_arcconf(Call& c) {
   Ref entry = arcconf_drive_entry(c);
@@ -127,12 +115,6 @@ Ref front_init_arcconf(Call& c) {
   return c.format_with(entry.get(), "get_virtual_drive_front_init_status_info_format");
 }
 
-Ref front_init_sorbctl(Call& c) {
-  Ref parser = c.parsed("get_controller_vd_info_sorbctl");
-  Ref section = get(parser.get(), "VirtualDriveInformation");
-  return c.format_with(section.get(), "get_virtual_drive_front_init_status_info_format");
-}
-
 // --- erase -----------------------------------------------------------------------------
 
 Ref erase_sorbctl(Call& c) {
@@ -149,17 +131,6 @@ Ref erase_sorbctl(Call& c) {
   }
   Ref p = c.parsed(wrapper);
   return boolean(Call::success(p.get()));
-}
-
-Ref erase_status_storcli64(Call& c) {
-  Ref parser = c.parsed("vd_get_erase_storcli64");
-  Ref section = get(parser.get(), "VD Operation Status");
-  return c.format_with(section.get(), "get_vd_erase_format");
-}
-
-Ref erase_status_sorbctl(Call& c) {
-  Ref parser = c.parsed("get_controller_vd_sanitize_sorbctl");
-  return c.format_with(parser.get(), "get_vd_erase_format");
 }
 
 }  // namespace
@@ -191,7 +162,8 @@ void add_vd_background_ops(OpList& ops) {
       "    dict 或 list: 键为 vid, Operation, Progress, Status, Estimated_time_left, raw_data；"
       "storcli64 每个逻辑盘一条。\n\n"
       "异常:\n    OrvexException: sorbctl 查询失败时抛出。",
-      {custom(Tool::storcli64, cc_status_storcli64),
+      {shaped(Tool::storcli64, "ctr_get_cc_status_storcli64", "VD Operation Status",
+              "query_virtual_drive_cc_status_format"),
        refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询逻辑磁盘的一致性校验功能状态 功能"),
        custom(Tool::sorbctl, cc_status_sorbctl)}});
   ops.push_back(
@@ -218,8 +190,9 @@ void add_vd_background_ops(OpList& ops) {
             "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, raw_data；"
             "storcli64 每个逻辑盘一条；sorbctl 该盘没有后台初始化任务时 Progress 与 "
             "Estimated_time_left 为 \"None\"。",
-            {custom(Tool::storcli64, bgi_storcli64), custom(Tool::arcconf, bgi_arcconf),
-             custom(Tool::sorbctl, bgi_sorbctl)}});
+            {shaped(Tool::storcli64, "get_virtual_drive_bgi_state_storcli64", "VD Operation Status",
+                    "get_virtual_drive_bgi_state_format"),
+             custom(Tool::arcconf, bgi_arcconf), custom(Tool::sorbctl, bgi_sorbctl)}});
   ops.push_back(
       OpDef{"set_virtual_drive_autobgi_switch",
             "vid, state, **kwargs",
@@ -244,7 +217,8 @@ void add_vd_background_ops(OpList& ops) {
       "\"Not in progress\"）, Estimated_time_left, raw_data；storcli64 每个逻辑盘一条。\n\n"
       "异常:\n    OrvexException: storcli64 无回显时抛出 \"查询逻辑磁盘前台初始化功能状态失败\"。",
       {custom(Tool::storcli64, front_init_storcli64), custom(Tool::arcconf, front_init_arcconf),
-       custom(Tool::sorbctl, front_init_sorbctl)}});
+       shaped(Tool::sorbctl, "get_controller_vd_info_sorbctl", "VirtualDriveInformation",
+              "get_virtual_drive_front_init_status_info_format")}});
   ops.push_back(
       OpDef{"set_vd_erase",
             "vid, oper, mode='simple', **kwargs",
@@ -269,9 +243,11 @@ void add_vd_background_ops(OpList& ops) {
             "返回:\n"
             "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, raw_data；"
             "storcli64 每个逻辑盘一条。",
-            {custom(Tool::storcli64, erase_status_storcli64),
+            {shaped(Tool::storcli64, "vd_get_erase_storcli64", "VD Operation Status",
+                    "get_vd_erase_format"),
              refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询逻辑盘擦除操作 功能"),
-             custom(Tool::sorbctl, erase_status_sorbctl)}});
+             shaped(Tool::sorbctl, "get_controller_vd_sanitize_sorbctl", nullptr,
+                    "get_vd_erase_format")}});
 }
 
 }  // namespace raid

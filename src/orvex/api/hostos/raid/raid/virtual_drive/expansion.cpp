@@ -47,40 +47,12 @@ Ref arcconf_task(Call& c, const char* operation_pattern, const char* template_at
   return c.format_with(found.get(), template_attr);
 }
 
-Ref expand_info_storcli64(Call& c) {
-  Ref parser = c.parsed("vd_get_expand_info_storcli64");
-  Ref section = get(parser.get(), "VD Operation Status");
-  return c.format_with(section.get(), "get_expand_array_info_format");
-}
-
 Ref expand_info_arcconf(Call& c) {
   return arcconf_task(c, "expan|reconfig", "get_expand_array_info_format");
 }
 
-Ref expand_info_sorbctl(Call& c) {
-  Ref parser = c.parsed("get_controller_vd_expand_sorbctl");
-  return c.format_with(parser.get(), "get_expand_array_info_format");
-}
-
-Ref migrate_info_storcli64(Call& c) {
-  Ref parser = c.parsed("vd_get_migrate_info_storcli64");
-  Ref section = get(parser.get(), "VD Operation Status");
-  return c.format_with(section.get(), "get_migrate_info_format");
-}
-
 Ref migrate_info_arcconf(Call& c) {
   return arcconf_task(c, "migrat|reconfig", "get_migrate_info_format");
-}
-
-Ref migrate_info_sorbctl(Call& c) {
-  Ref parser = c.parsed("get_controller_vd_migrate_sorbctl");
-  return c.format_with(parser.get(), "get_migrate_info_format");
-}
-
-Ref ssd_caching_storcli64(Call& c) {
-  Ref parser = c.parsed("ctr_get_ssd_caching_storcli64");
-  Ref section = get(parser.get(), "VD LIST");
-  return c.format_with(section.get(), "get_ssd_caching_info_format");
 }
 
 Ref ssd_caching_arcconf(Call& c) {
@@ -129,18 +101,21 @@ void add_vd_expansion_ops(OpList& ops) {
                       {checked(Tool::storcli64, "vd_add_pd_expand_array_storcli64"),
                        checked(Tool::arcconf, "vd_add_pd_expand_array_arcconf"),
                        checked(Tool::sorbctl, "add_controller_vd_pd_sorbctl")}});
-  ops.push_back(OpDef{
-      "get_expand_array_info",
-      "*, vid, **kwargs",
-      "查询逻辑盘扩容进度。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, raw_data；"
-      "storcli64 每个逻辑盘一条；没有扩容任务时 Status 为 \"Not in progress\"。",
-      {custom(Tool::storcli64, expand_info_storcli64), custom(Tool::arcconf, expand_info_arcconf),
-       custom(Tool::sorbctl, expand_info_sorbctl)}});
+  ops.push_back(
+      OpDef{"get_expand_array_info",
+            "*, vid, **kwargs",
+            "查询逻辑盘扩容进度。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, raw_data；"
+            "storcli64 每个逻辑盘一条；没有扩容任务时 Status 为 \"Not in progress\"。",
+            {shaped(Tool::storcli64, "vd_get_expand_info_storcli64", "VD Operation Status",
+                    "get_expand_array_info_format"),
+             custom(Tool::arcconf, expand_info_arcconf),
+             shaped(Tool::sorbctl, "get_controller_vd_expand_sorbctl", nullptr,
+                    "get_expand_array_info_format")}});
   ops.push_back(OpDef{
       "migrate_raid",
       "*, vid, raid_level, **kwargs",
@@ -154,18 +129,21 @@ void add_vd_expansion_ops(OpList& ops) {
       {checked(Tool::storcli64, "vd_start_migrate_storcli64"),
        checked(Tool::arcconf, "vd_start_migrate_arcconf"),
        checked(Tool::sorbctl, "migrate_controller_vd_sorbctl")}});
-  ops.push_back(OpDef{
-      "get_migrate_info",
-      "*, vid, **kwargs",
-      "查询逻辑盘 RAID 级别迁移进度。\n\n"
-      "参数:\n"
-      "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, raw_data；"
-      "storcli64 每个逻辑盘一条；没有迁移任务时 Status 为 \"Not in progress\"。",
-      {custom(Tool::storcli64, migrate_info_storcli64), custom(Tool::arcconf, migrate_info_arcconf),
-       custom(Tool::sorbctl, migrate_info_sorbctl)}});
+  ops.push_back(
+      OpDef{"get_migrate_info",
+            "*, vid, **kwargs",
+            "查询逻辑盘 RAID 级别迁移进度。\n\n"
+            "参数:\n"
+            "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
+            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, raw_data；"
+            "storcli64 每个逻辑盘一条；没有迁移任务时 Status 为 \"Not in progress\"。",
+            {shaped(Tool::storcli64, "vd_get_migrate_info_storcli64", "VD Operation Status",
+                    "get_migrate_info_format"),
+             custom(Tool::arcconf, migrate_info_arcconf),
+             shaped(Tool::sorbctl, "get_controller_vd_migrate_sorbctl", nullptr,
+                    "get_migrate_info_format")}});
   ops.push_back(OpDef{"get_vd_smartinfo_smartctl",
                       "*, vid, **kwargs",
                       "通过 smartctl 透传读取逻辑盘成员盘的 SMART 信息。\n\n"
@@ -178,17 +156,19 @@ void add_vd_expansion_ops(OpList& ops) {
                       {parser(Tool::storcli64, "vd_get_smartinfo_smartctl_storcli64"),
                        parser(Tool::arcconf, "vd_get_smartinfo_smartctl_arcconf"),
                        parser(Tool::sorbctl, "get_controller_vd_smartinfo_sorbctl")}});
-  ops.push_back(OpDef{
-      "get_ssd_caching_info",
-      "**kwargs",
-      "SSD caching查询（storcli64 CacheCade、arcconf maxCache）。\n\n"
-      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    list: 每个缓存逻辑盘一条，键为 vd, name, raid_level, status, size, "
-      "cached_vds（被加速的逻辑盘）, raw_data。\n\n"
-      "异常:\n    OrvexException: sorbctl 抛出 \"7460卡不支持SSD caching查询功能\"。",
-      {custom(Tool::storcli64, ssd_caching_storcli64), custom(Tool::arcconf, ssd_caching_arcconf),
-       refuse(Tool::sorbctl, "7460卡不支持SSD caching查询功能")}});
+  ops.push_back(
+      OpDef{"get_ssd_caching_info",
+            "**kwargs",
+            "SSD caching查询（storcli64 CacheCade、arcconf maxCache）。\n\n"
+            "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+            "返回:\n"
+            "    list: 每个缓存逻辑盘一条，键为 vd, name, raid_level, status, size, "
+            "cached_vds（被加速的逻辑盘）, raw_data。\n\n"
+            "异常:\n    OrvexException: sorbctl 抛出 \"7460卡不支持SSD caching查询功能\"。",
+            {shaped(Tool::storcli64, "ctr_get_ssd_caching_storcli64", "VD LIST",
+                    "get_ssd_caching_info_format"),
+             custom(Tool::arcconf, ssd_caching_arcconf),
+             refuse(Tool::sorbctl, "7460卡不支持SSD caching查询功能")}});
 }
 
 }  // namespace raid

@@ -85,18 +85,6 @@ void create_arcconf(Call& c) {
 
 // --- list --------------------------------------------------------------------
 
-Ref list_storcli64(Call& c) {
-  Ref parser = c.parsed("ctr_get_all_cfg_storcli64");
-  Ref drives = get(parser.get(), "VD LIST");
-  return c.format_with(drives.get(), "get_virtual_drive_list_format");
-}
-
-Ref list_sorbctl(Call& c) {
-  Ref parser = c.parsed("get_controller_vdlist_sorbctl");
-  Ref drives = get(parser.get(), "VirtualDrives");
-  return c.format_with(drives.get(), "get_virtual_drive_list_format");
-}
-
 // arcconf keys each drive as logical_device_number_<n>; the number becomes
 // the entry's vd.
 Ref list_arcconf(Call& c) {
@@ -354,8 +342,11 @@ void add_vd_lifecycle_ops(OpList& ops) {
             "返回:\n"
             "    list: 每个逻辑盘一条记录，键为 array, vd, status, raid_level, name, size, "
             "strip_unit_size, write_cache, read_cache, raw_data（工具的原始记录）。",
-            {custom(Tool::storcli64, list_storcli64), custom(Tool::arcconf, list_arcconf),
-             custom(Tool::sorbctl, list_sorbctl)}});
+            {shaped(Tool::storcli64, "ctr_get_all_cfg_storcli64", "VD LIST",
+                    "get_virtual_drive_list_format"),
+             custom(Tool::arcconf, list_arcconf),
+             shaped(Tool::sorbctl, "get_controller_vdlist_sorbctl", "VirtualDrives",
+                    "get_virtual_drive_list_format")}});
   ops.push_back(
       OpDef{"get_one_virtual_drive_info",
             "*, vid, **kwargs",
