@@ -1,4 +1,5 @@
-"""One abi3 binary: stable-ABI symbols only, cp37-abi3 wheel tag, and the
+"""One abi3 binary: stable-ABI symbols only, nothing newer than glibc 2.17
+and no C++ runtime from the host, a cp37-abi3 manylinux2014 wheel, and the
 same file imports and works on the oldest and newest interpreters.
 
 `./dev test` builds the wheel and names it in RAID_WHEEL; without it the
@@ -8,6 +9,7 @@ wheel checks skip.  Interpreters are looked up under pyenv (RAID_PYENV or
 import glob
 import os
 import pathlib
+import platform
 import shutil
 import subprocess
 import sys
@@ -43,15 +45,16 @@ def test_binary_carries_the_abi3_suffix():
     assert BINARY.name == "raid.abi3.so"
 
 
-def test_wheel_is_tagged_cp37_abi3():
+def test_wheel_is_tagged_cp37_abi3_manylinux2014():
     path = wheel()
-    assert path.name.endswith("-cp37-abi3-linux_x86_64.whl"), path.name
+    arch = platform.machine()
+    assert path.name.endswith("-cp37-abi3-manylinux2014_%s.manylinux_2_17_%s.whl" % (arch, arch)), path.name
     with zipfile.ZipFile(path) as zf:
         names = zf.namelist()
         meta = next(n for n in names if n.endswith(".dist-info/WHEEL"))
         tags = [line.split(":", 1)[1].strip() for line in zf.read(meta).decode().splitlines()
                 if line.startswith("Tag:")]
-    assert tags == ["cp37-abi3-linux_x86_64"]
+    assert sorted(tags) == ["cp37-abi3-manylinux2014_" + arch, "cp37-abi3-manylinux_2_17_" + arch]
     assert "orvex/api/hostos/raid/raid.abi3.so" in names
     # No package markers: the module installs into the framework's own tree.
     assert not [n for n in names if n.endswith("__init__.py")]
@@ -80,6 +83,36 @@ def test_installed_binary_uses_only_the_37_stable_abi():
     code, out = _audit(BINARY)
     assert code == 0, out
     assert "0 ABI violations" in " ".join(out.split())
+
+
+# Newest symbol version the binary may need from each family (manylinux2014:
+# glibc 2.17, the unwinder of GCC 4.8).  The C++ runtime is linked in, so any
+# GLIBCXX_/CXXABI_ version (or other family) is a failure.
+NEWEST = {"GLIBC": (2, 17), "GCC": (4, 8, 0)}
+
+
+def _too_new(version):
+    family, _, number = version.partition("_")
+    limit = NEWEST.get(family)
+    return limit is None or not number.replace(".", "").isdigit() or \
+        tuple(int(n) for n in number.split(".")) > limit
+
+
+def test_binary_needs_nothing_newer_than_glibc_217_and_no_cxx_runtime():
+    elffile = pytest.importorskip("elftools.elf.elffile")
+    with open(BINARY, "rb") as f:
+        elf = elffile.ELFFile(f)
+        needed = [t.needed for t in elf.get_section_by_name(".dynamic").iter_tags()
+                  if t.entry.d_tag == "DT_NEEDED"]
+        versions = {(lib.name, aux.name)
+                    for lib, auxes in elf.get_section_by_name(".gnu.version_r").iter_versions()
+                    for aux in auxes}
+        exported = [s.name for s in elf.get_section_by_name(".dynsym").iter_symbols()
+                    if s.name and s["st_shndx"] != "SHN_UNDEF"]
+    assert ("libc.so.6", "GLIBC_2.2.5") in versions
+    assert [v for v in sorted(versions) if _too_new(v[1])] == []
+    assert not [n for n in needed if "libstdc++" in n or "libc++" in n], needed
+    assert exported == ["PyInit_raid"]
 
 
 def test_audit_rejects_a_symbol_outside_the_stable_abi(tmp_path):
