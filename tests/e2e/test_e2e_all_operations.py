@@ -473,7 +473,7 @@ CASES = {
             "/c0/e65/s3"]["Status"] == "run"),
     "set_patrolread_oper": Case(
         lambda w: w.raid.set_patrolread_oper("start"), true, {"storcli64", "sorbctl"},
-        after=lambda w: w.raid.get_ctl_patrolread_status()["run_status"] in ("Active",
+        after=lambda w: w.raid.get_ctl_patrolread_status()["run_status"] in ("Active 0",
                                                                             "Running")),
     "get_pd_patrolread_status": Case(
         lambda w: w.raid.get_pd_patrolread_status(w.e, "0", adapter_id="0"),
@@ -513,7 +513,7 @@ CASES = {
     "set_ctl_ccheck_period": Case(
         lambda w: w.raid.set_ctl_ccheck_period(delay="7"), true, {"storcli64", "sorbctl"},
         after=lambda w: w.raid.query_ctl_ccheck_info()["CC Execution Delay"] == w.pick(
-            storcli64=168, sorbctl="7 day")),
+            storcli64="168 hours", sorbctl="7 day")),
     "get_ctl_ccheck_ccrate": Case(lambda w: w.raid.get_ctl_ccheck_ccrate(), per_tool(
         storcli64=equal({"Rate": "30%"}), sorbctl=equal({"Rate": "medium"})),
         {"storcli64", "sorbctl"}),

@@ -50,7 +50,7 @@ import importlib
 
 from orvex_sim.recorder import Dispatched
 from orvex_sim.simhost.common import HostCommands
-from orvex_sim.simhost.model import Controller, NotFound, Refused, default_drives
+from orvex_sim.simhost.model import Controller, NotFound, Refused, default_drives, make_drive
 
 
 class UnknownWrapper(LookupError):
@@ -58,30 +58,81 @@ class UnknownWrapper(LookupError):
 
 
 class CommandFailed(RuntimeError):
-    """The tool ran and failed (a query of something that does not exist)."""
+    """The tool ran and failed (a query of something that does not exist, a
+    controller that is gone), or could not run at all."""
 
 
 TOOLS = ("storcli64", "arcconf", "sorbctl")
+VERSIONS = ("new", "old")
+# The tool version whose output the module reads, when a host names none.
+DEFAULT_VERSION = {"storcli64": "new", "arcconf": "old", "sorbctl": "new"}
 START = datetime.datetime(2024, 5, 20, 9, 30, 0)
+CARD_KEYS = ("model", "pcie", "roc", "write_cache")
 
 
 class SimulatedHost:
-    """A host with one RAID controller managed by `tool`; see the module."""
+    """A host whose RAID controllers are managed by `tool`; see the module.
 
-    def __init__(self, tool="storcli64", step=1.0, start=START):
+    `controllers`: descriptions as in a host file (None: one RAID controller
+    with the eight default drives); `version`: "new" or "old" spellings of
+    the tool's output (by default the spellings the module reads)."""
+
+    def __init__(self, tool="storcli64", step=1.0, start=START, controllers=None,
+                 version=None):
         if tool not in TOOLS:
             raise ValueError("no simulated controller for tool %r (choose one of %s)"
                              % (tool, ", ".join(TOOLS)))
-        self.tool = tool
+        version = version or DEFAULT_VERSION.get(tool)
+        if version not in VERSIONS:
+            raise ValueError("tool version %r is not one of %s" % (version, ", ".join(VERSIONS)))
+        self.tool, self.version = tool, version
         self.step = float(step)
         self.clock = start
         self.calls = []
         self.files = {}
-        self.model = Controller(tool, lambda: self.clock)
-        self.model.drives = default_drives(tool)
+        self.faults = {}          # wrapper -> ("fail", text) or ("raise", exception)
+        self.controllers = []
+        for index, spec in enumerate(controllers or [None]):
+            self.controllers.append(self._controller(index, spec))
         view = importlib.import_module("orvex_sim.simhost." + tool)
-        self._view = getattr(view, tool.capitalize())(self)
+        self._view_class = getattr(view, tool.capitalize())
         self._common = HostCommands(self)
+
+    def _controller(self, index, spec):
+        spec = dict(spec or {})
+        mode = spec.pop("mode", "raid")
+        if mode not in ("raid", "hba"):
+            raise ValueError("controller mode %r is not raid or hba" % (mode,))
+        c = Controller(self.tool, lambda: self.clock, index, hba=mode == "hba")
+        c.card = {k: spec.pop(k) for k in CARD_KEYS if k in spec}
+        if "drives" in spec or "enclosure" in spec:
+            enclosure = spec.pop("enclosure", None)
+            c.drives = [make_drive(self.tool, enclosure, **d) for d in spec.pop("drives", [])]
+        else:
+            c.drives = default_drives(self.tool)
+        if spec:
+            raise ValueError("unknown controller settings: %s" % ", ".join(sorted(spec)))
+        for d in c.drives if c.hba else ():
+            d.state = "jbod"
+        return c
+
+    @classmethod
+    def from_file(cls, path, **options):
+        """A host described in a YAML file (see the README): tool, version,
+        controllers with their mode, enclosure and drives."""
+        import yaml
+        with open(path) as stream:
+            spec = yaml.safe_load(stream) or {}
+        unknown = set(spec) - {"tool", "version", "step", "controllers"}
+        if unknown:
+            raise ValueError("%s: unknown host settings: %s" % (path, ", ".join(sorted(unknown))))
+        spec.update(options)
+        return cls(**spec)
+
+    @property
+    def model(self):
+        """The first controller (the one a wrapper without `adapter_id` reaches)."""
+        return self.controllers[0]
 
     # -- backend interface ------------------------------------------------------
     def get_raid_tool(self):
@@ -89,17 +140,30 @@ class SimulatedHost:
 
     def dispatch(self, route, wrapper, params=None):
         self.calls.append(Dispatched(route, wrapper, None if params is None else dict(params)))
-        handler = self._handler(wrapper)
-        self.advance(self.step)
         p = dict(params or {})
+        if wrapper in self._common.WRAPPERS:
+            view = self._common
+        elif wrapper in self._view_class.WRAPPERS:
+            view = self._view_class(self, self._controller_of(wrapper, p))
+        else:
+            raise UnknownWrapper("the simulated %s host has no wrapper named %r"
+                                 % (self.tool, wrapper))
+        self.advance(self.step)
+        fault = self.faults.get(wrapper)
+        if fault and fault[0] == "raise":
+            raise fault[1]
+        if fault:
+            return [{"parser": view.failure(fault[1])}]
         try:
-            answer = handler(p)
+            answer = view.WRAPPERS[wrapper](view, p)
         except Refused as why:
-            answer = self._view.failure(str(why))
+            answer = view.failure(str(why))
         except ValueError as why:       # a number or time the tool cannot read
-            answer = self._view.failure("invalid value: %s" % why)
+            answer = view.failure("invalid value: %s" % why)
         except NotFound as why:
             raise CommandFailed("%s: %s" % (wrapper, why))
+        if answer is None:
+            answer = view.OK
         if isinstance(answer, list) and answer and isinstance(answer[0], dict) \
                 and "parser" in answer[0]:
             return answer
@@ -109,15 +173,18 @@ class SimulatedHost:
             return [answer]
         return [{"parser": answer}]
 
-    def _handler(self, wrapper):
-        for owner in (self._view, self._common):
-            if wrapper in owner.WRAPPERS:
-                return getattr(owner, wrapper)
-        raise UnknownWrapper("the simulated %s host has no wrapper named %r" % (self.tool, wrapper))
+    def _controller_of(self, wrapper, p):
+        """The controller named by `adapter_id` (or `adp_id`); the first when none."""
+        wanted = p.get("adapter_id", p.get("adp_id"))
+        index = 0 if wanted in (None, "") else str(wanted)
+        for c in self.controllers:
+            if str(c.index) == str(index):
+                return c
+        raise CommandFailed("%s: controller %s not found" % (wrapper, index))
 
     @property
     def wrapper_names(self):
-        return sorted(set(self._view.WRAPPERS) | set(self._common.WRAPPERS))
+        return sorted(set(self._view_class.WRAPPERS) | set(self._common.WRAPPERS))
 
     # -- simulation controls -------------------------------------------------------
     def advance(self, seconds):
@@ -126,20 +193,60 @@ class SimulatedHost:
         while remaining > 0:
             dt = min(remaining, 1.0)
             self.clock += datetime.timedelta(seconds=dt)
-            self.model.tick(dt)
+            for c in self.controllers:
+                c.tick(dt)
             remaining -= dt
 
-    def fail_drive(self, eid, sid):
-        """Pulls drive (eid, sid) as if it had died."""
-        self.model.fail_drive(self.model.drive(eid, sid))
+    def controller(self, adapter=0):
+        for c in self.controllers:
+            if c.index == int(adapter):
+                return c
+        raise LookupError("no controller %s" % adapter)
 
-    def add_foreign_config(self, sid):
+    def fail_drive(self, eid, sid, adapter=0):
+        """Pulls drive (eid, sid) as if it had died."""
+        c = self.controller(adapter)
+        c.fail_drive(c.drive(eid, sid))
+
+    def add_foreign_config(self, sid, adapter=0):
         """Drive in slot `sid` arrives with a foreign configuration."""
-        drive = self.model.find_drive(str(sid))
+        c = self.controller(adapter)
+        drive = c.find_drive(str(sid))
         if drive.state != "ugood":
             raise Refused("drive %s is in use" % drive.address)
         drive.foreign = True
-        self.model.foreign_groups += 1
+        c.foreign_groups += 1
+
+    # -- faults -----------------------------------------------------------------------
+    def drive_errors(self, eid, sid, media=0, predictive=0, adapter=0):
+        """Drive (eid, sid) reports `media` media errors and `predictive`
+        predictive failures (a S.M.A.R.T. alert when there are any)."""
+        d = self.controller(adapter).drive(eid, sid)
+        d.media_errors, d.predictive = int(media), int(predictive)
+
+    def fail_wrapper(self, wrapper, reason="internal error"):
+        """`wrapper` runs but the tool answers its failure text with `reason`."""
+        self._fault(wrapper, ("fail", reason))
+
+    def raise_wrapper(self, wrapper, error=None):
+        """`wrapper` raises `error` (by default CommandFailed, as the framework
+        does when the tool cannot run)."""
+        self._fault(wrapper, ("raise", error or CommandFailed(
+            "%s: /opt/raid/%s: No such file or directory" % (wrapper, self.tool))))
+
+    def clear_faults(self):
+        self.faults.clear()
+
+    def _fault(self, wrapper, fault):
+        if wrapper not in self.wrapper_names:
+            raise UnknownWrapper("the simulated %s host has no wrapper named %r"
+                                 % (self.tool, wrapper))
+        self.faults[wrapper] = fault
+
+    def remove_controller(self, adapter):
+        """The controller drops off the bus: it is no longer counted or listed,
+        and a wrapper naming it fails as the tool does."""
+        self.controllers.remove(self.controller(adapter))
 
     @property
     def wrappers(self):

@@ -1,11 +1,14 @@
 """arcconf wrappers: the tool's GETCONFIG output parsed into snake_case
 sections ("controller_information", "physical_device_information",
 "logical_device_information" keyed "logical_device_number_<n>",
-"logical_device_task", ...).  Actions answer "Command completed
-successfully.", or "Command failed: <reason>"."""
+"logical_device_task", ...).  A logical device lists its members as
+"Present (286102MB, SAS, HDD, Channel:0, Device:0) SERIAL", or with the
+newer tool version "Present (457862MB, SATA, SSD, Connector:0, Device:0)
+SERIAL".  Actions answer "Command completed successfully.", or "Command
+failed: <reason>"."""
 
-from orvex_sim.simhost.common import ToolView, passthru_bytes, wrappers
-from orvex_sim.simhost.model import ERASE_SECONDS, NotFound, Refused, Task
+from orvex_sim.simhost.common import ToolView, passthru_bytes
+from orvex_sim.simhost.model import Refused
 
 STATE = {"ugood": "Ready", "online": "Online", "offline": "Offline", "failed": "Failed",
          "rebuild": "Rebuilding", "copyback": "Copyback", "hotspare": "Hot Spare",
@@ -21,7 +24,9 @@ def mb(gb):
     return "%d MB" % int(gb * 1024)
 
 
-@wrappers
+BOOT = {"primary": "primary", "secondary": "secondary", "none": "off"}
+
+
 class Arcconf(ToolView):
     OK = "Command completed successfully."
 
@@ -43,7 +48,8 @@ class Arcconf(ToolView):
         running = any(v.task("cc") for v in m.vds.values())
         return {
             "controller_status": "Optimal", "controller_mode": MODES[m.mode],
-            "channel_description": "SCSI", "controller_model": "Adaptec SmartRAID 3154-8i",
+            "channel_description": "SCSI", "controller_model": m.card.get("model", "Adaptec HBA 1100-8i" if m.hba
+                                            else "Adaptec SmartRAID 3154-8i"),
             "vendor_id": "0x9005", "device_id": "0x028F", "subsystem_vendor_id": "0x9005",
             "subsystem_device_id": "0x1380", "pci_domain": "0", "pci_bus": "94",
             "pci_device": "0", "pci_function": "0", "pcie_link_width": "x8",
@@ -103,6 +109,8 @@ class Arcconf(ToolView):
                             "default": "Disabled (write-through)"}[d.write_cache],
             "disk_name": "/dev/sd%s" % "hijklmno"[int(d.sid)] if d.state == "jbod" else "N/A",
             "boot_type": {"off": "None", "primary": "Primary", "secondary": "Secondary"}[d.boot],
+            "s.m.a.r.t.": "Yes" if d.predictive else "No",
+            "s.m.a.r.t._warnings": str(d.predictive), "media_failures": str(d.media_errors),
         }
 
     def _ld(self, vd):
@@ -133,23 +141,18 @@ class Arcconf(ToolView):
             "background_task_progress": "%d%%" % task[1].percent if task else "Not Applicable",
             "background_task_time_left": self.minutes_left(task[1]) if task else "Not Applicable",
         }
+        where = "Channel" if self.host.version == "old" else "Connector"
         for n, d in enumerate(vd.drives):
-            out["device_%d" % n] = "%s (%sMB, %s, %s) Enclosure:0, Slot:%s) Channel:%s, Device:%s %s" % (
+            out["device_%d" % n] = "%s (%dMB, %s, %s, %s:%s, Device:%s) %s" % (
                 "Present" if d.state == "online" else STATE[d.state], int(d.size_gb * 1024),
-                d.interface, d.media, d.sid, d.eid, d.sid, d.serial)
+                d.interface, d.media, where, d.eid, d.sid, d.serial)
         return out
 
     def _lds(self):
         return {"logical_device_number_%d" % vd.vid: self._ld(vd) for vd in self.m.ordered_vds()}
 
     # -- discovery and configuration ------------------------------------------------------
-    def get_controller_number_arcconf(self, p):
-        return "1"
-
-    def ctr_get_adpt_cfg_arcconf(self, p):
-        return {"controller_information": self._controller()}
-
-    def ctr_get_cfg_arcconf(self, p):
+    def _devices(self, p):
         devices = {"%s,%s(%s:0)" % (d.eid, d.sid, d.sid): self._pd_brief(d) for d in self.m.drives}
         devices["Physical 2,0"] = {"Device Number": "8", "State": "Ready",
                                    "Type": "Enclosure Services Device", "Model": "Expander",
@@ -159,29 +162,7 @@ class Arcconf(ToolView):
                 "logical_device_information": self._lds(),
                 "physical_device_information": devices}
 
-    def ctr_get_pd_cfg_arcconf(self, p):
-        channel = {"device_%s" % d.sid: self._pd_detail(d) for d in self.m.drives}
-        return {"physical_device_information": {
-            "channel_0": channel,
-            "channel_2": {"device_0": {"device_number": "8", "enclosure_id": "0",
-                                       "type": "Enclosure Services Device",
-                                       "model": "Expander", "firmware": "0105"}}}}
-
-    def ctr_get_vd_cfg_arcconf(self, p):
-        return {"logical_device_information": self._lds()}
-
-    def ctr_get_expander_cfg_arcconf(self, p):
-        return [{"expander_id": "0", "reported_channel,device": "2,0(0:0)",
-                 "vendor": "ADAPTEC", "model": "Expander", "firmware": "0105",
-                 "wwid": "500605B0000272BF"}]
-
-    def get_controller_pd_phyerror_arcconf(self, p):
-        return {str(n): {"invalid_dword_count": "0", "running_disparity_error_count": "0",
-                         "loss_of_dword_sync_count": "1" if n == 3 else "0",
-                         "phy_reset_problem_count": "0", "sata_crc_error_count": "0"}
-                for n in range(8)}
-
-    def ctr_get_controller_bgtask_arcconf(self, p):
+    def _tasks(self, p):
         lds, pds = [], []
         for vd in self.m.ordered_vds():
             for kind, task in vd.tasks.items():
@@ -196,7 +177,7 @@ class Arcconf(ToolView):
         return {"logical_device_task": lds, "physical_device_task": pds}
 
     def _task(self, task, name, **where):
-        out = {"controller": "1"}
+        out = {"controller": str(self.m.index + 1)}
         out.update(where)
         out.update({"current_operation": name,
                     "status": "Paused" if task.paused else "In Progress", "priority": "High",
@@ -204,54 +185,18 @@ class Arcconf(ToolView):
                     "estimated_time_left": self.minutes_left(task)})
         return out
 
-    def ctr_get_maxcache_arcconf(self, p):
-        return {"logical_device_information": {}}
-
-    # -- controller settings -----------------------------------------------------------------
-    def ctr_set_ctrl_mode_arcconf(self, p):
-        mode = str(p.get("mode"))
-        if mode not in MODES:
-            raise Refused("controller mode %s is unknown (2 HBA, 3 RAID, 5 Mixed)" % mode)
-        if mode == "2" and self.m.vds:
-            raise Refused("logical devices exist; HBA mode needs none")
-        self.m.mode = mode
-        self.m.jbod = mode in ("2", "5")
-        return self.OK
-
-    def set_controller_pdcache_arcconf(self, p):
-        state = p.get("state")
-        kind = p.get("drive_type")
-        if kind == "configured":
-            vd = self.vd(p)
-            value = {"0": "default", "1": "on", "2": "off", "3": None}.get(str(state), "bad")
-            if value == "bad" or state is None:
+    def _pdcache(self, p):
+        state = str(p.get("state"))
+        if p.get("drive_type") == "configured":
+            value = {"0": "default", "1": "on", "2": "off", "3": None}.get(state, "bad")
+            if value == "bad":
                 raise Refused("write cache mode %s is unknown" % state)
-            if value is not None:
-                vd.pdcache = value
-                for d in vd.drives:
-                    d.write_cache = value
-            return self.OK
-        if kind != "unconfigured" or str(state) not in ("1", "2"):
+            return value and self.m.set_vd(self.vd(p), pdcache=value)
+        if p.get("drive_type") != "unconfigured" or state not in ("1", "2"):
             raise Refused("write cache state %s is unknown" % state)
-        self.m.unconfigured_pdcache = "on" if str(state) == "1" else "off"
-        for d in self.m.drives:
-            if d.state == "ugood":
-                d.write_cache = self.m.unconfigured_pdcache
-        return self.OK
+        self.m.set_unconfigured_cache("on" if state == "1" else "off")
 
-    def ctl_set_ccrepair_arcconf(self, p):
-        self.m.cc_repair = self.choice(p, "repair_state", ("enable", "disable"))
-        return self.OK
-
-    def ctl_set_cc_parallelcount_arcconf(self, p):
-        count = str(self.need(p, "pd_count"))
-        if not count.isdigit() or not 1 <= int(count) <= 16:
-            raise Refused("parallel count must be 1 to 16")
-        self.m.cc_parallel = int(count)
-        return self.OK
-
-    # -- logical devices ---------------------------------------------------------------------
-    def ctr_create_vd_arcconf(self, p):
+    def _create(self, p):
         init = p.get("init")
         if init is not None and init not in ("build", "default", "clear", "quick", "skip"):
             raise Refused("initialisation method %s is unknown" % init)
@@ -259,167 +204,99 @@ class Arcconf(ToolView):
                          p.get("strip_size"), p.get("name"), p.get("legs"),
                          init="full" if init in ("build", "clear") else
                          "none" if init == "skip" else None)
-        return self.OK
 
-    def delete_vd_arcconf(self, p):
-        self.m.delete_vd(self.vd(p).vid, force=True)
-        return self.OK
-
-    def set_vd_wcache_arcconf(self, p):
-        vd = self.vd(p)
-        policy = self.choice(p, "policy", ("con", "coff"))
+    def _wcache(self, p):
+        on = self.choice(p, "policy", ("con", "coff")) == "con"
         if "rdcache" in p:
-            vd.read = "RA" if policy == "con" else "NoRA"
-        else:
-            wanted = str(p.get("wrcache", "")).lower()
-            vd.write = ("AWB" if wanted == "awb" else "WB") if policy == "con" else "WT"
-        return self.OK
+            return self.m.set_vd(self.vd(p), read="RA" if on else "NoRA")
+        wanted = "AWB" if str(p.get("wrcache", "")).lower() == "awb" else "WB"
+        self.m.set_vd(self.vd(p), write=wanted if on else "WT")
 
-    def set_vd_boot_arcconf(self, p):
-        vd = self.vd(p)
-        state = self.choice(p, "state", ("primary", "secondary", "none"))
-        if state != "none":
-            for other in self.m.vds.values():
-                if other.boot == state:
-                    other.boot = "off"
-            for d in self.m.drives:
-                if d.boot == state:
-                    d.boot = "off"
-        vd.boot = "off" if state == "none" else state
-        return self.OK
-
-    def vd_set_expand_size_arcconf(self, p):
-        from orvex_sim.simhost.model import data_drives, parse_size_gb
-        vd = self.vd(p)
-        size = parse_size_gb(self.need(p, "size"))
-        room = data_drives(vd.level, len(vd.drives), vd.spans) * min(
-            d.size_gb for d in vd.drives)
-        if size <= vd.size_gb or size > room + 1e-6:
-            raise Refused("new size must lie between %.0f and %.0f GB" % (vd.size_gb, room))
-
-        def done():
-            vd.size_gb = size
-        self.m.start_vd_task(vd, "expand", on_done=done)
-        return self.OK
-
-    def vd_add_pd_expand_array_arcconf(self, p):
-        return self.add_vd_drives(p, "the drives to add must be ready")
-
-
-    def vd_start_migrate_arcconf(self, p):
-        return self.migrate_vd(p, str(self.need(p, "raid_level")),
-                               "logical device %d cannot migrate to RAID %s")
-
-
-    def vd_get_smartinfo_smartctl_arcconf(self, p):
-        try:
-            vd = self.vd(p)
-        except Refused as why:
-            raise NotFound(str(why))
-        return {"%s,%s" % (d.eid, d.sid): {"SMART overall-health self-assessment test result":
-                                           "PASSED", "Current Drive Temperature": "31 C"}
-                for d in vd.drives}
-
-    # -- physical devices --------------------------------------------------------------------
-    def pd_set_state_arcconf(self, p):
+    def _pd_state(self, p):
         d = self.drive(p)
         state = self.choice(p, "state", ("hsp", "rdy", "ddd", "eed"))
-        if state == "ddd":
-            if d.state in ("failed", "offline"):
-                raise Refused("device %s is already failed" % d.address)
-            self.m.fail_drive(d, "forced failed")
-        elif state == "rdy":
-            if d.vd is not None and d.state != "failed":
-                raise Refused("device %s is part of logical device %d" % (d.address, d.vd.vid))
-            d.state, d.spare_for = "ugood", None
-        elif state == "eed":
-            if d.vd is None or d.state not in ("failed", "offline"):
-                raise Refused("device %s is not a failed member" % d.address)
-            d.state = "online"
-        else:
-            if d.state != "ugood":
-                raise Refused("device %s is not ready" % d.address)
-            d.state, d.spare_for = "hotspare", None
-        return self.OK
+        if state == "hsp":
+            return self.m.make_spare(d)
+        if state == "rdy":
+            return self.m.release_spare(d) if d.state == "hotspare" else \
+                self.m.set_drive_state(d, "ugood", force=True)
+        if state == "eed":
+            return self.m.set_drive_state(d, "online")
+        if d.state in ("failed", "offline"):
+            raise Refused("device %s is already failed" % d.address)
+        self.m.fail_drive(d, "forced failed")
 
-    def set_controller_pd_hotspare_arcconf(self, p):
-        d = self.drive(p)
-        oper = self.choice(p, "oper", ("hsp", "rdy"))
-        if oper == "hsp":
-            if d.state != "ugood" or d.foreign:
-                raise Refused("device %s is not ready" % d.address)
-            array = p.get("ar_id")
-            if array not in (None, ""):
-                if int(array) not in [v.array for v in self.m.vds.values()]:
-                    raise Refused("array %s does not exist" % array)
-            d.spare_for = int(array) if array not in (None, "") else None
-            d.state = "hotspare"
-        else:
-            if d.state != "hotspare":
-                raise Refused("device %s is not a hot spare" % d.address)
-            d.state, d.spare_for = "ugood", None
-        return self.OK
-
-    def set_controller_pd_boot_arcconf(self, p):
-        d = self.drive(p)
-        state = self.choice(p, "state", ("primary", "secondary", "none"))
-        raw = d.state == "jbod" or (self.m.mode == "5" and d.state == "ugood")
-        if state != "none" and not raw:
-            raise Refused("only a raw device (Mixed mode) can be a boot device")
-        if state != "none":
-            for other in list(self.m.drives) + list(self.m.vds.values()):
-                if other.boot == state:
-                    other.boot = "off"
-        d.boot = "off" if state == "none" else state
-        return self.OK
-
-    def set_ctr_pd_erase_arcconf(self, p):
-        d = self.drive(p)
-        oper = self.choice(p, "oper", ("start", "stop"))
-        if oper == "start":
-            if d.state != "ugood":
-                raise Refused("device %s is not ready" % d.address)
-            mode = self.choice(p, "mode", tuple(ERASE_SECONDS))
-            if d.task("erase"):
-                raise Refused("an erase is already running on device %s" % d.address)
-            d.tasks["erase"] = Task("erase", ERASE_SECONDS[mode])
-        else:
-            if not d.task("erase"):
-                raise Refused("no erase in progress on device %s" % d.address)
-            d.tasks.pop("erase")
-        return self.OK
-
-    # -- firmware, logs, pass-through ----------------------------------------------------------
-    def update_controller_fw_arcconf(self, p):
-        path = str(self.need(p, "fw_file"))
-        if not path.lower().endswith(".bin"):
-            raise Refused("%s is not a controller firmware image" % path)
-        self.m.fw_version = "4.72"
-        self.m.log("firmware flashed from %s" % path)
-        return self.OK
-
-    def update_pd_fw_arcconf(self, p):
-        d = self.drive(p)
-        path = str(self.need(p, "fw_file"))
-        if not path.lower().endswith((".bin", ".lod", ".fw")):
-            raise Refused("%s is not a drive firmware image" % path)
-        d.fw = d.fw + "a"
-        return self.OK
-
-    def get_controller_log_arcconf(self, p):
-        path = "/var/log/Support/Firmware/Controller_1_Log.txt"
+    def _log(self, p):
+        path = "/var/log/Support/Firmware/Controller_%d_Log.txt" % (self.m.index + 1)
         lines = ["%s %s" % (when.strftime("%Y-%m-%d %H:%M:%S"), text)
                  for when, text in self.m.events] or ["no events"]
         self.host.files[path] = "\n".join(lines) + "\n"
-        return "Controller 1 firmware log saved to %s" % path
+        return "Controller %d firmware log saved to %s" % (self.m.index + 1, path)
 
-    def send_controller_pd_passthru_arcconf(self, p):
+    def _passthru(self, p):
         d = self.drive(p)
-        data = passthru_bytes(d, p.get("command_passthru", ""))
-        text = " ".join("%02x" % b for b in data)
+        text = " ".join("%02x" % b for b in passthru_bytes(d, p.get("command_passthru", "")))
         if p.get("data_transfer") == "notransfer":
             return "Command sent to device %s" % d.address
         if p.get("file_path"):
             self.host.files[str(p["file_path"])] = text + "\n"
             return "Data saved to %s" % p["file_path"]
         return text
+
+    # -- wrapper name -> handler(view, params) ------------------------------------------------
+    WRAPPERS = {
+        # discovery and configuration
+        "get_controller_number_arcconf": lambda v, p: str(len(v.host.controllers)),
+        "ctr_get_adpt_cfg_arcconf": lambda v, p: {"controller_information": v._controller()},
+        "ctr_get_cfg_arcconf": _devices,
+        "ctr_get_pd_cfg_arcconf": lambda v, p: {"physical_device_information": {
+            "channel_0": {"device_%s" % d.sid: v._pd_detail(d) for d in v.m.drives},
+            "channel_2": {"device_0": {"device_number": "8", "enclosure_id": "0",
+                                       "type": "Enclosure Services Device",
+                                       "model": "Expander", "firmware": "0105"}}}},
+        "ctr_get_vd_cfg_arcconf": lambda v, p: {"logical_device_information": v._lds()},
+        "ctr_get_expander_cfg_arcconf": lambda v, p: [{
+            "expander_id": "0", "reported_channel,device": "2,0(0:0)", "vendor": "ADAPTEC",
+            "model": "Expander", "firmware": "0105", "wwid": "500605B0000272BF"}],
+        "get_controller_pd_phyerror_arcconf": lambda v, p: {str(n): {
+            "invalid_dword_count": "0", "running_disparity_error_count": "0",
+            "loss_of_dword_sync_count": "1" if n == 3 else "0",
+            "phy_reset_problem_count": "0", "sata_crc_error_count": "0"} for n in range(8)},
+        "ctr_get_controller_bgtask_arcconf": _tasks,
+        "ctr_get_maxcache_arcconf": lambda v, p: {"logical_device_information": {}},
+        # controller settings
+        "ctr_set_ctrl_mode_arcconf": lambda v, p: v.m.set_mode(str(p.get("mode"))),
+        "set_controller_pdcache_arcconf": _pdcache,
+        "ctl_set_ccrepair_arcconf": lambda v, p: v.m.configure(cc_repair=v.choice(
+            p, "repair_state", ("enable", "disable"))),
+        "ctl_set_cc_parallelcount_arcconf": lambda v, p: v.m.configure(
+            cc_parallel=int(v.choice(p, "pd_count", [str(n) for n in range(1, 17)]))),
+        # logical devices
+        "ctr_create_vd_arcconf": _create,
+        "delete_vd_arcconf": lambda v, p: v.m.delete_vd(v.vd(p).vid, force=True),
+        "set_vd_wcache_arcconf": _wcache,
+        "set_vd_boot_arcconf": lambda v, p: v.m.set_boot(v.vd(p), v.choice(p, "state", BOOT)),
+        "vd_set_expand_size_arcconf": lambda v, p: v.m.grow_vd(v.vd(p), v.size_gb(p)),
+        "vd_add_pd_expand_array_arcconf": lambda v, p: v.m.add_vd_drives(v.vd(p),
+                                                                         p.get("drives")),
+        "vd_start_migrate_arcconf": lambda v, p: v.m.migrate_vd(v.vd(p),
+                                                                v.need(p, "raid_level")),
+        "vd_get_smartinfo_smartctl_arcconf": lambda v, p: {"%s,%s" % (d.eid, d.sid): {
+            "SMART overall-health self-assessment test result":
+                "FAILED!" if d.predictive else "PASSED",
+            "Current Drive Temperature": "31 C"} for d in v.known(v.vd, p).drives},
+        # physical devices
+        "pd_set_state_arcconf": _pd_state,
+        "set_controller_pd_hotspare_arcconf": lambda v, p: v.m.make_spare(
+            v.drive(p), p.get("ar_id")) if v.choice(p, "oper", ("hsp", "rdy")) == "hsp"
+        else v.m.release_spare(v.drive(p)),
+        "set_controller_pd_boot_arcconf": lambda v, p: v.m.set_boot(
+            v.drive(p), v.choice(p, "state", BOOT)),
+        "set_ctr_pd_erase_arcconf": lambda v, p: v.m.drive_task(
+            v.drive(p), "erase", v.choice(p, "oper", ("start", "stop")), p.get("mode")),
+        # firmware, logs, pass-through
+        "update_controller_fw_arcconf": lambda v, p: v.m.flash(v.need(p, "fw_file")),
+        "update_pd_fw_arcconf": lambda v, p: v.m.flash(v.need(p, "fw_file"), v.drive(p)),
+        "get_controller_log_arcconf": _log,
+        "send_controller_pd_passthru_arcconf": _passthru,
+    }

@@ -1,41 +1,28 @@
 """Generic host commands and the base of the per-tool views."""
 import datetime
 
-from orvex_sim.simhost.model import NotFound, Refused
+from orvex_sim.simhost.model import NotFound, Refused, parse_size_gb
 
 DRIVERS = {"sorbdrv": "1.2.0.8", "megaraid_sas": "07.714.04.00-rc1", "smartpqi": "2.1.20-035"}
 
 
-def wrappers(cls):
-    """Class decorator: WRAPPERS = the public method names defined on the class
-    and its bases (each one a wrapper the host answers)."""
-    names = set()
-    for klass in cls.__mro__:
-        names.update(n for n, v in vars(klass).items()
-                     if callable(v) and not n.startswith("_") and n not in _NOT_WRAPPERS)
-    cls.WRAPPERS = frozenset(names)
-    return cls
-
-
-_NOT_WRAPPERS = {"failure", "success", "drive", "vd", "need", "choice", "minutes_left"}
-
-
 class ToolView:
-    """Shared helpers of the tool views; `host.model` is the controller."""
+    """Translates one tool's wrappers for one controller (`m`) of `host`:
+    `WRAPPERS` maps each wrapper name to its handler(view, params), which
+    calls the model and draws the tool's answer (None: the tool's success
+    text)."""
 
     OK = "success"
+    WRAPPERS = {}
 
-    def __init__(self, host):
+    def __init__(self, host, controller=None):
         self.host = host
-        self.m = host.model
-
-    def success(self):
-        return self.OK
+        self.m = controller
 
     def failure(self, reason):
         return "fail: %s" % reason
 
-    # -- request checking (a Refused changes nothing) -------------------------------
+    # -- reading the wrapper's parameters (a Refused changes nothing) -----------------------
     def drive(self, p, eid="eid", sid="sid"):
         if p.get(eid) is None or p.get(sid) is None:
             raise Refused("no drive given")
@@ -46,66 +33,42 @@ class ToolView:
             raise Refused("no virtual drive given")
         return self.m.vd(p[key])
 
+    @staticmethod
+    def known(find, p):
+        """`find(p)` for a query: what does not exist is NotFound, not refused."""
+        try:
+            return find(p)
+        except Refused as why:
+            raise NotFound(str(why))
+
     def need(self, p, key):
         value = p.get(key)
         if value is None or value == "":
             raise Refused("%s is required" % key)
         return value
 
+    def some(self, p, *keys):
+        present = [k for k in keys if k in p]
+        if not present:
+            raise Refused("%s is required" % " or ".join(keys))
+        return present
+
+    def size_gb(self, p):
+        return parse_size_gb(self.need(p, "size"))
+
     def choice(self, p, key, allowed):
+        """The parameter's word, lower case, one of `allowed`; a dict of
+        `allowed` words gives the model's value for it."""
         value = p.get(key)
         text = str(value).lower() if value is not None else None
         if text not in allowed:
             raise Refused("%s=%s is not one of %s" % (key, value, "/".join(allowed)))
-        return text
-
-    # -- array reshaping, started as background tasks ---------------------------------
-    def grow_vd(self, p, refusal):
-        """Adds `size` to the virtual drive when its drives have the room."""
-        from orvex_sim.simhost.model import data_drives, parse_size_gb
-        vd = self.vd(p)
-        grow = parse_size_gb(self.need(p, "size"))
-        room = data_drives(vd.level, len(vd.drives), vd.spans) * min(
-            d.size_gb for d in vd.drives) - vd.size_gb
-        if grow > room + 1e-6:
-            raise Refused(refusal % (room, vd.array))
-
-        def done():
-            vd.size_gb += grow
-        self.m.start_vd_task(vd, "expand", on_done=done)
-        return self.OK
-
-    def add_vd_drives(self, p, refusal):
-        """Adds free drives to the virtual drive's array."""
-        vd = self.vd(p)
-        drives = [self.m.find_drive(t) for t in (p.get("drives") or [])]
-        if not drives or any(d.state != "ugood" for d in drives):
-            raise Refused(refusal)
-
-        def done():
-            for d in drives:
-                d.vd, d.state = vd, "online"
-                vd.drives.append(d)
-        self.m.start_vd_task(vd, "expand", on_done=done)
-        return self.OK
-
-    def migrate_vd(self, p, level, refusal):
-        """Moves the virtual drive to another RAID level its drives allow."""
-        from orvex_sim.simhost.model import LEVELS
-        vd = self.vd(p)
-        if level not in LEVELS or LEVELS[level][0] > len(vd.drives):
-            raise Refused(refusal % (vd.vid, level))
-
-        def done():
-            vd.level = level
-        self.m.start_vd_task(vd, "migrate", on_done=done)
-        return self.OK
+        return allowed[text] if isinstance(allowed, dict) else text
 
     def minutes_left(self, task):
         return "%d Minutes" % ((task.seconds_left + 59) // 60) if task else "-"
 
 
-@wrappers
 class HostCommands(ToolView):
     """`cat`, `hexdump`, `rm`, `modinfo` and `system_clock` on the host."""
 
@@ -178,3 +141,7 @@ def passthru_bytes(drive, command):
             + drive.fw.ljust(4)[:4].encode()
     return bytes([0x70, 0x00, 0x05, 0x00, 0x00, 0x00, 0x00, 0x0a,
                   0x00, 0x00, 0x00, 0x00, 0x20, 0x00, 0x00, 0x00, 0x00, 0x00])
+
+
+HostCommands.WRAPPERS = {name: getattr(HostCommands, name) for name in (
+    "cat", "hexdump", "rm", "modinfo", "system_clock")}

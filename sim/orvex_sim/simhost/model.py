@@ -1,8 +1,9 @@
-"""The state of a simulated host: one RAID controller, its drives behind an
-expander backplane, its virtual drives, settings, clock and running tasks.
+"""The state of a simulated host's controller: its drives, virtual drives,
+settings, clock and running tasks, and every rule that changes them.
 
-The model knows nothing of any tool's output format; the per-tool views
-(`storcli64.py`, `arcconf.py`, `sorbctl.py`) read it and change it.
+The model knows nothing of any tool's output format or vocabulary; a tool's
+view (`storcli64.py`, `arcconf.py`, `sorbctl.py`) translates a wrapper's
+parameters into a call of the model and draws the tool's answer from it.
 
 Every request is checked first and applied afterwards: a check that fails
 raises `Refused` with the tool-neutral reason, and nothing has changed.
@@ -15,6 +16,13 @@ DURATIONS = {
     "rebuild": 80, "copyback": 80, "erase": 120, "sanitize": 180, "patrol": 100,
 }
 ERASE_SECONDS = {"simple": 60, "normal": 120, "thorough": 240}
+SANITIZE_MODES = ("cryptoerase", "overwrite", "blockerase")
+# What a task is called in a refusal.
+TASK_NAMES = {"init": "initialisation", "bgi": "background initialisation",
+              "cc": "consistency check", "vd_erase": "erase", "erase": "erase",
+              "sanitize": "sanitize", "rebuild": "rebuild", "copyback": "copyback",
+              "patrol": "patrol read", "expand": "expansion", "migrate": "migration"}
+FIRMWARE = {"controller": (".rom", ".bin", ".img"), "drive": (".bin", ".lod", ".fw")}
 
 # Drives a level needs at least, and whether the count must be even.
 LEVELS = {
@@ -110,11 +118,17 @@ class Drive:
         self.phy_speed = "%sG" % link_gbps
         self.write_cache = "default"
         self.foreign = False
+        self.media_errors = 0
+        self.predictive = 0      # predictive failure count (S.M.A.R.T. alert when > 0)
         self.tasks = {}          # kind -> Task
 
     @property
     def address(self):
         return "%s:%s" % (self.eid, self.sid)
+
+    @property
+    def label(self):
+        return "drive " + self.address
 
     def task(self, kind):
         return self.tasks.get(kind)
@@ -144,6 +158,10 @@ class VirtualDrive:
         return self.tasks.get(kind)
 
     @property
+    def label(self):
+        return "VD %d" % self.vid
+
+    @property
     def state(self):
         lost = sum(1 for d in self.drives if d.state != "online")
         if lost == 0:
@@ -157,22 +175,25 @@ class VirtualDrive:
 
 
 class Controller:
-    """One controller of the host, with the drives behind its backplane."""
+    """One controller of the host with its drives; `hba`: an HBA in IT mode,
+    whose drives pass straight through and which builds no arrays."""
 
-    def __init__(self, tool, host_clock):
+    def __init__(self, tool, host_clock, index=0, hba=False):
         self.tool = tool
-        self.index = 0
+        self.index = index
+        self.hba = hba
+        self.card = {}           # what a host file says of the card: model, pcie, roc, ...
         self.host_clock = host_clock
         self.clock_offset = datetime.timedelta(0)
         self.drives = []
         self.vds = {}
         self.events = []
-        self.files_written = []
         self.pending_fw = None
         self.fw_version = {"storcli64": "5.060.00-2262", "arcconf": "4.11",
                            "sorbctl": "1.2.3.0"}[tool]
-        self.mode = "3" if tool == "arcconf" else "raid"   # arcconf: 2 HBA, 3 RAID, 5 Mixed
-        self.jbod = False
+        # arcconf's controller mode: 2 HBA, 3 RAID, 5 Mixed
+        self.mode = "2" if hba else "3" if tool == "arcconf" else "raid"
+        self.jbod = hba
         self.auto_rebuild = True
         self.restart_switch = "on"
         self.restarts = 0
@@ -187,7 +208,8 @@ class Controller:
         self.pr_mode = "auto"    # auto, manual, disable
         self.pr_delay_hours = 168
         self.pr_rate = "medium" if tool == "sorbctl" else "30"
-        self.pr_pd_count = 2
+        self.pr_pd_count = 255 if tool == "storcli64" else 2
+        self.pr_pd_limit = 255 if tool == "storcli64" else 32
         self.pr_start_time = ""
         self.pr_ssd = "off"
         self.pr_uncfg = "off"
@@ -220,6 +242,13 @@ class Controller:
         self.slow_current = _slow_defaults()
         self.slow_next = _slow_defaults()
         self.foreign_groups = 0
+
+    def configure(self, **settings):
+        """Controller settings that no rule constrains (switches, rates)."""
+        for name, value in settings.items():
+            if not hasattr(self, name):
+                raise AttributeError(name)
+            setattr(self, name, value)
 
     # -- clock and log -------------------------------------------------------------
     def now(self):
@@ -264,6 +293,8 @@ class Controller:
 
     # -- virtual drives ------------------------------------------------------------------
     def check_create(self, level, drive_texts, size=None, strip_kb=None, spans=None):
+        if self.hba:
+            raise Refused("the controller is an HBA in IT mode; it builds no arrays")
         level = str(level).upper().replace("RAID", "")
         if level not in LEVELS:
             raise Refused("RAID level %s is not supported" % level)
@@ -421,6 +452,414 @@ class Controller:
         source.copyback_target = target
         return task
 
+
+    def copyback_control(self, drive, oper, target=None):
+        """start (onto `target`), stop, pause or resume the copyback of `drive`."""
+        if oper == "start":
+            if self.copyback["copyback"] != "on":
+                raise Refused("copyback is disabled on the controller")
+            return self.start_copyback(drive, target)
+        owner = getattr(drive, "copyback_target", None) or drive
+        if oper == "stop" and owner.task("copyback"):
+            owner.state = "ugood"
+        return self.control(owner, "copyback", oper)
+
+    # -- tasks of a drive or a virtual drive -----------------------------------------------
+    def control(self, owner, kind, oper):
+        """stop, pause or resume the running `kind` task of `owner`."""
+        task = owner.task(kind)
+        if task is None:
+            raise Refused("no %s in progress on %s" % (TASK_NAMES[kind], owner.label))
+        if oper == "stop":
+            owner.tasks.pop(kind)
+        elif task.paused == (oper == "pause"):
+            raise Refused("%s on %s is %s paused" % (TASK_NAMES[kind], owner.label,
+                                                     "already" if task.paused else "not"))
+        else:
+            task.paused = oper == "pause"
+
+    def drive_task(self, drive, kind, oper="start", mode=None):
+        """Erase or sanitize of a free drive: start (in `mode`) or stop."""
+        if oper != "start":
+            return self.control(drive, kind, oper)
+        if drive.state != "ugood":
+            raise Refused("cannot %s %s: it is %s" % (kind, drive.label, drive.state))
+        modes = ERASE_SECONDS if kind == "erase" else SANITIZE_MODES
+        if mode not in modes:
+            raise Refused("%s mode %s is not one of %s" % (kind, mode, "/".join(modes)))
+        if kind == "sanitize" and mode != "overwrite" and drive.media != "SSD":
+            raise Refused("%s does not support %s" % (drive.label, mode))
+        if drive.task(kind):
+            raise Refused("a %s is already running on %s" % (kind, drive.label))
+        drive.tasks[kind] = Task(kind, ERASE_SECONDS[mode] if kind == "erase"
+                                 else DURATIONS[kind])
+
+    def vd_task(self, vd, kind, oper="start", force=False, mode=None):
+        """Consistency check, initialisation or erase of a virtual drive."""
+        if oper != "start":
+            return self.control(vd, kind, oper)
+        if vd.task(kind):
+            raise Refused("a %s is already running on %s" % (TASK_NAMES[kind], vd.label))
+        if kind == "cc":
+            if vd.level == "0":
+                raise Refused("consistency check is not possible on RAID 0")
+            if vd.state != "optimal":
+                raise Refused("%s is %s" % (vd.label, vd.state))
+            if not vd.initialised and not force:
+                raise Refused("%s is not initialised; use force" % vd.label)
+        elif kind == "init":
+            vd.tasks.pop("bgi", None)
+            vd.initialised = False
+        elif mode not in ERASE_SECONDS:
+            raise Refused("erase mode %s is not one of %s" % (mode, "/".join(ERASE_SECONDS)))
+        self.start_vd_task(vd, kind, ERASE_SECONDS[mode] * 2 if kind == "vd_erase" else None)
+
+    def rebuild(self, drive, oper):
+        """start, stop, pause or resume the rebuild of an offline member."""
+        if oper != "start":
+            task = drive.task("rebuild")
+            self.control(drive, "rebuild", oper)
+            if oper == "stop" and task:
+                drive.state = "offline"
+            return
+        if drive.vd is None or drive.state != "offline":
+            raise Refused("%s is not an offline member" % drive.label)
+        self.start_rebuild(drive)
+
+    # -- drive roles and states ------------------------------------------------------------
+    def make_spare(self, drive, array=None):
+        """A free drive becomes a global spare, or a dedicated one of `array`."""
+        if drive.state != "ugood" or drive.foreign:
+            raise Refused("%s is not unconfigured good" % drive.label)
+        if array not in (None, "") and int(array) not in [v.array for v in self.vds.values()]:
+            raise Refused("drive group %s does not exist" % array)
+        drive.spare_for = None if array in (None, "") else int(array)
+        drive.state = "hotspare"
+
+    def release_spare(self, drive):
+        if drive.state != "hotspare":
+            raise Refused("%s is not a hot spare" % drive.label)
+        drive.state, drive.spare_for = "ugood", None
+
+    def set_drive_state(self, drive, state, force=False):
+        """online, offline, ugood (a JBOD or failed drive only with force) or
+        jbod (with the controller's JBOD switch on)."""
+        d = drive
+        if state in ("online", "offline"):
+            before = ("offline", "failed") if state == "online" else ("online",)
+            if d.vd is None or d.state not in before:
+                raise Refused("%s is not an %s member" % (d.label, before[0]))
+        elif state == "ugood":
+            if d.state not in ("ugood", "jbod", "failed") or (d.vd and d.state != "failed"):
+                raise Refused("%s is %s" % (d.label, d.state))
+            if d.state in ("jbod", "failed") and not force:
+                raise Refused("%s is %s; force is needed" % (d.label, d.state))
+            d.spare_for = None
+        elif state == "jbod":
+            if not self.jbod:
+                raise Refused("JBOD mode is disabled on the controller")
+            if d.state != "ugood":
+                raise Refused("%s is not unconfigured good" % d.label)
+        else:
+            raise Refused("drive state %s is unknown" % state)
+        d.state = state
+        self.log("PD %s set %s" % (d.address, state))
+
+    def set_phy(self, drive, enabled):
+        """Turns a drive's PHY off (a member drops out) or on (it rebuilds);
+        None resets the link, which changes nothing."""
+        if enabled is None:
+            return
+        if drive.phy_enabled == enabled:
+            raise Refused("phy of %s is already %s" % (drive.label,
+                                                        "enabled" if enabled else "disabled"))
+        drive.phy_enabled = enabled
+        if not enabled and drive.vd is not None and drive.state in ("online", "rebuild"):
+            self.fail_drive(drive, "offline")
+        elif enabled and drive.vd is not None and drive.state == "offline":
+            self.start_rebuild(drive)
+        elif enabled and drive.state == "failed":
+            drive.state = "ugood"
+
+    def set_drive(self, drive, leds=None, write_cache=None, phy_speed=None):
+        if phy_speed is not None:
+            if phy_speed not in ("1.5", "3", "6", "12"):
+                raise Refused("link speed %s is not supported" % phy_speed)
+            if float(phy_speed) > float(drive.link_gbps):
+                raise Refused("%s supports at most %sG" % (drive.label, drive.link_gbps))
+            drive.phy_speed = phy_speed + "G"
+        if leds:
+            drive.leds.update(leds)
+        if write_cache is not None:
+            drive.write_cache = write_cache
+
+    def insert_drive(self, drive, array, row):
+        """A free drive takes the place of a missing member (row of array)."""
+        if drive.state != "ugood" or drive.foreign:
+            raise Refused("%s is not unconfigured good" % drive.label)
+        vds = [v for v in self.vds.values() if v.array == array]
+        if not vds:
+            raise Refused("drive group %d does not exist" % array)
+        vd = vds[0]
+        if not 0 <= row < len(vd.drives):
+            raise Refused("row %d does not exist in drive group %d" % (row, array))
+        old = vd.drives[row]
+        if old.state != "failed" and old.vd is vd:
+            raise Refused("row %d of drive group %d is not missing" % (row, array))
+        vd.drives[row] = drive
+        drive.vd, drive.state = vd, "offline"
+
+    def set_boot(self, target, slot):
+        """`slot` on, primary or secondary makes `target` (a virtual drive or a
+        pass-through drive) the boot device of that slot; off clears it."""
+        if slot != "off" and isinstance(target, Drive) and not (
+                target.state == "jbod" or (self.mode == "5" and target.state == "ugood")):
+            raise Refused("only a pass-through drive can be a boot drive")
+        if slot != "off":
+            for other in list(self.drives) + list(self.vds.values()):
+                if other.boot == slot:
+                    other.boot = "off"
+        target.boot = slot
+
+    # -- controller switches ----------------------------------------------------------------
+    def set_jbod(self, on, force=False):
+        jbods = [d for d in self.drives if d.state == "jbod"]
+        if not on and jbods and not force:
+            raise Refused("JBOD drives exist; force is needed")
+        for d in jbods if not on else ():
+            d.state = "ugood"
+        self.jbod = on
+
+    def set_mode(self, mode):
+        """arcconf's controller mode: 2 HBA, 3 RAID, 5 Mixed."""
+        if mode not in ("2", "3", "5"):
+            raise Refused("controller mode %s is unknown (2 HBA, 3 RAID, 5 Mixed)" % mode)
+        if mode == "2" and self.vds:
+            raise Refused("logical devices exist; HBA mode needs none")
+        self.mode, self.jbod = mode, mode in ("2", "5")
+
+    def resolve_foreign(self, importing):
+        foreign = [d for d in self.drives if d.foreign]
+        if not foreign:
+            raise Refused("no foreign configuration found")
+        for d in foreign:
+            d.foreign = False
+        self.foreign_groups = 0
+        if importing:
+            self.create_vd("0", [d.address for d in foreign], name="imported")
+
+    def set_unconfigured_cache(self, state):
+        self.unconfigured_pdcache = state
+        for d in self.drives:
+            if d.state == "ugood":
+                d.write_cache = state
+
+    def set_vd(self, vd, **policies):
+        """Cache, I/O, access, emulation and visibility policies of a virtual
+        drive; emulation cannot be forced once disabled, nor a hidden drive hidden."""
+        if policies.get("emulation") == "force" and vd.emulation == "none":
+            raise Refused("emulation cannot be forced once it is disabled")
+        if policies.get("hidden") and vd.hidden:
+            raise Refused("%s is already hidden" % vd.label)
+        for name, value in policies.items():
+            setattr(vd, name, value)
+        if "pdcache" in policies:       # the members' own caches follow
+            for d in vd.drives:
+                d.write_cache = vd.pdcache
+
+    # -- array reshaping, started as background tasks -----------------------------------------
+    def room_gb(self, vd):
+        return data_drives(vd.level, len(vd.drives), vd.spans) * min(
+            d.size_gb for d in vd.drives)
+
+    def grow_vd(self, vd, new_size_gb):
+        room = self.room_gb(vd)
+        if new_size_gb <= vd.size_gb or new_size_gb > room + 1e-6:
+            raise Refused("new size must lie between %.0f and %.0f GB in drive group %d"
+                          % (vd.size_gb, room, vd.array))
+
+        def done():
+            vd.size_gb = new_size_gb
+        self.start_vd_task(vd, "expand", on_done=done)
+
+    def add_vd_drives(self, vd, drive_texts):
+        drives = [self.find_drive(t) for t in drive_texts or []]
+        if not drives or any(d.state != "ugood" for d in drives):
+            raise Refused("the drives to add must be unconfigured good")
+
+        def done():
+            for d in drives:
+                d.vd, d.state = vd, "online"
+                vd.drives.append(d)
+        self.start_vd_task(vd, "expand", on_done=done)
+
+    def migrate_vd(self, vd, level):
+        level = str(level).upper().replace("RAID", "")
+        if level not in LEVELS or LEVELS[level][0] > len(vd.drives):
+            raise Refused("%s cannot migrate to RAID %s" % (vd.label, level))
+
+        def done():
+            vd.level = level
+        self.start_vd_task(vd, "migrate", on_done=done)
+
+    # -- firmware ------------------------------------------------------------------------------
+    def flash(self, path, drive=None, activate=True):
+        """Loads a firmware image onto the controller (or `drive`); without
+        `activate` it waits for an activation."""
+        path = str(path)
+        if not path.lower().endswith(FIRMWARE["drive" if drive else "controller"]):
+            raise Refused("%s is not a %s firmware image" % (path,
+                                                           "drive" if drive else "controller"))
+        if drive is not None:
+            drive.fw = "N%03d" % (int(drive.fw[1:]) + 1) if drive.fw[1:].isdigit() \
+                else drive.fw + "a"
+            return
+        new = {"storcli64": "5.060.01-2270", "arcconf": "4.72", "sorbctl": "1.2.4.0"}[self.tool]
+        if activate:
+            self.fw_version = new
+        else:
+            self.pending_fw = new
+        self.log("firmware flashed from %s" % path)
+
+    def activate_fw(self, kind):
+        if not self.pending_fw:
+            raise Refused("no new firmware to activate")
+        self.fw_version, self.pending_fw = self.pending_fw, None
+        self.log("firmware activated (%s)" % kind)
+
+    def reset(self):
+        self.restarts += 1
+        self.log("controller reset")
+        self.slow_current = dict(self.slow_next)
+
+
+    def patrol(self, oper):
+        """start, stop, pause or resume the controller's patrol read."""
+        if oper == "start":
+            if self.pr_mode == "disable":
+                raise Refused("patrol read is disabled")
+            if self.pr_running:
+                raise Refused("patrol read is already running")
+            if not self.start_patrol():
+                raise Refused("no drive to patrol")
+        elif oper == "stop":
+            self.stop_patrol()
+        elif not self.pr_running:
+            raise Refused("patrol read is not running")
+        else:
+            self.pr_paused = oper == "pause"
+            for d in self.drives:
+                if d.task("patrol"):
+                    d.task("patrol").paused = self.pr_paused
+
+    def patrol_drive(self, drive, oper):
+        if oper == "stop":
+            if not drive.task("patrol"):
+                raise Refused("no patrol read running on %s" % drive.label)
+            return self.stop_patrol([drive])
+        if drive.state not in ("online", "ugood", "hotspare"):
+            raise Refused("%s cannot be patrolled (%s)" % (drive.label, drive.state))
+        if drive.task("patrol"):
+            raise Refused("patrol read already running on %s" % drive.label)
+        self.start_patrol([drive])
+
+    def set_patrol(self, delay_hours=None, pd_count=None, start_time=None, **switches):
+        """Patrol read options; `switches` are pr_ssd, pr_uncfg, pr_rate, pr_mode."""
+        changes = dict(switches)
+        if delay_hours is not None:
+            changes["pr_delay_hours"] = _number(delay_hours, "delay", 0, 100000)
+        if pd_count is not None:
+            changes["pr_pd_count"] = _number(pd_count, "pd_count", 1, self.pr_pd_limit)
+        if start_time is not None:
+            _hour(start_time)
+            changes["pr_start_time"] = str(start_time)
+        self.configure(**changes)
+
+    def set_cc_schedule(self, mode=None, start=None, excluded=None, delay_hours=None,
+                        **switches):
+        """Consistency-check schedule: mode off, seq or conc; a start hour
+        ("%Y/%m/%d %H") that does not lie in the past; excluded virtual drives."""
+        changes = dict(switches)
+        if start and mode != "off":
+            if _hour(start) < self.now() - datetime.timedelta(hours=1):
+                raise Refused("start_time %s lies in the past" % start)
+            changes["cc_start"] = str(start)
+        if excluded is not None:
+            changes["cc_excluded"] = [self.vd(v).vid for v in excluded]
+        if delay_hours is not None:
+            changes["cc_delay_hours"] = _number(delay_hours, "delay", 1, 365 * 24)
+        if mode is not None:
+            changes["cc_mode"] = mode
+        self.configure(**changes)
+
+    def switch_cc_schedule(self, on):
+        if (self.cc_mode != "off") == on:
+            raise Refused("the consistency check schedule is already %s" % ("on" if on else "off"))
+        self.cc_mode = "seq" if on else "off"
+        if on:
+            self.cc_start = (self.now() + datetime.timedelta(hours=1)).strftime("%Y/%m/%d %H")
+
+    # -- supercapacitor ---------------------------------------------------------------------
+    def learn(self, start=None, cycle_days=None):
+        """Starts a learn cycle now, or schedules the next at `start` every `cycle_days`."""
+        if self.cap_pack_missing:
+            raise Refused("no supercapacitor module present")
+        if start is not None:
+            self.learn_cycle_days = _number(cycle_days, "cycle", 1, 3650)
+            self.learn_next = start
+            return
+        if self.learn_task:
+            raise Refused("a learn cycle is already running")
+        self.learn_task = Task("learn", 300)
+
+    # -- drive fault policies -----------------------------------------------------------------
+    def set_kick(self, period, total):
+        self.kick_period = _number(period, "period", 1, 90)
+        self.kick_sum = _number(total, "sum", 1, 8)
+
+    def set_slow_thresholds(self, kind, default=False, switch=None, media=None, ratio=None,
+                            susize=None, l1=None, l2=None, l3=None):
+        """Slow-drive thresholds of `kind` (raid, rawdrive) for the next boot."""
+        if default:
+            self.slow_next = _slow_defaults()
+            return
+        nxt = {k: (dict(v) if isinstance(v, dict) else v) for k, v in self.slow_next.items()}
+        section = nxt["Raid Threshold" if kind == "raid" else "RawDrive Threshold"]
+        media = str(media or section["Media"]).lower()
+        if media not in ("ssd", "hdd"):
+            raise Refused("media must be ssd or hdd")
+        section["Media"] = media
+        if ratio:
+            if kind != "raid" or not 4 <= int(ratio) <= 64:
+                raise Refused("ratio 4 to 64 applies to raid only")
+            nxt["Raid ratio"] = str(ratio)
+        ms = lambda key: int(str(section[key]).rstrip("ms"))  # noqa: E731
+        if kind == "raid":
+            if susize:
+                if media != "hdd" or not l1:
+                    raise Refused("susize needs media hdd and l1")
+                if str(susize) not in ("32", "64", "128", "256", "512", "1024"):
+                    raise Refused("susize must be 32, 64, 128, 256, 512 or 1024")
+                section["SuSize"] = "%sKB" % susize
+            l1, l2, l3 = int(l1 or ms("L1")), int(l2 or ms("L2")), int(l3 or ms("L3"))
+            low = 110 if media == "ssd" else (
+                410 if section["SuSize"] in ("512KB", "1024KB") else 340)
+            if not low <= l1 < l2:
+                raise Refused("l1 must run from %d up to l2 (%d)" % (low, l2))
+            if not l1 < l2 <= l3 or l3 > 20000:
+                raise Refused("thresholds must keep l1 < l2 <= l3 <= 20000")
+            section.update({"L1": "%dms" % l1, "L2": "%dms" % l2, "L3": "%dms" % l3})
+        else:
+            if l1 or l3 or susize:
+                raise Refused("rawdrive takes l2 only")
+            l2 = int(l2 or ms("L2"))
+            if not 810 <= l2 <= 20000:
+                raise Refused("l2 must be 810 to 20000")
+            section["L2"] = "%dms" % l2
+        self.slow_next = nxt
+        if switch:
+            self.slow_switch[kind] = switch
+
     # -- time ----------------------------------------------------------------------------
     def tick(self, dt):
         for vd in list(self.vds.values()):
@@ -470,6 +909,20 @@ class Controller:
             self.pr_running = self.pr_paused = False
 
 
+def _number(value, name, low, high):
+    text = str(value).strip()
+    if not text.isdigit() or not low <= int(text) <= high:
+        raise Refused("%s must be a number from %d to %d" % (name, low, high))
+    return int(text)
+
+
+def _hour(text):
+    try:
+        return datetime.datetime.strptime(str(text), "%Y/%m/%d %H")
+    except ValueError:
+        raise Refused("start_time must read yyyy/mm/dd hh")
+
+
 def _slow_defaults():
     return {
         "Raid ratio": "8",
@@ -479,25 +932,45 @@ def _slow_defaults():
     }
 
 
+# Model and firmware of a drive that a host file does not name, by kind.
+DRIVE_KINDS = {
+    ("SAS", "HDD"): ("ST1200MM0009", "N003"), ("SAS", "SSD"): ("KPM5XVUG960G", "0104"),
+    ("SATA", "HDD"): ("HUS726T4TALA6L4", "VKGNW40H"), ("SATA", "SSD"): ("MZ7KH960HAJR", "HXM7404Q"),
+    ("NVMe", "SSD"): ("MZWLJ1T9HBJR-00007", "EPK9GB5Q"),
+}
+LINK_GBPS = {"SAS": "12.0", "SATA": "6.0", "NVMe": "8.0"}
+
+
+def make_drive(tool, enclosure, slot, interface="SAS", media="HDD", size="1.2TB", model=None,
+               serial=None, firmware=None, did=None, size_gb=None):
+    """A drive of a host description; `size` in the vendor's decimal units
+    ("1.2TB", "800GB"), kept as binary gigabytes as the tools report them."""
+    interface = {"nvme": "NVMe"}.get(str(interface).lower(), str(interface).upper())
+    media = str(media).upper()
+    if (interface, media) not in DRIVE_KINDS:
+        raise ValueError("no %s %s drives (choose one of %s)" % (interface, media, ", ".join(
+            "%s %s" % k for k in DRIVE_KINDS)))
+    if size_gb is None:         # decimal units: 1.2TB is 1.2e12 bytes
+        text = str(size).upper().replace(" ", "")
+        power = {"TB": 4, "GB": 3, "MB": 2}.get(text[-2:])
+        if power is None:
+            raise ValueError("drive size %r is not in TB, GB or MB" % (size,))
+        size_gb = float(text[:-2]) * 1000 ** power / 1024.0 ** 3
+    slot = int(slot)
+    eid = {"arcconf": "0"}.get(tool, "" if enclosure is None else str(enclosure))
+    return Drive(eid, slot, did if did is not None else slot if tool == "arcconf" else 10 + slot,
+                 interface, media, round(size_gb, 3), model or DRIVE_KINDS[interface, media][0],
+                 serial or "WFK%05d" % (31740 + slot * 7),
+                 firmware or DRIVE_KINDS[interface, media][1], LINK_GBPS[interface],
+                 "0x5000c500%08x" % (0xA1B2C300 + slot) if interface != "NVMe" else "0x0",
+                 physical_sector=512 if media == "SSD" else 4096)
+
+
 def default_drives(tool):
     """Eight drives behind the backplane: four SAS HDD, two SAS SSD, two SATA
     HDD; numbered the tool's way (enclosure, slot, device id)."""
     enclosure = {"storcli64": "252", "arcconf": "0", "sorbctl": "65"}[tool]
-    specs = [
-        ("SAS", "HDD", 1117.8, "ST1200MM0009", "N003"),
-        ("SAS", "HDD", 1117.8, "ST1200MM0009", "N003"),
-        ("SAS", "HDD", 1117.8, "ST1200MM0009", "N003"),
-        ("SAS", "HDD", 1117.8, "ST1200MM0009", "N003"),
-        ("SAS", "SSD", 893.75, "KPM5XVUG960G", "0104"),
-        ("SAS", "SSD", 893.75, "KPM5XVUG960G", "0104"),
-        ("SATA", "HDD", 3726.0, "HUS726T4TALA6L4", "VKGNW40H"),
-        ("SATA", "HDD", 3726.0, "HUS726T4TALA6L4", "VKGNW40H"),
-    ]
-    drives = []
-    for slot, (intf, media, size, model, fw) in enumerate(specs):
-        drive = Drive(enclosure, slot, 10 + slot if tool != "arcconf" else slot, intf, media,
-                      size, model, "WFK%05d" % (31740 + slot * 7), fw,
-                      "12.0" if intf == "SAS" else "6.0", "0x5000c500%08x" % (0xA1B2C300 + slot),
-                      physical_sector=512 if media == "SSD" else 4096)
-        drives.append(drive)
-    return drives
+    kinds = [("SAS", "HDD", 1117.8)] * 4 + [("SAS", "SSD", 893.75)] * 2 \
+        + [("SATA", "HDD", 3726.0)] * 2
+    return [make_drive(tool, enclosure, slot, intf, media, size_gb=size)
+            for slot, (intf, media, size) in enumerate(kinds)]
