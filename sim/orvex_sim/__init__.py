@@ -5,15 +5,15 @@ A `Raid` object talks to whichever backend is active when it is built:
 * `RecordingHost` (tests): answers scripted per wrapper name and records every
   dispatch with its route and a copy of its params;
 * `SimulatedHost` (`orvex_sim.simhost`, the default): a stateful host with
-  one controller of one tool kind, answering every wrapper of that tool in
-  its own parsed-output shape, with background tasks that move with
-  simulated time.
+  controllers of one tool kind (one RAID controller, or those a host file
+  describes), answering every wrapper of that tool in its own parsed-output
+  shape, with background tasks that move with simulated time.
 
 Select one with `use(backend)` (also a context manager), for example
 `use(SimulatedHost("arcconf"))`.  Without a choice, `current()` builds a
-`SimulatedHost` for the tool named by the environment variable
-ORVEX_RAID_TOOL (storcli64 when unset) and keeps it for later `Raid`
-objects.  A `Raid` object talks to the backend that was active when it was
+`SimulatedHost` from the host file named by the environment variable
+ORVEX_RAID_HOST, else for the tool named by ORVEX_RAID_TOOL (storcli64 when
+unset), and keeps it for later `Raid` objects.  A `Raid` object talks to the backend that was active when it was
 built.
 """
 import os
@@ -56,5 +56,6 @@ def current():
         except ImportError:
             _active = RecordingHost(default_tool())
         else:
-            _active = SimulatedHost(default_tool())
+            path = os.environ.get("ORVEX_RAID_HOST")
+            _active = SimulatedHost.from_file(path) if path else SimulatedHost(default_tool())
     return _active

@@ -1,6 +1,8 @@
 """The simulated host as a test engineer meets it: refusals where hardware
 refuses (and nothing changes), tasks that progress with time, failures and
 rebuilds, the choice of host, and the judgment of action output."""
+import os
+
 import pytest
 
 import orvex_sim
@@ -231,14 +233,123 @@ def test_queries_of_a_missing_drive_fail_like_the_tool(tool, error, message):
         raid.get_one_physical_drive_info(eid=e, sid="42")
 
 
-@pytest.mark.parametrize("tool, wrapper", [("storcli64", "no_such_wrapper"),
-                                           ("arcconf", "ctr_get_all_cfg_storcli64"),
-                                           ("sorbctl", "ctr_get_cfg_arcconf")])
-def test_a_wrapper_the_host_lacks_is_named_in_the_error(tool, wrapper):
+@pytest.mark.parametrize("tool", TOOLS)
+def test_every_name_that_is_no_wrapper_of_the_tool_is_unknown(tool):
     host = SimulatedHost(tool)
-    with pytest.raises(UnknownWrapper, match="simulated %s host has no wrapper named '%s'"
-                       % (tool, wrapper)):
-        host.dispatch("self", wrapper, {})
+    names = set().union(*(SimulatedHost(t).wrapper_names for t in TOOLS), dir(host.model),
+                        dir(host._view_class), ["no_such_wrapper"])
+    for name in sorted(names - set(host.wrapper_names)):
+        with pytest.raises(UnknownWrapper) as error:
+            host.dispatch("self", name, {})
+        assert str(error.value) == "the simulated %s host has no wrapper named %r" % (tool, name)
+
+
+LAB = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "lab_host.yaml")
+
+
+def test_a_lab_host_gives_raid_each_controller_with_its_drives():
+    host = SimulatedHost.from_file(LAB)
+    with orvex_sim.use(host):
+        raid = raid_module.Raid()
+    assert raid.query_controller_number() == "2"
+    drives = {a: [(d["eid"], d["sid"], d["interface"], d["media"], d["status"])
+                  for d in raid.get_all_physical_drive_info(adapter_id=a)] for a in "01"}
+    assert drives["0"][3:] == [("252", "3", "SAS", "SSD", "ugood"),
+                               ("252", "4", "NVMe", "SSD", "ugood"),
+                               ("252", "5", "NVMe", "SSD", "ugood")]
+    assert drives["1"] == [("", "0", "SATA", "HDD", "jbod"), ("", "1", "SATA", "SSD", "jbod")]
+    assert raid.create_virtual_drive(raid_level="1", drives=["252:4", "252:5"],
+                                     pd_per_array="") is True
+    assert raid.create_virtual_drive(raid_level="1", drives=[" :0", " :1"], pd_per_array="",
+                                     adapter_id="1") is False
+    hba = host.dispatch("self", "ctr_get_all_cfg_storcli64", {"adapter_id": "1"})[0]["parser"]
+    assert {"VD LIST", "PD LIST", "Bus"} & set(hba) == set()
+    assert hba["PCI Version"]["Device Id"] == 230 and "PCIe Link Width" not in hba["HwCfg"]
+    assert [(r["EID:Slt"], r["DID"], r["DG"]) for r in hba["Physical Device Information"][
+        "Drive /c1"]] == [(" :0", 10, "-"), (" :1", 11, "-")]
+
+
+# (tool, version, wrapper, params, path to a value in the answer, value)
+VALUE_FORMS = [
+    ("storcli64", "new", "ctr_get_pd_cfg_storcli64", {"eid": "252", "sid": "4"},
+     ("Drive /c0/e252/s4 - Detailed Information", "Drive /c0/e252/s4 Device attributes"),
+     {"SN": "            WFK31768", "Firmware Revision": "0104    ", "NCQ setting": "N/A",
+      "Write Cache": "Disabled", "Raw size": "893.750 GiB"}),
+    ("storcli64", "old", "ctr_get_pd_cfg_storcli64", {"eid": "252", "sid": "6"},
+     ("Drive /c0/e252/s6 - Detailed Information", "Drive /c0/e252/s6 Device attributes"),
+     {"NCQ setting": "Enabled", "Write cache": "Disabled", "Raw size": "3.639 TB"}),
+    ("storcli64", "new", "ctr_get_all_cfg_storcli64", {}, ("PD LIST", 0),
+     {"EID:Slt": "252:0", "DID": 10, "DG": 0}),
+    ("storcli64", "new", "ctr_get_patrolread_storcli64", {}, ("Controller Properties",),
+     [{"Ctrl_Prop": "PR iterations completed", "Value": "0"},
+      {"Ctrl_Prop": "PR MaxConcurrentPd", "Value": 255}]),
+    ("storcli64", "new", "ctr_get_cc_storcli64", {}, ("Controller Properties",),
+     [{"Ctrl_Prop": "CC Execution Delay", "Value": "168 hours"}]),
+    ("arcconf", "old", "ctr_get_vd_cfg_arcconf", {},
+     ("logical_device_information", "logical_device_number_0"),
+     {"device_0": "Present (1144627MB, SAS, HDD, Channel:0, Device:0) WFK31740"}),
+    ("arcconf", "new", "ctr_get_vd_cfg_arcconf", {},
+     ("logical_device_information", "logical_device_number_0"),
+     {"device_1": "Present (1144627MB, SAS, HDD, Connector:0, Device:1) WFK31747"}),
+]
+
+
+@pytest.mark.parametrize("tool, version, wrapper, params, path, expected", VALUE_FORMS)
+def test_answers_carry_the_value_forms_of_the_tool_version(tool, version, wrapper, params, path,
+                                                          expected):
+    host = SimulatedHost(tool, version=version)
+    e = host.model.drives[0].eid
+    host.dispatch("self", {"storcli64": "ctr_create_vd_storcli64", "arcconf":
+                           "ctr_create_vd_arcconf"}[tool], {"raid_level": "1",
+                                                            "drives": [e + ":0", e + ":1"]})
+    answer = host.dispatch("self", wrapper, params)[0]["parser"]
+    for step in path:
+        answer = answer[step]
+    if isinstance(expected, list):
+        assert [row for row in answer if row in expected] == expected
+    else:
+        assert {k: answer[k] for k in expected} == expected
+
+
+SPARE = {"storcli64": "pd_set_hotspare_drive_storcli64",
+         "arcconf": "set_controller_pd_hotspare_arcconf",
+         "sorbctl": "set_controller_pd_hotspare_sorbctl"}
+ERROR_KEYS = {"storcli64": ("Media Error Count", "Predictive Failure Count", 3, 1),
+              "arcconf": ("media_failures", "s.m.a.r.t._warnings", "3", "1"),
+              "sorbctl": ("MediaErrorCount", "PredictiveFailureCount", "3", "1")}
+FAULTS = {
+    "media errors and a predictive failure": (
+        lambda h, e: h.drive_errors(e, "3", media=3, predictive=1),
+        lambda r, e, t: tuple(r.get_one_physical_drive_info(eid=e, sid="3")["raw_data"][k]
+                              for k in ERROR_KEYS[t][:2]) == ERROR_KEYS[t][2:]),
+    "a wrapper that fails": (
+        lambda h, e: h.fail_wrapper(SPARE[h.tool], "controller busy"),
+        lambda r, e, t: r.set_pd_hotspare_drive(e, "3", "add") is False
+        and r.get_one_physical_drive_info(eid=e, sid="3")["status"] == "ugood"),
+    "a wrapper that cannot run": (
+        lambda h, e: h.raise_wrapper(SPARE[h.tool]),
+        lambda r, e, t: pytest.raises(CommandFailed, r.set_pd_hotspare_drive, e, "3", "add")
+        .match("%s: /opt/raid/%s: No such file or directory" % (SPARE[t], t))),
+}
+
+
+@pytest.mark.parametrize("tool", TOOLS)
+@pytest.mark.parametrize("fault", sorted(FAULTS))
+def test_faults_a_script_meets(tool, fault):
+    raid, host, e = make(tool)
+    inject, check = FAULTS[fault]
+    inject(host, e)
+    assert check(raid, e, tool)
+
+
+def test_a_controller_that_disappears_is_no_longer_counted_and_fails_when_named():
+    host = SimulatedHost.from_file(LAB)
+    with orvex_sim.use(host):
+        raid = raid_module.Raid()
+    host.remove_controller(1)
+    assert raid.query_controller_number() == "1"
+    with pytest.raises(CommandFailed, match="ctr_get_pd_cfg_storcli64: controller 1 not found"):
+        raid.get_all_physical_drive_info(adapter_id="1")
 
 
 def test_every_dispatch_moves_the_clock_by_the_step():
@@ -268,17 +379,19 @@ def test_host_commands():
         "version"] == "1.2.0.8"
 
 
-@pytest.mark.parametrize("env, tool", [(None, "storcli64"), ("arcconf", "arcconf"),
-                                       ("sorbctl", "sorbctl")])
-def test_raid_defaults_to_a_simulated_host_of_the_named_tool(monkeypatch, env, tool):
+@pytest.mark.parametrize("env, tool, count", [
+    ({}, "storcli64", "1"), ({"ORVEX_RAID_TOOL": "arcconf"}, "arcconf", "1"),
+    ({"ORVEX_RAID_TOOL": "sorbctl"}, "sorbctl", "1"),
+    ({"ORVEX_RAID_TOOL": "sorbctl", "ORVEX_RAID_HOST": LAB}, "storcli64", "2")])
+def test_raid_defaults_to_a_simulated_host_of_the_named_tool(monkeypatch, env, tool, count):
     monkeypatch.setattr(orvex_sim, "_active", None)
-    if env is None:
-        monkeypatch.delenv("ORVEX_RAID_TOOL", raising=False)
-    else:
-        monkeypatch.setenv("ORVEX_RAID_TOOL", env)
+    for name in ("ORVEX_RAID_TOOL", "ORVEX_RAID_HOST"):
+        monkeypatch.delenv(name, raising=False)
+    for name, value in env.items():
+        monkeypatch.setenv(name, value)
     raid = raid_module.Raid()
     assert isinstance(raid.backend, SimulatedHost) and raid.backend.tool == tool
-    assert raid.query_controller_number() == "1"
+    assert raid.query_controller_number() == count
     assert raid.backend.wrappers == ["get_controller_number_" + tool]
 
 
