@@ -5,14 +5,17 @@ in turn: list the controller and its drives, build a RAID 1 and a RAID 5,
 set cache and I/O policies, run a consistency check and a patrol read and
 watch them, make a hot spare, fail a member and watch the rebuild, delete
 the virtual drives.  Functions a tool lacks show as that tool's refusal;
-a request the controller refuses shows as False.
+a request the controller refuses shows as False.  Then a lab host from
+`lab_host.yaml` (a RAID card and an HBA in IT mode): its two controllers and
+their drives, a mirror of NVMe drives, and the faults a script meets.
 """
+import os
 import sys
 
 import orvex_sim
 from orvex.api.hostos.raid.raid import Raid
 from orvex.exception.orvex_exception import OrvexException
-from orvex_sim.simhost import SimulatedHost
+from orvex_sim.simhost import CommandFailed, SimulatedHost
 
 TOOLS = ("storcli64", "arcconf", "sorbctl")
 
@@ -174,6 +177,59 @@ def run(tool):
     return log
 
 
+def run_lab(path=os.path.join(os.path.dirname(os.path.abspath(__file__)), "lab_host.yaml")):
+    host = SimulatedHost.from_file(path)
+    orvex_sim.use(host)
+    raid = Raid()
+    log = Log(host)
+
+    log.step("a lab host: %s" % os.path.basename(path))
+    log.expect("controllers", raid.query_controller_number(), "2")
+    for adapter in ("0", "1"):
+        log("  adapter %s (%s):" % (adapter, "HBA in IT mode" if host.controller(adapter).hba
+                                    else "RAID"))
+        table(log, raid.get_all_physical_drive_info(adapter_id=adapter),
+              [("EID", "eid"), ("SLT", "sid"), ("INTF", "interface"), ("MEDIA", "media"),
+               ("SIZE", "size"), ("STATUS", "status"), ("SERIAL", "serial_number"),
+               ("WCACHE", "write_cache")])
+    log.expect("RAID 1 of the NVMe drives 252:4-5", raid.create_virtual_drive(
+        raid_level="1", drives=["252:4", "252:5"], name="nvme", pd_per_array=""))
+    log.expect("RAID 1 on the HBA", raid.create_virtual_drive(
+        raid_level="1", drives=[" :0", " :1"], pd_per_array="", adapter_id="1"), False)
+    log.attempt("drive list of the HBA (its answer has no PD LIST)",
+                lambda: raid._get_physical_drive_list(adapter_id="1"))
+
+    log.step("faults")
+    host.drive_errors("252", "2", media=12, predictive=1)
+    details = raid.get_one_physical_drive_info(eid="252", sid="2")["raw_data"]
+    log("  drive 252:2 reports %s media errors, predictive failures %s, S.M.A.R.T. alert %s" % (
+        details["Media Error Count"], details["Predictive Failure Count"],
+        details["S.M.A.R.T alert flagged by drive"]))
+    host.fail_wrapper("pd_set_hotspare_drive_storcli64", "controller is busy")
+    log.expect("hot spare 252:3 while the tool fails", raid.set_pd_hotspare_drive(
+        "252", "3", "add"), False)
+    host.clear_faults()
+    log.expect("hot spare 252:3 once it works again", raid.set_pd_hotspare_drive(
+        "252", "3", "add"))
+    host.raise_wrapper("ctr_get_all_cfg_storcli64")
+    log.attempt("virtual drives while the tool cannot run", lambda: _raises(
+        raid._get_virtual_drive_list))
+    host.clear_faults()
+    host.remove_controller(1)
+    log.expect("controllers after the HBA dropped off", raid.query_controller_number(), "1")
+    log.attempt("drives of the HBA that is gone", lambda: _raises(
+        lambda: raid.get_all_physical_drive_info(adapter_id="1")))
+    return log
+
+
+def _raises(call):
+    try:
+        call()
+    except CommandFailed as error:
+        return "CommandFailed: %s" % error
+    return "no error"
+
+
 def main():
     checks = failures = 0
     for tool in TOOLS:
@@ -181,6 +237,12 @@ def main():
         log = run(tool)
         checks += log.checks
         failures += log.failures
+    print("\n######## lab host ########")
+    log = run_lab()
+    checks += log.checks
+    failures += log.failures
+    # -- record and replay ------------------------------------------------------------
+
     print("\n%d checks, %d failed" % (checks, failures))
     return 1 if failures else 0
 

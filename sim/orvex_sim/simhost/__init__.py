@@ -1,10 +1,10 @@
 """A simulated host for developing and running test scripts offline.
 
-`SimulatedHost(tool)` stands in for a server whose RAID controller is managed
-by `tool` (`storcli64`, `arcconf` or `sorbctl`; a `storcli64` host also
-answers the `storelibtest` PHY wrappers).  It is a backend of the framework
-stand-in: `Raid()` built while it is active dispatches every command wrapper
-to it, and it answers in that tool's own parsed-output shape.
+`SimulatedHost(tool)` stands in for a server whose RAID controllers are
+managed by `tool` (`storcli64`, `arcconf` or `sorbctl`; a `storcli64` host
+also answers the `storelibtest` PHY wrappers).  It is a backend of the
+framework stand-in: `Raid()` built while it is active dispatches every
+command wrapper to it, and it answers in that tool's own parsed-output shape.
 
 Selecting it::
 
@@ -13,24 +13,30 @@ Selecting it::
 
     import orvex_sim
     from orvex_sim.simhost import SimulatedHost
-    host = SimulatedHost("arcconf")
+    host = SimulatedHost("arcconf")       # or SimulatedHost.from_file("lab.yaml")
     orvex_sim.use(host)    # Raid objects built from now on talk to `host`
     raid = Raid()
 
-The host: one controller with eight drives behind an expander backplane
-(slots 0-3 SAS HDD 1.2 TB, 4-5 SAS SSD 960 GB, 6-7 SATA HDD 4 TB; enclosure
-252 under storcli64, channel 0 under arcconf, enclosure 65 under sorbctl),
-no virtual drives, patrol read in auto mode, consistency check off,
-supercapacitor optimal.  Drives in `drives` lists may be written "e:s",
+The default host: one RAID controller with eight drives behind an expander
+backplane (slots 0-3 SAS HDD 1.2 TB, 4-5 SAS SSD 960 GB, 6-7 SATA HDD 4 TB;
+enclosure 252 under storcli64, channel 0 under arcconf, enclosure 65 under
+sorbctl), no virtual drives, patrol read in auto mode, consistency check off,
+supercapacitor optimal.  A host file describes others: several controllers
+(`adapter_id` or `adp_id` selects one, the first when absent), HBAs in IT
+mode, drives attached directly, NVMe drives, and the tool version whose
+spellings the answers use.  Drives in `drives` lists may be written "e:s",
 "e,s", "e s" or as a bare slot number.
 
-Setters change the model and answer the tool's success text when the
-request is valid, and the tool's failure text otherwise (RAID 1 of one
-drive, a drive that does not exist, deleting a missing virtual drive, ...);
-a refused request changes nothing.  A query naming something that does not
-exist raises `CommandFailed`, as the framework does for a tool that exits
-with an error.  A wrapper the host does not know raises `UnknownWrapper`
-naming it.
+The controller model (`model.py`) owns every state change and every rule;
+a tool's view (`storcli64.py`, ...) holds a table of its wrappers, each
+translating the wrapper's parameters into a call of the model and drawing
+the tool's answer.  Setters answer the tool's success text when the request
+is valid, and the tool's failure text otherwise (RAID 1 of one drive, a
+drive that does not exist, deleting a missing virtual drive, ...); a refused
+request changes nothing.  A query naming something that does not exist, or
+a controller that is gone, raises `CommandFailed`, as the framework does
+for a tool that exits with an error.  A name that is not a wrapper of the
+tool raises `UnknownWrapper` naming it.
 
 Time: background tasks (initialisation, background initialisation,
 consistency check, rebuild, copyback, erase, sanitize, patrol read,
@@ -41,9 +47,11 @@ explicitly.  At the default rate a rebuild takes 80 s, a consistency check
 
 Test helpers: `fail_drive(eid, sid)` pulls a drive (a hot spare takes over
 and rebuilds when one fits and auto rebuild is on), `add_foreign_config(sid)`
-marks a drive as carrying a foreign configuration, `calls` lists every
-dispatch as (route, wrapper, params copy), `files` is the host's small file
-system (logs, pass-through data), `model` the controller itself.
+marks a drive as carrying a foreign configuration, `drive_errors`,
+`fail_wrapper`, `raise_wrapper` and `remove_controller` inject faults,
+`calls` lists every dispatch as (route, wrapper, params copy), `files` is
+the host's small file system (logs, pass-through data), `model` the first
+controller and `controllers` all of them.
 """
 import datetime
 import importlib
@@ -107,7 +115,8 @@ class SimulatedHost:
         c.card = {k: spec.pop(k) for k in CARD_KEYS if k in spec}
         if "drives" in spec or "enclosure" in spec:
             enclosure = spec.pop("enclosure", None)
-            c.drives = [make_drive(self.tool, enclosure, **d) for d in spec.pop("drives", [])]
+            c.drives = [make_drive(self.tool, enclosure, adapter=index, **d)
+                        for d in spec.pop("drives", [])]
         else:
             c.drives = default_drives(self.tool)
         if spec:

@@ -942,7 +942,7 @@ LINK_GBPS = {"SAS": "12.0", "SATA": "6.0", "NVMe": "8.0"}
 
 
 def make_drive(tool, enclosure, slot, interface="SAS", media="HDD", size="1.2TB", model=None,
-               serial=None, firmware=None, did=None, size_gb=None):
+               serial=None, firmware=None, did=None, size_gb=None, adapter=0):
     """A drive of a host description; `size` in the vendor's decimal units
     ("1.2TB", "800GB"), kept as binary gigabytes as the tools report them."""
     interface = {"nvme": "NVMe"}.get(str(interface).lower(), str(interface).upper())
@@ -960,9 +960,10 @@ def make_drive(tool, enclosure, slot, interface="SAS", media="HDD", size="1.2TB"
     eid = {"arcconf": "0"}.get(tool, "" if enclosure is None else str(enclosure))
     return Drive(eid, slot, did if did is not None else slot if tool == "arcconf" else 10 + slot,
                  interface, media, round(size_gb, 3), model or DRIVE_KINDS[interface, media][0],
-                 serial or "WFK%05d" % (31740 + slot * 7),
+                 serial or "WFK%05d" % (31740 + slot * 7 + adapter * 1000),
                  firmware or DRIVE_KINDS[interface, media][1], LINK_GBPS[interface],
-                 "0x5000c500%08x" % (0xA1B2C300 + slot) if interface != "NVMe" else "0x0",
+                 "0x5000c500%08x" % (0xA1B2C300 + slot + adapter * 0x100)
+                 if interface != "NVMe" else "0x0",
                  physical_sector=512 if media == "SSD" else 4096)
 
 
