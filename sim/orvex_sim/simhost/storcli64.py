@@ -186,10 +186,10 @@ class Storcli64(ToolView):
                "Device Interface": "SAS-12G"}
         out = {
             "Basics": {"Controller": m.index, "Model": card.get("model", CARDS[
-                "hba" if m.hba else "raid"]), "Serial Number": "SK9203123%d" % m.index,
+                "hba" if m.hba else "raid"]), "Serial Number": "SK920312%02d" % (34 + m.index),
                 "Current Controller Date/Time": m.now().strftime("%m/%d/%Y, %H:%M:%S"),
                 "Current System Date/time": self.host.clock.strftime("%m/%d/%Y, %H:%M:%S"),
-                "SAS Address": "500605b00e6d123%d" % m.index,
+                "SAS Address": "500605b00e6d%04x" % (0x1234 + m.index),
                 "PCI Address": "00:%02x:00:00" % (0x3b + m.index * 0x20),
                 "Mfg Date": "03/12/19", "Rework Date": "00/00/00", "Revision No": "05A"},
             "Version": {"Firmware Package Build": "51.13.0-3485",
@@ -207,6 +207,10 @@ class Storcli64(ToolView):
                        "PD Firmware Download in progress": "No",
                        "Support PD Firmware Download": "Yes", "Lock Key Assigned": "No",
                        "Failed to get lock key on bootup": "No",
+                       "Bios was not detected during boot": "No",
+                       "Controller must be rebooted to complete security operation": "No",
+                       "A rollback operation is in progress": "No",
+                       "At least one PFK exists in NVRAM": "No", "SSC Policy is WB": "No",
                        "Controller has booted into safe mode": "No",
                        "Controller shutdown required": "No"},
             "HwCfg": hwcfg,
