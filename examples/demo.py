@@ -17,6 +17,8 @@ from orvex.api.hostos.raid.raid import Raid
 from orvex.exception.orvex_exception import OrvexException
 from orvex_sim.simhost import CommandFailed, SimulatedHost
 
+import demo_replay
+
 TOOLS = ("storcli64", "arcconf", "sorbctl")
 
 
@@ -241,7 +243,7 @@ def main():
     log = run_lab()
     checks += log.checks
     failures += log.failures
-    # -- record and replay ------------------------------------------------------------
+    failures += demo_replay.show()
 
     print("\n%d checks, %d failed" % (checks, failures))
     return 1 if failures else 0
