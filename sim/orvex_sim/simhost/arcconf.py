@@ -258,10 +258,10 @@ class Arcconf(ToolView):
         "ctr_get_expander_cfg_arcconf": lambda v, p: [{
             "expander_id": "0", "reported_channel,device": "2,0(0:0)", "vendor": "ADAPTEC",
             "model": "Expander", "firmware": "0105", "wwid": "500605B0000272BF"}],
-        "get_controller_pd_phyerror_arcconf": lambda v, p: {str(n): {
-            "invalid_dword_count": "0", "running_disparity_error_count": "0",
+        "get_controller_pd_phyerror_arcconf": lambda v, p: [{
+            "phy_id": str(n), "invalid_dword_count": "0", "running_disparity_error_count": "0",
             "loss_of_dword_sync_count": "1" if n == 3 else "0",
-            "phy_reset_problem_count": "0", "sata_crc_error_count": "0"} for n in range(8)},
+            "phy_reset_problem_count": "0", "sata_crc_error_count": "0"} for n in range(8)],
         "ctr_get_controller_bgtask_arcconf": _tasks,
         "ctr_get_maxcache_arcconf": lambda v, p: {"logical_device_information": {}},
         # controller settings
