@@ -264,6 +264,8 @@ class Op {
     return *this;
   }
   operator OpDef() && { return std::move(def_); }  // NOLINT(google-explicit-constructor)
+  // A row is written as one chain of setters, which leaves an lvalue.
+  operator OpDef() & { return def_; }  // NOLINT(google-explicit-constructor)
 
  private:
   OpDef def_;
