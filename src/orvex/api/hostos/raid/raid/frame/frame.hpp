@@ -168,7 +168,9 @@ struct VariantDef {
   std::vector<Edit> edits;
   std::vector<Shape> shapes;
   // choose: the wrapper by the value of params[choose_key]; any other value
-  // refuses with refuse_head + value + refuse_tail (str concatenation).
+  // refuses with refuse_head + value + refuse_tail (str concatenation); a
+  // null refuse_tail makes refuse_head alone the message (a fixed refusal).
+  // The value is read after the row's edits.
   const char* choose_key = nullptr;
   std::vector<Pair> choices;  // value -> wrapper
   const char* refuse_head = nullptr;
