@@ -142,3 +142,30 @@ def test_pd_copyback_info_storcli64_first_row(rig):
     host.on("pd_copyback_show_storcli64", parser([]))
     with pytest.raises(IndexError):
         raid.get_pd_copyback_info(eid="65", sid="0")
+
+
+# (tool, call, wrapper, section read from the parser entry)
+LOOKUPS = [
+    ("sorbctl", lambda r: r.query_copyback_info(), "get_controller_copyback_sorbctl",
+     "Copyback Switch"),
+    ("sorbctl", lambda r: r.get_copyback_status(), "get_controller_copyback_sorbctl",
+     "Copyback Switch"),
+    ("storcli64", lambda r: r.get_copyback_status(), "ctr_get_copyback_storcli64",
+     "Controller Properties"),
+    ("sorbctl", lambda r: r.get_copyback_rate(), "get_controller_config_sorbctl", "CopyBack Rate"),
+    ("sorbctl", lambda r: r.get_precopy_info(), "get_controller_precopy_sorbctl", "Precopy Switch"),
+    ("sorbctl", lambda r: r.get_pd_copyback_info(eid="0", sid="1"),
+     "get_controller_pd_info_sorbctl", "DriveDetailInformation"),
+    ("storcli64", lambda r: r.get_pd_copyback_info(eid="0", sid="1"), "pd_copyback_show_storcli64",
+     None),
+]
+
+
+@pytest.mark.parametrize("tool, call, wrapper, section", LOOKUPS)
+def test_missing_entries_raise_key_error(rig, tool, call, wrapper, section):
+    raid, host = rig(tool)
+    host.on(wrapper, {"other": 1}, parser({}))
+    for missing in [k for k in ("parser", section) if k]:
+        with pytest.raises(KeyError) as err:
+            call(raid)
+        assert err.value.args == (missing,)
