@@ -177,11 +177,17 @@ def test_arcconf_repair_goes_through_host_and_returns_the_formatted_result(cc_ri
     ("storcli64", "ctr_get_ccrate_storcli64", {"Controller Properties": {"Ctrl_Prop": "CC Rate", "Value": "40%"}},
      "40%"),
     ("sorbctl", "get_controller_ccheck_sorbctl", {"CC Mode": "seq", "CC Rate": "high"}, "high"),
+    # the rate entry is required
+    ("sorbctl", "get_controller_ccheck_sorbctl", {"CC Mode": "seq"}, KeyError),
 ])
 def test_rate_is_a_one_entry_dictionary(cc_rig, tool, wrapper, answer, rate):
     raid, host, _ = cc_rig(tool)
     host.on(wrapper, parser(answer))
-    assert raid.get_ctl_ccheck_ccrate(adapter_id="0") == {"Rate": rate}
+    if rate is KeyError:
+        with pytest.raises(KeyError, match="CC Rate"):
+            raid.get_ctl_ccheck_ccrate(adapter_id="0")
+    else:
+        assert raid.get_ctl_ccheck_ccrate(adapter_id="0") == {"Rate": rate}
     assert [(c.route, c.wrapper, list(c.params.items())) for c in host.calls] == [
         ("self", wrapper, [("adapter_id", "0")])]
 
