@@ -43,12 +43,13 @@ Ref status_storcli64(const Call& c) {
 }  // namespace
 
 void add_controller_discovery_ops(OpList& ops) {
-  ops.push_back(Op("get_all_controllers")
-                    .doc("查询主机上的所有 RAID 控制器（仅 sorbctl）。\n\n"
-                         "返回:\n    list: 控制器列表，即工具输出的 Controllers 部分。")
-                    .variant_name("_get_all_controllers")
-                    .variants({query(Tool::sorbctl, "get_controller_controllerid_sorbctl")
-                                   .get("Controllers")}));
+  ops.push_back(
+      Op("get_all_controllers")
+          .doc("查询主机上的所有 RAID 控制器（仅 sorbctl）。\n\n"
+               "返回:\n    list: 控制器列表，即工具输出的 Controllers 部分。")
+          .variant_name("_get_all_controllers")
+          .variants(
+              {query(Tool::sorbctl, "get_controller_controllerid_sorbctl").get("Controllers")}));
   ops.push_back(Op("query_controller_number")
                     .doc("查询控制器数量。\n\n返回:\n    str: 控制器个数，如 \"1\"。")
                     .variant_name("_query_controller_number")
@@ -61,28 +62,28 @@ void add_controller_discovery_ops(OpList& ops) {
                "返回:\n    dict: {\"DriverName\": \"sorbdrv\", \"DriverVersion\": 驱动版本}。")
           .variant_name("_query_controller_driver_info")
           .variants({custom(Tool::sorbctl, driver_info_sorbctl)}));
-  ops.push_back(
-      Op("query_raid_config")
-          .params(kKeywordsOnly)
-          .doc("查询控制器配置。\n\n"
-               "参数:\n"
-               "    adp_id (str): 控制器编号（arcconf、sorbctl），缺省为第一个控制器。\n"
-               "    adapter_id (str): 控制器编号（storcli64），缺省为第一个控制器。\n\n"
-               "返回:\n    dict: 配置字典，如 {\"CopyBack Rate\": \"low\"}；storcli64 "
-               "返回命令的完整结果。")
-          .variant_name("get_raid_config_info")
-          .variants({query(Tool::sorbctl, "get_controller_config_sorbctl").strict(),
-                     custom(Tool::storcli64, raid_config_storcli64),
-                     query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf").strict()}));
+  ops.push_back(Op("query_raid_config")
+                    .params(kKeywordsOnly)
+                    .doc("查询控制器配置。\n\n"
+                         "参数:\n"
+                         "    adp_id (str): 控制器编号（arcconf、sorbctl），缺省为第一个控制器。\n"
+                         "    adapter_id (str): 控制器编号（storcli64），缺省为第一个控制器。\n\n"
+                         "返回:\n    dict: 配置字典，如 {\"CopyBack Rate\": \"low\"}；storcli64 "
+                         "返回命令的完整结果。")
+                    .variant_name("get_raid_config_info")
+                    .variants({query(Tool::sorbctl, "get_controller_config_sorbctl").strict(),
+                               custom(Tool::storcli64, raid_config_storcli64),
+                               query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf").strict()}));
   ops.push_back(
       Op("get_controller_status_raid")
           .params(kKeywordsOnly)
-          .doc("查询控制器状态。\n\n"
-               "参数:\n    adp_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-               "返回:\n    dict: sas_address, firmware_version, driver_version, vendor_id, psoc_pn, "
-               "psoc_firmware_version, device_id, sub_vendor_id, sub_device_id, domain_number, "
-               "bus_number, device_number, function_number, serial_number, pcie_width, pcie_speed, "
-               "temperature, pd_number, vd_number, ddr_size, raw_data（工具的完整控制器记录）。")
+          .doc(
+              "查询控制器状态。\n\n"
+              "参数:\n    adp_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+              "返回:\n    dict: sas_address, firmware_version, driver_version, vendor_id, psoc_pn, "
+              "psoc_firmware_version, device_id, sub_vendor_id, sub_device_id, domain_number, "
+              "bus_number, device_number, function_number, serial_number, pcie_width, pcie_speed, "
+              "temperature, pd_number, vd_number, ddr_size, raw_data（工具的完整控制器记录）。")
           .returns(ResultType::dict)
           .variants({query(Tool::sorbctl, "get_controller_status_sorbctl")
                          .format()

@@ -15,8 +15,7 @@ constexpr const char* kSorbctlScratch = "/root/sorbctl_save";
 constexpr const char* kLogExportFailed = "导出日志文件失败";
 
 constexpr ParamDef kKeywordsOnly[] = {kwargs()};
-constexpr ParamDef kPassthruParams[] = {arg("eid"), arg("sid"), arg("command_passthru"),
-                                        kwargs()};
+constexpr ParamDef kPassthruParams[] = {arg("eid"), arg("sid"), arg("command_passthru"), kwargs()};
 
 // Lines of a parser value: a list stays as it is, a text is split into lines,
 // None gives no lines.
@@ -110,7 +109,8 @@ int is_hex_byte(PyObject* piece) {
   if (len != 2) return 0;
   for (Py_ssize_t i = 0; i < 2; ++i) {
     const Py_UCS4 ch = PyUnicode_ReadChar(piece, i);
-    const bool hex = (ch >= '0' && ch <= '9') || (ch >= 'a' && ch <= 'f') || (ch >= 'A' && ch <= 'F');
+    const bool hex =
+        (ch >= '0' && ch <= '9') || (ch >= 'a' && ch <= 'f') || (ch >= 'A' && ch <= 'F');
     if (!hex) return 0;
   }
   return 1;
@@ -134,7 +134,8 @@ int collect_storelib_bytes(PyObject* parsed, PyObject* out) {
       Ref starts = call_method(low.get(), "startswith", {prefix.get()});
       const int prefixed = truthy(starts.get());
       if (prefixed < 0) return -1;
-      if (prefixed == 1) piece = Ref::steal(PyUnicode_Substring(word, 2, PyUnicode_GetLength(word)));
+      if (prefixed == 1)
+        piece = Ref::steal(PyUnicode_Substring(word, 2, PyUnicode_GetLength(word)));
       const int byte = is_hex_byte(piece.get());
       if (byte != 1) return byte;
       return append(out, piece.get());
@@ -153,7 +154,8 @@ Ref passthru_storcli64(const Call& c) {
   Ref drive = c.method("get_one_physical_drive_info", kw.get());
   if (!drive) return nullptr;
   if (kit::translate(c, "data_transfer",
-                     {{"write", "1"}, {"read", "2"}, {"readwrite", "3"}, {"notransfer", "0"}}) < 0) {
+                     {{"write", "1"}, {"read", "2"}, {"readwrite", "3"}, {"notransfer", "0"}}) <
+      0) {
     return nullptr;
   }
   Ref did = index(drive.get(), "did");
@@ -267,19 +269,20 @@ void add_firmware_logs_ops(OpList& ops) {
                          "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                          "返回:\n    工具输出的日志（命令结果的 stdout 部分，逐行）。")
                     .variants({custom(Tool::storcli64, stdout_storcli64, &kFwLog)}));
-  ops.push_back(Op("get_controller_detail_log")
-                    .params(kKeywordsOnly)
-                    .doc("查询控制器详细日志。\n\n"
-                         "sorbctl 先导出 flash 与 ram 两份日志（/root/raidlog//log-flash.txt、"
-                         "/root/raidlog//log-ram.txt）再读取；arcconf 导出后读取 "
-                         "/var/log/Support/Firmware/Controller_1_Log.txt。\n\n"
-                         "参数:\n"
-                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                         "返回:\n    list: 日志行；sorbctl 为 flash 日志行在前、ram 日志行在后。\n\n"
-                         "异常:\n    OrvexException: 工具未导出日志文件时抛出 \"导出日志文件失败\"。")
-                    .variants({custom(Tool::storcli64, stdout_storcli64, &kAliLog),
-                               custom(Tool::sorbctl, detail_log_sorbctl),
-                               custom(Tool::arcconf, detail_log_arcconf)}));
+  ops.push_back(
+      Op("get_controller_detail_log")
+          .params(kKeywordsOnly)
+          .doc("查询控制器详细日志。\n\n"
+               "sorbctl 先导出 flash 与 ram 两份日志（/root/raidlog//log-flash.txt、"
+               "/root/raidlog//log-ram.txt）再读取；arcconf 导出后读取 "
+               "/var/log/Support/Firmware/Controller_1_Log.txt。\n\n"
+               "参数:\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n    list: 日志行；sorbctl 为 flash 日志行在前、ram 日志行在后。\n\n"
+               "异常:\n    OrvexException: 工具未导出日志文件时抛出 \"导出日志文件失败\"。")
+          .variants({custom(Tool::storcli64, stdout_storcli64, &kAliLog),
+                     custom(Tool::sorbctl, detail_log_sorbctl),
+                     custom(Tool::arcconf, detail_log_arcconf)}));
   ops.push_back(Op("update_controller_fw")
                     .params({arg("fw_file"), kwargs()})
                     .doc("升级控制器固件。\n\n"

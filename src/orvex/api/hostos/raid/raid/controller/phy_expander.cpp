@@ -10,8 +10,7 @@ namespace {
 
 constexpr ParamDef kKeywordsOnly[] = {kwargs()};
 constexpr ParamDef kPhyInfoParams[] = {arg("phy_input"), kwargs()};
-constexpr ParamDef kPhyControlParams[] = {arg("reset_type"), arg("phy_input").unstored(),
-                                          kwargs()};
+constexpr ParamDef kPhyControlParams[] = {arg("reset_type"), arg("phy_input").unstored(), kwargs()};
 
 // Values of a mapping, or the elements of a sequence, as a new list.
 Ref entries_of(PyObject* o) {
@@ -229,9 +228,8 @@ Ref resolve_phys(PyObject* phy_input, long count) {
   if (all == 1) return append_range(phys.get(), 0, count - 1) < 0 ? nullptr : phys;
   Ref space = str(" ");
   Ref parts = call_method(phy_input, "split", {space.get()});
-  const int walked = kit::each(parts.get(), [&](PyObject* piece) {
-    return append_int(phys.get(), piece);
-  });
+  const int walked =
+      kit::each(parts.get(), [&](PyObject* piece) { return append_int(phys.get(), piece); });
   return walked < 0 ? nullptr : phys;
 }
 
@@ -304,7 +302,8 @@ void add_phy_expander_ops(OpList& ops) {
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n"
                "    list: 每个 expander 一个字典，没有 expander 背板时为空列表。\n"
-               "        storcli64: expander_id、product_id、vendor_id、firmware_version、sas_address；\n"
+               "        storcli64: "
+               "expander_id、product_id、vendor_id、firmware_version、sas_address；\n"
                "        arcconf: expander_id、product_id、connector、channel_device；\n"
                "        另有 raw_data（合并后的原始记录）。")
           .variants({custom(Tool::storcli64, expander_cfg_storcli64),
@@ -364,23 +363,25 @@ void add_phy_expander_ops(OpList& ops) {
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    list: 工具输出中的非空行。\n\n"
                "异常:\n"
-               "    OrvexException: 无 expander 背板时为 \"该环境无exp背板, 无法进行phy control操作\"；"
+               "    OrvexException: 无 expander 背板时为 \"该环境无exp背板, 无法进行phy "
+               "control操作\"；"
                "phy 编号超出控制器 phy 数目时为 \"输入的phy数目错误, 请重试\"。")
           .variants({custom(Tool::storcli64, storelib_phys, &kPhyControl),
                      refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具进行phy control测试"),
                      refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具进行phy control测试")}));
-  ops.push_back(Op("set_controller_phy_speed")
-                    .params({kw("eid"), kw("sid"), kw("speed"), kwargs()})
-                    .doc("设置 phy 链路速率（仅 sorbctl）。\n\n"
-                         "参数（仅限关键字传入）:\n"
-                         "    eid (str): enclosure / channel 编号。\n"
-                         "    sid (str): slot / device 编号。\n"
-                         "    speed (str): 链路速率。\n"
-                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                         "返回:\n    bool: 设置是否成功。")
-                    .variants({refuse(Tool::storcli64, "博通卡不支持使用storcli64工具设置phy linkspeed"),
-                               checked(Tool::sorbctl, "set_controller_phy_speed_sorbctl"),
-                               refuse(Tool::arcconf, "PMC卡不支持使用arcconf工具设置phy linkspeed")}));
+  ops.push_back(
+      Op("set_controller_phy_speed")
+          .params({kw("eid"), kw("sid"), kw("speed"), kwargs()})
+          .doc("设置 phy 链路速率（仅 sorbctl）。\n\n"
+               "参数（仅限关键字传入）:\n"
+               "    eid (str): enclosure / channel 编号。\n"
+               "    sid (str): slot / device 编号。\n"
+               "    speed (str): 链路速率。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n    bool: 设置是否成功。")
+          .variants({refuse(Tool::storcli64, "博通卡不支持使用storcli64工具设置phy linkspeed"),
+                     checked(Tool::sorbctl, "set_controller_phy_speed_sorbctl"),
+                     refuse(Tool::arcconf, "PMC卡不支持使用arcconf工具设置phy linkspeed")}));
   ops.push_back(Op("get_eye_diagram")
                     .params({arg("adapter_id"), arg("sid")})
                     .doc("查询眼图（仅 sorbctl）。\n\n"

@@ -78,17 +78,17 @@ int ehsp_switch_storcli64(const Call& c) {
 }  // namespace
 
 void add_controller_settings_ops(OpList& ops) {
-  ops.push_back(Op("set_ctl_mode")
-                    .params({arg("mode"), kwargs()})
-                    .doc("设置控制卡工作模式（仅 arcconf）。\n\n"
-                         "参数:\n"
-                         "    mode (str): 工作模式，\"2\"、\"3\" 或 \"5\"。\n"
-                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                         "返回:\n    parser_exec_cmd_format 对命令结果的判定。")
-                    .variants({action(Tool::arcconf, "ctr_set_ctrl_mode_arcconf"),
-                               refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置控制卡工作模式 功能"),
-                               refuse(Tool::storcli64,
-                                      "LSI卡storcli64工具没有 设置控制卡工作模式 功能")}));
+  ops.push_back(
+      Op("set_ctl_mode")
+          .params({arg("mode"), kwargs()})
+          .doc("设置控制卡工作模式（仅 arcconf）。\n\n"
+               "参数:\n"
+               "    mode (str): 工作模式，\"2\"、\"3\" 或 \"5\"。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n    parser_exec_cmd_format 对命令结果的判定。")
+          .variants({action(Tool::arcconf, "ctr_set_ctrl_mode_arcconf"),
+                     refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置控制卡工作模式 功能"),
+                     refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置控制卡工作模式 功能")}));
   ops.push_back(
       Op("set_jbod_state")
           .params(kStateParams)
@@ -118,7 +118,8 @@ void add_controller_settings_ops(OpList& ops) {
           .params(kKeywordsOnly)
           .doc("查询控制卡当前时间信息（仅 storcli64）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-               "返回:\n    str: 控制器时间，格式 \"%Y/%m/%d %H:%M:%S\"，如 \"2021/11/22 19:06:45\"。")
+               "返回:\n    str: 控制器时间，格式 \"%Y/%m/%d %H:%M:%S\"，如 \"2021/11/22 "
+               "19:06:45\"。")
           .variants({query(Tool::storcli64, "ctr_get_controll_time_storcli64")
                          .at("Controller")
                          .first()
@@ -206,26 +207,26 @@ void add_controller_settings_ops(OpList& ops) {
                "    state (str): \"on\" 或 \"off\"。\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 设置是否成功。")
-          .variants(
-              {checked(Tool::storcli64, "ctr_set_bootwithpinnedcache_storcli64"),
-               checked(Tool::sorbctl, "set_controller_bootwithpinnedcache_sorbctl"),
-               refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置存在脏数据时的控制器启动方式 功能")}));
+          .variants({checked(Tool::storcli64, "ctr_set_bootwithpinnedcache_storcli64"),
+                     checked(Tool::sorbctl, "set_controller_bootwithpinnedcache_sorbctl"),
+                     refuse(Tool::arcconf,
+                            "PMC卡arcconf工具没有 设置存在脏数据时的控制器启动方式 功能")}));
   ops.push_back(
       Op("get_bootwithpinnedcache")
           .params(kKeywordsOnly)
           .doc("查询存在脏数据时的控制器启动方式（storcli64、sorbctl）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    str: 大写的开关状态，如 \"ON\"、\"OFF\"。")
-          .variants(
-              {query(Tool::storcli64, "ctr_get_bootwithpinnedcache_storcli64")
-                   .at("Controller Properties")
-                   .first()
-                   .at("Value")
-                   .method("upper"),
-               query(Tool::sorbctl, "get_controller_bootwithpinnedcache_sorbctl")
-                   .at("Boot With Pinned Cache Switch")
-                   .method("upper"),
-               refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询存在脏数据时的控制器启动方式 功能")}));
+          .variants({query(Tool::storcli64, "ctr_get_bootwithpinnedcache_storcli64")
+                         .at("Controller Properties")
+                         .first()
+                         .at("Value")
+                         .method("upper"),
+                     query(Tool::sorbctl, "get_controller_bootwithpinnedcache_sorbctl")
+                         .at("Boot With Pinned Cache Switch")
+                         .method("upper"),
+                     refuse(Tool::arcconf,
+                            "PMC卡arcconf工具没有 查询存在脏数据时的控制器启动方式 功能")}));
   // arcconf takes the drive cache switch as 1 (on) / 2 (off); anything else
   // is sent as nothing.
   ops.push_back(Op("set_controller_pdcache")

@@ -133,15 +133,16 @@ void add_supercap_ops(OpList& ops) {
   ops.push_back(
       Op("get_capacitance_info")
           .params(kCapacitanceParams)
-          .doc("查询超级电容信息。\n\n"
-               "参数:\n"
-               "    information (str): \"all\" 全部信息（缺省）或 \"simple\" 简要信息；仅 storcli64 "
-               "使用。\n"
-               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-               "返回:\n"
-               "    dict: 电容信息，如 Status（\"OK\"，sorbctl 缺少电容模块时为 \"Pack Missing\"）、"
-               "Device Name、Temperature（\"34 C\"）、SN、Supercap SN、Module Version、"
-               "Supercap Date of Manufacture、Date of Manufacture、PCB Version 等，以及 raw_data。")
+          .doc(
+              "查询超级电容信息。\n\n"
+              "参数:\n"
+              "    information (str): \"all\" 全部信息（缺省）或 \"simple\" 简要信息；仅 storcli64 "
+              "使用。\n"
+              "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+              "返回:\n"
+              "    dict: 电容信息，如 Status（\"OK\"，sorbctl 缺少电容模块时为 \"Pack Missing\"）、"
+              "Device Name、Temperature（\"34 C\"）、SN、Supercap SN、Module Version、"
+              "Supercap Date of Manufacture、Date of Manufacture、PCB Version 等，以及 raw_data。")
           .variants({custom(Tool::storcli64, capacitance_storcli64),
                      custom(Tool::sorbctl, capacitance_sorbctl),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
@@ -167,7 +168,8 @@ void add_supercap_ops(OpList& ops) {
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n"
                "    dict: 自学习信息，如 Last_learn_status（\"OK\"）、Last_learn_time"
-               "（\"2022-12-09 11:10:15\"）、Learn_cycle（\"30day\"）、Next_learn_time、Present（\"Yes\"）"
+               "（\"2022-12-09 "
+               "11:10:15\"）、Learn_cycle（\"30day\"）、Next_learn_time、Present（\"Yes\"）"
                "以及 raw_data；sorbctl 回显 fail 时抛出异常。")
           .variants({custom(Tool::storcli64, self_learn_storcli64),
                      custom(Tool::sorbctl, self_learn_sorbctl),
