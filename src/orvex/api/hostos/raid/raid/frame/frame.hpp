@@ -284,6 +284,7 @@ struct Call {
   PyObject* const* args;
   const OpDef& op;
   const VariantDef& variant;
+  const CompiledOp* compiled = nullptr;  // the frame's own view of op
 
   Tool tool() const { return variant.tool; }
   PyObject* tool_name() const;       // "storcli64", ... (borrowed, interned)
