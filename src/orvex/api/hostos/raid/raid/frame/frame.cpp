@@ -459,11 +459,13 @@ int bind(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const Ke
     });
     if (r < 0) return -1;
   }
+  bool missing = nargs == 0;  // not even the object
   for (Py_ssize_t i = given; i < op.npos; ++i) {
-    if (b.values[i] == nullptr && !op.params[static_cast<std::size_t>(i)].fallback) {
-      count_error(op, optional ? "at least" : "exactly", op.nrequired + 1, nargs);
-      return -1;
-    }
+    missing = missing || (b.values[i] == nullptr && !op.params[static_cast<std::size_t>(i)].fallback);
+  }
+  if (missing) {
+    count_error(op, optional ? "at least" : "exactly", op.nrequired + 1, nargs);
+    return -1;
   }
   if (twice != nullptr) {
     PyErr_Format(PyExc_TypeError, "%.200s() got multiple values for keyword argument '%U'", name,
@@ -869,10 +871,6 @@ PyObject* op_fast(PyObject* o, PyObject* const* args, Py_ssize_t nargs, PyObject
     kw.names = kwnames;
     kw.values = args + nargs;
   }
-  if (nargs == 0) {
-    const CompiledOp& op = op_of(o);
-    return count_error(op, op.npos > op.nrequired ? "at least" : "exactly", op.nrequired + 1, 0);
-  }
   return run_op(op_of(o), args, nargs, kw).release();
 }
 
@@ -880,10 +878,6 @@ PyObject* op_tuple(PyObject* o, PyObject* args, PyObject* kwargs) {
   const Py_ssize_t nargs = PyTuple_Size(args);
   Keywords kw;
   if (kwargs != nullptr && PyDict_Size(kwargs) > 0) kw.dict = kwargs;
-  if (nargs == 0) {
-    const CompiledOp& op = op_of(o);
-    return count_error(op, op.npos > op.nrequired ? "at least" : "exactly", op.nrequired + 1, 0);
-  }
   PyObject* small[12];
   std::vector<PyObject*> big;
   PyObject** stack = small;
