@@ -15,7 +15,7 @@ constexpr ParamDef kEhspSwitchParams[] = {arg("switch"), arg("option").or_("'eug
                                           kwargs()};
 
 // table[value], or the value itself when the table does not list it.
-Ref reworded(Ref value, std::initializer_list<Pair> table) {
+Ref reworded(const Ref& value, std::initializer_list<Pair> table) {
   Ref word = kit::lookup(value.get(), table);
   if (!word) return nullptr;
   return word.get() == Py_None ? value : word;
