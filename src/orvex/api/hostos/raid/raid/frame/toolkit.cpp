@@ -114,4 +114,29 @@ Ref boot_drive_storcli64(const Call& c, const char* wrapper) {
   return c.checked(wrapper);
 }
 
+Ref find_task(PyObject* tasks, PyObject* vid, const char* id_key, const char* operation_key,
+              const Regex& operation) {
+  Ref vid_text = to_str(vid);
+  const int any = truthy(tasks);
+  if (!vid_text || any < 0) return nullptr;
+  Ref found = none();
+  if (any == 0) return found;
+  const int r = each(tasks, [&](PyObject* task) {
+    Ref id = get(task, id_key);
+    if (!id) return -1;
+    if (id.get() == Py_None) return 0;
+    Ref id_text = to_str(id.get());
+    const int this_one = same(id_text.get(), vid_text.get());
+    if (this_one <= 0) return this_one;
+    Ref op = get(task, operation_key);
+    Ref op_text = to_str(op.get());
+    Ref m = operation.search(op_text.get());
+    if (!m) return -1;
+    if (m.get() == Py_None) return 0;
+    found = Ref::borrow(task);
+    return 1;
+  });
+  return r < 0 ? nullptr : found;
+}
+
 }  // namespace raid::kit

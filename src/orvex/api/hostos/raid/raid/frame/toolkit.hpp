@@ -83,4 +83,11 @@ Ref shift_time(PyObject* text, const char* in_form, const char* unit, long amoun
 // logged at error level.
 Ref boot_drive_storcli64(const Call& c, const char* wrapper);
 
+// The first entry of a task list whose id_key reads as vid (both as text)
+// and in whose operation_key text the pattern finds a match; None when no
+// entry does or the list is empty or None.  Entries without an id are
+// skipped.
+Ref find_task(PyObject* tasks, PyObject* vid, const char* id_key, const char* operation_key,
+              const Regex& operation);
+
 }  // namespace raid::kit
