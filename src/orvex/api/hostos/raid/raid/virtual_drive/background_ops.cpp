@@ -53,34 +53,12 @@ const Regex kBgiTask("(?i)^\\s*(bgi|back\\s*ground\\s*init)");
 Ref bgi_sorbctl(const Call& c) {
   if (c.p_del_if("vid") < 0) return {};
   PyObject* vid = c.arg(RAID_ARG(kVidParams, "vid"));
-  Ref vid_text = to_str(vid);
   Ref parser = c.parsed("get_controller_bgtask_sorbctl");
   Ref groups = get(parser.get(), "Groups");
-  if (!vid_text || !groups) return {};
-  const int any = truthy(groups.get());
-  if (any < 0) return {};
-  Ref found;
-  if (any == 1 && each(groups.get(), [&](PyObject* entry) {
-                    Ref id = get(entry, "ID");
-                    if (!id) return -1;
-                    if (id.get() == Py_None) return 0;
-                    Ref id_text = to_str(id.get());
-                    const int this_drive = same(id_text.get(), vid_text.get());
-                    if (this_drive <= 0) return this_drive;
-                    Ref name = get(entry, "Name");
-                    Ref name_text = to_str(name.get());
-                    if (!name_text) return -1;
-                    Ref m = kBgiTask.match(name_text.get());
-                    if (!m) return -1;
-                    if (m.get() == Py_None) return 0;
-                    found = Ref::borrow(entry);
-                    return 1;
-                  }) < 0) {
-    return {};
-  }
+  Ref found = find_task(groups.get(), vid, "ID", "Name", kBgiTask);
   Ref state = dict();
-  if (!state) return {};
-  if (found) {
+  if (!found || !state) return {};
+  if (found.get() != Py_None) {
     if (update(state.get(), found.get()) < 0) return {};
   } else {
     Ref absent = str("None");

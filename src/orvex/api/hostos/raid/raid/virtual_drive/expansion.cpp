@@ -24,28 +24,10 @@ Ref task_arcconf(const Call& c) {
   Ref parser = c.parsed("ctr_get_controller_bgtask_arcconf");
   Ref tasks = get(parser.get(), "logical_device_task");
   Ref vid = c.p_get("vid");
-  Ref vid_text = to_str(vid.get());
-  if (!tasks || !vid_text) return {};
-  const int any = truthy(tasks.get());
-  if (any < 0) return {};
-  Ref found;
-  if (any == 1 && each(tasks.get(), [&](PyObject* task) {
-                    Ref device = get(task, "logical_device");
-                    Ref number = to_str(device.get());
-                    const int this_drive = same(number.get(), vid_text.get());
-                    if (this_drive <= 0) return this_drive;
-                    Ref operation = get(task, "current_operation");
-                    Ref operation_text = to_str(operation.get());
-                    if (!operation_text) return -1;
-                    Ref m = kind.operation.search(operation_text.get());
-                    if (!m) return -1;
-                    if (m.get() == Py_None) return 0;
-                    found = Ref::borrow(task);
-                    return 1;
-                  }) < 0) {
-    return {};
-  }
-  if (!found) {
+  Ref found =
+      find_task(tasks.get(), vid.get(), "logical_device", "current_operation", kind.operation);
+  if (!found) return {};
+  if (found.get() == Py_None) {
     Ref idle = str("Not in progress");
     if (!idle) return {};
     found = dict({{"logical_device", vid.get()}, {"status", idle.get()}});
