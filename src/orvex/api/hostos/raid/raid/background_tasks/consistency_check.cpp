@@ -85,6 +85,7 @@ void add_consistency_check_ops(OpList& ops) {
                "返回:\n"
                "    bool: 设置是否成功。sorbctl 下 switch_status 不是 on/off 时抛出 "
                "OrvexException。")
+          .returns_doc("bool")
           .variants({custom(Tool::storcli64, switch_storcli64),
                      checked_by(Tool::sorbctl, "switch_status",
                                 {{"on", "start_controller_ccheck_sorbctl"},
@@ -101,6 +102,7 @@ void add_consistency_check_ops(OpList& ops) {
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "开始时间取控制器时钟的下一个整点。\n\n"
                "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
           .variants(
               {checked(Tool::storcli64, kScheduleStorcli64).prep(schedule_start),
                refuse(Tool::sorbctl, "7460卡sorbctl工具没有 RAID-设置一致性校验功能模式状态 功能"),
@@ -115,6 +117,7 @@ void add_consistency_check_ops(OpList& ops) {
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "以并发模式（conc）下发，开始时间取控制器时钟的下一个整点。\n\n"
                "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
           .variants(
               {checked(Tool::storcli64, kScheduleStorcli64).put("cc", "conc").prep(schedule_start),
                refuse(Tool::sorbctl,
@@ -133,6 +136,7 @@ void add_consistency_check_ops(OpList& ops) {
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "以并发模式（conc）下发，开始时间按原样传给工具。\n\n"
                "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
           .variants({checked(Tool::storcli64, kScheduleStorcli64).put("cc", "conc"),
                      refuse(Tool::sorbctl,
                             "7460卡sorbctl工具没有 RAID-设置一致性校验功能参数_starttime(开始时间) "
@@ -150,6 +154,7 @@ void add_consistency_check_ops(OpList& ops) {
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "storcli64 以并发模式（conc）下发，开始时间取控制器时钟的下一个整点。\n\n"
                "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
           .variants(
               {checked(Tool::storcli64, kScheduleStorcli64)
                    .put("cc", "conc")
@@ -167,6 +172,7 @@ void add_consistency_check_ops(OpList& ops) {
                "返回:\n"
                "    dict: {'Rate': 速率}；storcli64 为百分比（如 '40%'），sorbctl 为级别（如 "
                "'high'）。")
+          .returns_doc("dict")
           .variants({custom(Tool::storcli64, bg::entry_query, &kRateStorcli64),
                      custom(Tool::sorbctl, bg::entry_query, &kRateSorbctl),
                      refuse(Tool::arcconf, "There is no such command in arcconf")}));
@@ -178,6 +184,7 @@ void add_consistency_check_ops(OpList& ops) {
                "    ccrate (str): 速率，0 到 100，仅限关键字传入。\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
           .variants({checked(Tool::storcli64, "ctr_set_ccrate_storcli64"),
                      checked(Tool::sorbctl, kSetSorbctl),
                      refuse(Tool::arcconf,
@@ -211,6 +218,7 @@ void add_consistency_check_ops(OpList& ops) {
                "以 pd_count 下发。\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
           .variants({refuse(Tool::storcli64,
                             "LSI卡storcli64工具没有 "
                             "RAID-设置一致性校验功能参数_parallelcount(并行硬盘数) 功能"),
@@ -231,6 +239,7 @@ void add_consistency_check_ops(OpList& ops) {
                "'Stopped'）、CC Number of iterations（如 '6'）、CC Number of VD completed（如 "
                "'0'）、CC Excluded VDs（如 'None'）和 raw_data（工具的原始输出；arcconf "
                "为控制器信息部分）。")
+          .returns_doc("dict")
           .variants({custom(Tool::storcli64, bg::props_query, &kStateStorcli64),
                      query(Tool::sorbctl, kQuerySorbctl).format(kStateTemplate),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")

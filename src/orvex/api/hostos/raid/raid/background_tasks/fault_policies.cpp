@@ -29,6 +29,7 @@ void add_fault_policies_ops(OpList& ops) {
                "Total_allowed_kicks（每个周期最多踢盘数）、"
                "Total_kicked（已踢出的慢盘数）、Reset_remaining_time（距计数清零的剩余时间）、"
                "raw_data（工具的原始输出）。查询失败时抛出 OrvexException。")
+          .returns_doc("dict")
           .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 kickdrive 功能"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 kickdrive 功能"),
                      custom(Tool::sorbctl, bg::guarded_query, &kKickdriveStatus)}));
@@ -41,6 +42,7 @@ void add_fault_policies_ops(OpList& ops) {
                          "    sum (str): 每个周期最多踢盘数，工具缺省 1，范围 1~8。\n\n"
                          "取值不做检查，原样交给工具。\n\n"
                          "返回:\n    bool: 设置是否成功。")
+                    .returns_doc("bool")
                     .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 kickdrive 功能"),
                                refuse(Tool::arcconf, "PMC卡arcconf工具没有 kickdrive 功能"),
                                checked(Tool::sorbctl, "set_kickdrive_sorbctl")}));
@@ -55,6 +57,7 @@ void add_fault_policies_ops(OpList& ops) {
               "    dict: switch（各检测类型及其开关）、curr_config（当前生效的配置）、"
               "next_config（重启后生效的配置）、raw_data（工具的原始输出）；两份配置各含 "
               "Raid ratio、Raid Threshold、RawDrive Threshold。查询结果为空时抛出 OrvexException。")
+          .returns_doc("dict")
           .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 kickdrive 功能"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 kickdrive 功能"),
                      custom(Tool::sorbctl, bg::guarded_query, &kSlowdriveStatus)}));
@@ -77,6 +80,7 @@ void add_fault_policies_ops(OpList& ops) {
                "    default (str): 传 \"default\" 恢复缺省配置。\n\n"
                "取值不做检查，原样交给工具。\n\n"
                "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
           .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 slowdrive 功能"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 slowdrive 功能"),
                      checked(Tool::sorbctl, "set_slowdrive_sorbctl")}));

@@ -136,6 +136,7 @@ void add_patrol_read_ops(OpList& ops) {
               "    delay (str): 开始巡读前的延迟（小时）。\n\n"
               "返回:\n"
               "    bool: 设置是否成功。oper 不是 start/stop 时抛出 OrvexException 并指出传入的值。")
+          .returns_doc("bool")
           .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置硬盘巡读功能操作 功能"),
                      custom(Tool::sorbctl, pd_oper_sorbctl),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置硬盘巡读功能操作 功能")}));
@@ -152,6 +153,7 @@ void add_patrol_read_ops(OpList& ops) {
                "    pd_count (str): 同时巡读的硬盘数。\n\n"
                "返回:\n"
                "    bool: 设置是否成功。sorbctl 下 oper 不是 start/stop 时抛出 OrvexException。")
+          .returns_doc("bool")
           .variants(
               {checked(Tool::storcli64, "ctr_state_pr_storcli64"),
                checked_by(Tool::sorbctl, "oper", {{"start", kStartSorbctl}, {"stop", kStopSorbctl}},
@@ -169,6 +171,7 @@ void add_patrol_read_ops(OpList& ops) {
                "    dict: 以硬盘路径（如 '/c0/e0/s0'）为键，值为 Status（如 'run'）、"
                "Estimated_time_left（如 '32 min'）、Progress（如 '2'）和 raw_data。"
                "storcli64 每块硬盘一项；sorbctl 只有一项，键为 /c<adapter_id>/e<eid>/s<sid>。")
+          .returns_doc("dict")
           .variants({custom(Tool::storcli64, pd_status_storcli64),
                      custom(Tool::sorbctl, pd_status_sorbctl),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询硬盘巡读功能状态 功能")}));
@@ -181,6 +184,7 @@ void add_patrol_read_ops(OpList& ops) {
                "返回:\n"
                "    dict: {'Patrolread Rate': 速率}；storcli64 为百分比（如 '40%'），"
                "sorbctl 为级别（如 'high'）。")
+          .returns_doc("dict")
           .variants({custom(Tool::storcli64, bg::entry_query, &kRateStorcli64),
                      custom(Tool::sorbctl, bg::entry_query, &kRateSorbctl),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能后台速率 功能")}));
@@ -193,6 +197,7 @@ void add_patrol_read_ops(OpList& ops) {
                "sorbctl 为 \"high\"、\"low\" 或 \"medium\"。\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
           .variants({checked(Tool::storcli64, "ctr_set_prrate_storcli64"),
                      checked(Tool::sorbctl, "set_controller_bgrate_patrolread_sorbctl"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能后台速率 功能")}));
@@ -210,6 +215,7 @@ void add_patrol_read_ops(OpList& ops) {
                "    uncfg_areas_state (str): 是否巡读未配置区域，\"on\" 或 \"off\"。\n"
                "    prrate (str): 巡读速率，\"low\"、\"medium\" 或 \"high\"。\n\n"
                "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
           .variants(
               {checked(Tool::storcli64, "ctr_set_patrolread_storcli64").prep(delay_in_hours),
                checked(Tool::sorbctl, "set_controller_patrolread_sorbctl").prep(delay_as_period),
@@ -225,6 +231,7 @@ void add_patrol_read_ops(OpList& ops) {
                "返回:\n"
                "    bool: 设置是否成功。sorbctl 通过开始/停止巡读实现，switch_status 不是 on/off 时"
                "抛出 OrvexException。")
+          .returns_doc("bool")
           .variants({checked(Tool::storcli64, "ctr_set_pr_switch_storcli64"),
                      custom(Tool::sorbctl, switch_sorbctl),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能开关 功能")}));
