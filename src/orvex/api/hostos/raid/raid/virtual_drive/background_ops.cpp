@@ -97,6 +97,7 @@ void add_vd_background_ops(OpList& ops) {
               "    delay (str): 延迟启动，仅 sorbctl 启动时有效。\n"
               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
               "返回:\n    bool: 操作是否成功。")
+          .returns_doc("bool")
           .variants(
               {checked(Tool::storcli64, "vd_state_cc_storcli64"),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘一致性校验功能操作 功能"),
@@ -115,6 +116,7 @@ void add_vd_background_ops(OpList& ops) {
                "    dict 或 list: 键为 vid, Operation, Progress, Status, Estimated_time_left, "
                "raw_data；storcli64 每个逻辑盘一条。\n\n"
                "异常:\n    OrvexException: sorbctl 查询失败时抛出。")
+          .returns_doc("dict | list")
           .variants(
               {query(Tool::storcli64, "ctr_get_cc_status_storcli64")
                    .get("VD Operation Status")
@@ -131,6 +133,7 @@ void add_vd_background_ops(OpList& ops) {
                "    force (bool): 强制执行。\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 操作是否成功。")
+          .returns_doc("bool")
           .variants(
               {checked(Tool::storcli64, "vd_state_init_storcli64"),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘初始化功能操作 功能"),
@@ -146,6 +149,7 @@ void add_vd_background_ops(OpList& ops) {
                "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, raw_data；"
                "storcli64 每个逻辑盘一条；sorbctl 该盘没有后台初始化任务时 Progress 与 "
                "Estimated_time_left 为 \"None\"。")
+          .returns_doc("dict | list")
           .variants({query(Tool::storcli64, "get_virtual_drive_bgi_state_storcli64")
                          .get("VD Operation Status")
                          .format("get_virtual_drive_bgi_state_format"),
@@ -160,6 +164,7 @@ void add_vd_background_ops(OpList& ops) {
                "    state (str): \"on\" 或 \"off\"。\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
           .variants({checked(Tool::storcli64, "ctr_set_bgi_switch_storcli64"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置后台初始化使能开关 功能"),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置后台初始化使能开关 功能")}));
@@ -176,6 +181,7 @@ void add_vd_background_ops(OpList& ops) {
               "\"Not in progress\"）, Estimated_time_left, raw_data；storcli64 每个逻辑盘一条。\n\n"
               "异常:\n    OrvexException: storcli64 无回显时抛出 "
               "\"查询逻辑磁盘前台初始化功能状态失败\"。")
+          .returns_doc("dict | list")
           .variants({custom(Tool::storcli64, front_init_storcli64),
                      custom(Tool::arcconf, drive_status_arcconf, &kFrontInitStatus),
                      query(Tool::sorbctl, "get_controller_vd_info_sorbctl")
@@ -193,6 +199,7 @@ void add_vd_background_ops(OpList& ops) {
                "    force (bool): 强制执行。\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 操作是否成功。")
+          .returns_doc("bool")
           .variants({checked(Tool::storcli64, "vd_set_erase_storcli64"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑盘擦除功能 功能"),
                      checked_by(Tool::sorbctl, "oper",
@@ -209,6 +216,7 @@ void add_vd_background_ops(OpList& ops) {
                "返回:\n"
                "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, "
                "raw_data；storcli64 每个逻辑盘一条。")
+          .returns_doc("dict | list")
           .variants({query(Tool::storcli64, "vd_get_erase_storcli64")
                          .get("VD Operation Status")
                          .format("get_vd_erase_format"),

@@ -61,6 +61,7 @@ void add_vd_expansion_ops(OpList& ops) {
                          "    size (str): 扩展的容量，如 \"100GB\"、\"1TB\"（仅限关键字传入）。\n"
                          "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                          "返回:\n    bool: 扩容命令是否成功。")
+                    .returns_doc("bool")
                     .variants({checked(Tool::storcli64, "vd_set_expand_size_storcli64"),
                                checked(Tool::arcconf, "vd_set_expand_size_arcconf"),
                                checked(Tool::sorbctl, "set_controller_vd_expand_sorbctl")}));
@@ -74,6 +75,7 @@ void add_vd_expansion_ops(OpList& ops) {
                          "    raid_level (str): 阵列的 RAID 级别，部分工具需要。\n"
                          "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                          "返回:\n    bool: 命令是否成功。")
+                    .returns_doc("bool")
                     .variants({checked(Tool::storcli64, "vd_add_pd_expand_array_storcli64"),
                                checked(Tool::arcconf, "vd_add_pd_expand_array_arcconf"),
                                checked(Tool::sorbctl, "add_controller_vd_pd_sorbctl")}));
@@ -87,6 +89,7 @@ void add_vd_expansion_ops(OpList& ops) {
                "返回:\n"
                "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, raw_data；"
                "storcli64 每个逻辑盘一条；没有扩容任务时 Status 为 \"Not in progress\"。")
+          .returns_doc("dict | list")
           .variants({query(Tool::storcli64, "vd_get_expand_info_storcli64")
                          .get("VD Operation Status")
                          .format("get_expand_array_info_format"),
@@ -103,6 +106,7 @@ void add_vd_expansion_ops(OpList& ops) {
                          "    drives (list): 迁移时加入的硬盘，如 [\"65:3\"]（enclosure:slot）。\n"
                          "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                          "返回:\n    bool: 迁移命令是否成功。")
+                    .returns_doc("bool")
                     .variants({checked(Tool::storcli64, "vd_start_migrate_storcli64"),
                                checked(Tool::arcconf, "vd_start_migrate_arcconf"),
                                checked(Tool::sorbctl, "migrate_controller_vd_sorbctl")}));
@@ -116,6 +120,7 @@ void add_vd_expansion_ops(OpList& ops) {
                "返回:\n"
                "    dict 或 list: 键为 vid, Progress, Status, Estimated_time_left, raw_data；"
                "storcli64 每个逻辑盘一条；没有迁移任务时 Status 为 \"Not in progress\"。")
+          .returns_doc("dict | list")
           .variants({query(Tool::storcli64, "vd_get_migrate_info_storcli64")
                          .get("VD Operation Status")
                          .format("get_migrate_info_format"),
@@ -143,6 +148,7 @@ void add_vd_expansion_ops(OpList& ops) {
                "    list: 每个缓存逻辑盘一条，键为 vd, name, raid_level, status, size, "
                "cached_vds（被加速的逻辑盘）, raw_data。\n\n"
                "异常:\n    OrvexException: sorbctl 抛出 \"7460卡不支持SSD caching查询功能\"。")
+          .returns_doc("list")
           .variants({query(Tool::storcli64, "ctr_get_ssd_caching_storcli64")
                          .get("VD LIST")
                          .format("get_ssd_caching_info_format"),

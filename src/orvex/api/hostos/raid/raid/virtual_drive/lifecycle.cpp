@@ -383,6 +383,7 @@ void add_vd_lifecycle_ops(OpList& ops) {
               "RAID5/6/50/60 下发（分别为 \"build\" 与 \"default\"），其他级别不下发。\n"
               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
               "返回:\n    bool: 创建是否成功。")
+          .returns_doc("bool")
           .build(create_params)
           .variants({checked(Tool::storcli64, "ctr_create_vd_storcli64"),
                      checked(Tool::arcconf, "ctr_create_vd_arcconf").prep(create_arcconf),
@@ -395,6 +396,7 @@ void add_vd_lifecycle_ops(OpList& ops) {
                          "    oper (str): 仅 storcli64 有效，\"cachecade\" 或 \"force\"。\n"
                          "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                          "返回:\n    bool: 删除是否成功。")
+                    .returns_doc("bool")
                     .variants({checked(Tool::storcli64, "ctr_delete_vd_storcli64"),
                                checked(Tool::arcconf, "delete_vd_arcconf"),
                                checked(Tool::sorbctl, "delete_controller_vd_sorbctl")}));
@@ -406,6 +408,7 @@ void add_vd_lifecycle_ops(OpList& ops) {
                "返回:\n"
                "    list: 每个逻辑盘一条记录，键为 array, vd, status, raid_level, name, size, "
                "strip_unit_size, write_cache, read_cache, raw_data（工具的原始记录）。")
+          .returns_doc("list")
           .variants({query(Tool::storcli64, "ctr_get_all_cfg_storcli64")
                          .get("VD LIST")
                          .format("get_virtual_drive_list_format"),
@@ -425,6 +428,7 @@ void add_vd_lifecycle_ops(OpList& ops) {
                "os_drive_name, vdwwn, raw_data；arcconf 返回逻辑盘列表中的对应记录。\n\n"
                "异常:\n    OrvexException: arcconf 下找不到该逻辑盘时抛出 \"No such vid:<vid> or "
                "adapter_id!\"。")
+          .returns_doc("dict")
           .variants({custom(Tool::storcli64, one_storcli64), custom(Tool::arcconf, one_arcconf),
                      custom(Tool::sorbctl, one_sorbctl)}));
   ops.push_back(
@@ -435,6 +439,7 @@ void add_vd_lifecycle_ops(OpList& ops) {
                "返回:\n"
                "    list: 每个逻辑盘一条详细记录（键同 "
                "get_one_virtual_drive_info）；arcconf 返回逻辑盘列表记录。")
+          .returns_doc("list")
           .variants({custom(Tool::storcli64, all_storcli64), custom(Tool::arcconf, all_arcconf),
                      custom(Tool::sorbctl, all_sorbctl)}));
   ops.push_back(
@@ -450,6 +455,7 @@ void add_vd_lifecycle_ops(OpList& ops) {
                "异常:\n"
                "    OrvexException: sorbctl 查询失败时为 \"get virtual drive's member drives "
                "failed\"；arcconf 找不到逻辑盘或读不到成员盘时以 \"获取虚拟磁盘成员\" 开头。")
+          .returns_doc("list")
           .variants({custom(Tool::storcli64, members_storcli64),
                      custom(Tool::arcconf, members_arcconf),
                      custom(Tool::sorbctl, members_sorbctl)}));

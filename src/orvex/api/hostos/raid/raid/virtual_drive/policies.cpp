@@ -152,6 +152,7 @@ void add_vd_policies_ops(OpList& ops) {
                "\"unchanged\"（仅限关键字传入）。\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 设置是否成功（arcconf 为 parser_exec_cmd_format 的判定）。")
+          .returns_doc("bool")
           .variants(
               {checked(Tool::storcli64, "vd_set_pdcache_storcli64").rename("state", "pdcache"),
                // arcconf: 0 default, 1 on, 2 off, 3 unchanged, sent behind drive_type
@@ -171,6 +172,7 @@ void add_vd_policies_ops(OpList& ops) {
                          "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                          "返回:\n    bool: 设置是否成功（arcconf、sorbctl 为 "
                          "parser_exec_cmd_format 的判定）。")
+                    .returns_doc("bool")
                     .variants({checked(Tool::storcli64, "vd_set_cache_storcli64"),
                                action(Tool::arcconf, "set_vd_wcache_arcconf").prep(wrcache_arcconf),
                                action(Tool::sorbctl, "set_controller_vd_wcache_sorbctl")
@@ -186,6 +188,7 @@ void add_vd_policies_ops(OpList& ops) {
                          "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                          "返回:\n    bool: 设置是否成功（arcconf、sorbctl 为 "
                          "parser_exec_cmd_format 的判定）。")
+                    .returns_doc("bool")
                     .variants({checked(Tool::storcli64, "vd_set_cache_storcli64"),
                                action(Tool::arcconf, "set_vd_wcache_arcconf").prep(rdcache_arcconf),
                                action(Tool::sorbctl, "set_controller_vd_rcache_sorbctl")
@@ -200,6 +203,7 @@ void add_vd_policies_ops(OpList& ops) {
                "    iopolicy (str): \"cached\" 或 \"direct\"（仅限关键字传入）。\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
           .variants({checked(Tool::storcli64, "vd_set_iopolicy_storcli64"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘的读写策略 功能"),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置逻辑磁盘的读写策略 功能")}));
@@ -213,6 +217,7 @@ void add_vd_policies_ops(OpList& ops) {
                "返回:\n"
                "    dict: 以逻辑盘路径为键，如 {\"/c0/v0\": {\"iopolicy\": \"Direct IO\"}}，"
                "值为 \"Direct IO\" 或 \"Cached IO\"。")
+          .returns_doc("dict")
           .variants(
               {custom(Tool::storcli64, iopolicy_storcli64),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询指定逻辑盘的成员盘读写策略 功能"),
@@ -228,6 +233,7 @@ void add_vd_policies_ops(OpList& ops) {
                "\"2\"（仅限关键字传入，以 emulationType 下发）。\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
           .variants({checked(Tool::storcli64, "set_vd_emulation_storcli64"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘的扇区属性 功能"),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置逻辑磁盘的扇区属性 功能")}));
@@ -239,6 +245,7 @@ void add_vd_policies_ops(OpList& ops) {
                "    vid (str): 逻辑盘编号，或 \"all\" 表示全部（仅限关键字传入）。\n"
                "    adapter_id (str): 控制器编号；缺省时取工具回显中的控制器编号。\n\n"
                "返回:\n    dict: 如 {\"/c0/v0\": {\"Emulation type\": \"default\"}}。")
+          .returns_doc("dict")
           .variants({custom(Tool::storcli64, emulation_storcli64),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询逻辑磁盘的扇区属性 功能"),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询逻辑磁盘的扇区属性 功能")}));
@@ -252,6 +259,7 @@ void add_vd_policies_ops(OpList& ops) {
                "取消隐藏（可重复设置）。\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
           .variants({checked(Tool::storcli64, "set_vd_hidden_storcli64"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘的可见属性 功能"),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置逻辑磁盘的可见属性 功能")}));
@@ -264,6 +272,7 @@ void add_vd_policies_ops(OpList& ops) {
                "    accesspolicy (str): \"rw\"、\"ro\" 或 \"blocked\"（仅限关键字传入）。\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
           .variants(
               {checked(Tool::storcli64, "set_vd_access_storcli64"),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘的可访问属性 功能"),
@@ -280,6 +289,7 @@ void add_vd_policies_ops(OpList& ops) {
               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
               "返回:\n"
               "    bool: 设置是否成功。storcli64 先尝试按固件排序启动设备，失败只记录错误日志。")
+          .returns_doc("bool")
           .variants({custom(Tool::storcli64, bootdrive_storcli64),
                      checked(Tool::sorbctl, "set_controller_vd_boot_sorbctl")
                          .translate("state", {{"primary", "on"}, {"secondary", "on"}}),
@@ -292,6 +302,7 @@ void add_vd_policies_ops(OpList& ops) {
                          "返回:\n"
                          "    list: 启动盘记录，键为 Type（\"PD\" 或 \"VD\"）, VID/DID, Enc, Slot, "
                          "Act_Slot；arcconf 依次给出主、次启动卷，未设置时各键均为 \"None\"。")
+                    .returns_doc("list")
                     .variants({query(Tool::storcli64, "ctr_get_boot_drive_storcli64")
                                    .get("Controller Properties")
                                    .post("query_boot_drive_format"),
