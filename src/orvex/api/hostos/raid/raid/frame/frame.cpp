@@ -70,7 +70,8 @@ struct CompiledOp {
   bool builds_params = false;
   Ref name;          // interned operation name
   Ref variant_name;  // interned __name__ of the variants
-  std::string doc;   // text signature + documentation
+  std::string doc;   // the builtin's text signature + documentation
+  std::string text_signature;  // "($self, /, ...)" of the class attribute
   PyMethodDef method{};
   std::vector<CVariant> variants;
   PyObject* function = nullptr;  // the builtin bound to the operation object
@@ -234,7 +235,9 @@ int compile_params(CompiledOp& op) {
   }
   op.only_self = def.params.empty();
   op.builds_params = def.build != nullptr || !def.params.empty();
-  sig.append(")\n--\n\n").append(def.doc == nullptr ? "" : def.doc);
+  sig.append(")");
+  op.text_signature = "($self" + sig.substr(sig.find(", self") + 6);
+  sig.append("\n--\n\n").append(def.doc == nullptr ? "" : def.doc);
   op.doc = std::move(sig);
   return 0;
 }
@@ -855,9 +858,10 @@ Ref run_op(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const 
 }
 
 // ---------------------------------------------------------------------------
-// Operation objects: the class attribute of one operation.  Read from the
-// class it is the operation's builtin function (signature, documentation);
-// read from an object, that function bound as a method.
+// Operation objects: the class attribute of one operation, a method
+// descriptor (signature, documentation, help).  Read from an object it gives
+// the operation's builtin function (its self is the operation object) bound
+// to that object as a method.
 
 struct OpObject {
   PyObject_HEAD const CompiledOp* op;
@@ -890,13 +894,18 @@ PyObject* op_tuple(PyObject* o, PyObject* args, PyObject* kwargs) {
 }
 
 PyObject* op_descr_get(PyObject* o, PyObject* obj, PyObject*) {
-  PyObject* f = op_of(o).function;
   if (obj == nullptr || obj == Py_None) {
-    Py_INCREF(f);
-    return f;
+    Py_INCREF(o);
+    return o;
   }
+  PyObject* f = op_of(o).function;
   if (g_runtime.method_new != nullptr) return g_runtime.method_new(f, obj);
   return call(g_fw->method_type.get(), {f, obj}).release();
+}
+
+// Raid.<operation>(raid, ...)
+PyObject* op_call(PyObject* o, PyObject* args, PyObject* kwargs) {
+  return PyObject_Call(op_of(o).function, args, kwargs);
 }
 
 // The declaration, for the type stub: ((name, kind, default, type), ...).
@@ -915,11 +924,20 @@ PyObject* op_parameters_get(PyObject* o, void*) {
   return out.release();
 }
 
+// The result type as declared: the row's annotation, its checked result
+// type, or bool when every variant that runs is a checked action.
 PyObject* op_returns_get(PyObject* o, void*) {
   const OpDef& def = *op_of(o).def;
   if (def.returns_doc != nullptr) return PyUnicode_FromString(def.returns_doc);
   if (def.result == ResultType::dict) return PyUnicode_FromString("dict");
   if (def.result == ResultType::list) return PyUnicode_FromString("list");
+  bool checked_only = def.direct == nullptr;
+  bool any_checked = false;
+  for (const VariantDef& v : def.variants) {
+    any_checked = any_checked || v.form == Form::checked;
+    checked_only = checked_only && (v.form == Form::checked || v.form == Form::refusal);
+  }
+  if (checked_only && any_checked) return PyUnicode_FromString("bool");
   Py_RETURN_NONE;
 }
 
@@ -934,13 +952,31 @@ PyObject* op_doc_get(PyObject* o, void*) {
   return PyUnicode_FromString(doc == nullptr ? "" : doc);
 }
 
+PyObject* op_qualname_get(PyObject* o, void*) {
+  return PyUnicode_FromFormat("Raid.%U", op_of(o).name.get());
+}
+
+PyObject* op_text_signature_get(PyObject* o, void*) {
+  return PyUnicode_FromString(op_of(o).text_signature.c_str());
+}
+
+PyObject* op_objclass_get(PyObject*, void*) {
+  PyObject* cls = reinterpret_cast<PyObject*>(g_raid_type);
+  if (cls == nullptr) cls = Py_None;
+  Py_INCREF(cls);
+  return cls;
+}
+
 PyObject* op_repr(PyObject* o) {
-  return PyUnicode_FromFormat("<raid operation %U>", op_of(o).name.get());
+  return PyUnicode_FromFormat("<method '%U' of 'Raid' objects>", op_of(o).name.get());
 }
 
 PyGetSetDef op_getset[] = {
     {const_cast<char*>("__name__"), op_name_get, nullptr, nullptr, nullptr},
+    {const_cast<char*>("__qualname__"), op_qualname_get, nullptr, nullptr, nullptr},
     {const_cast<char*>("__doc__"), op_doc_get, nullptr, nullptr, nullptr},
+    {const_cast<char*>("__text_signature__"), op_text_signature_get, nullptr, nullptr, nullptr},
+    {const_cast<char*>("__objclass__"), op_objclass_get, nullptr, nullptr, nullptr},
     {const_cast<char*>("parameters"), op_parameters_get, nullptr, nullptr, nullptr},
     {const_cast<char*>("returns"), op_returns_get, nullptr, nullptr, nullptr},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
@@ -948,6 +984,7 @@ PyGetSetDef op_getset[] = {
 
 PyType_Slot op_slots[] = {
     {Py_tp_descr_get, reinterpret_cast<void*>(op_descr_get)},
+    {Py_tp_call, reinterpret_cast<void*>(op_call)},
     {Py_tp_getset, op_getset},
     {Py_tp_repr, reinterpret_cast<void*>(op_repr)},
     {0, nullptr},
@@ -1004,14 +1041,16 @@ const char* kRaidDoc =
     "storelibtest）选择对应实现，调用框架的命令封装并整理返回结果；工具不支持的功能抛出 "
     "OrvexException。";
 
-Ref compile_all(PyObject* module_name) {
+// Compiles the rows from `first` on (an earlier, failed import keeps its
+// own).
+Ref compile_all(PyObject* module_name, std::size_t first) {
   const int flags = (g_runtime.fastcall ? kMethFastcall : METH_VARARGS) | METH_KEYWORDS;
   PyCFunction entry = g_runtime.fastcall
                           ? reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(op_fast))
                           : reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(op_tuple));
   Ref ns = Ref::steal(PyDict_New());
   if (!ns) return nullptr;
-  for (std::size_t i = 0; i < g_defs.size(); ++i) {
+  for (std::size_t i = first; i < g_defs.size(); ++i) {
     g_ops.emplace_back();
     CompiledOp& op = g_ops.back();
     op.def = &g_defs[i];
@@ -1308,19 +1347,25 @@ Ref build_raid_class(PyObject* module) {
   if (init_names() < 0) return nullptr;
   g_fw = new Framework();
   g_fw->module = Ref::borrow(module);
-  g_fw->host_os_base = import_name("orvex.api.hostos.hostos_base", "HostOSBase");
-  g_fw->hostos_ns = import_name("orvex.api.hostos.hostos_base", "hostos_ns");
-  g_fw->host_type = import_name("orvex.config.enum", "HostType");
-  g_fw->obj_attr_decorator = import_name("orvex.utils.decorator", "obj_attr_decorator");
-  g_fw->load_from_file = import_name("orvex.utils.file_parser", "load_from_file");
-  g_fw->orvex_exception = import_name("orvex.exception.orvex_exception", "OrvexException");
-  g_fw->output_formatter = import_name("orvex.api.hostos.raid.output_format", "OutputFormatter");
-  g_fw->namedtuple = import_name("collections", "namedtuple");
-  g_fw->method_type = import_name("types", "MethodType");
-  if (!g_fw->host_os_base || !g_fw->hostos_ns || !g_fw->host_type || !g_fw->obj_attr_decorator ||
-      !g_fw->load_from_file || !g_fw->orvex_exception || !g_fw->output_formatter ||
-      !g_fw->namedtuple || !g_fw->method_type) {
-    return nullptr;
+  struct Import {
+    Ref* into;
+    const char* module;
+    const char* name;
+  };
+  const Import imports[] = {
+      {&g_fw->host_os_base, "orvex.api.hostos.hostos_base", "HostOSBase"},
+      {&g_fw->hostos_ns, "orvex.api.hostos.hostos_base", "hostos_ns"},
+      {&g_fw->host_type, "orvex.config.enum", "HostType"},
+      {&g_fw->obj_attr_decorator, "orvex.utils.decorator", "obj_attr_decorator"},
+      {&g_fw->load_from_file, "orvex.utils.file_parser", "load_from_file"},
+      {&g_fw->orvex_exception, "orvex.exception.orvex_exception", "OrvexException"},
+      {&g_fw->output_formatter, "orvex.api.hostos.raid.output_format", "OutputFormatter"},
+      {&g_fw->namedtuple, "collections", "namedtuple"},
+      {&g_fw->method_type, "types", "MethodType"},
+  };
+  for (const Import& i : imports) {
+    *i.into = import_name(i.module, i.name);
+    if (!*i.into) return nullptr;
   }
   g_variant_type = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(&variant_spec));
   g_op_type = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(&op_spec));
@@ -1345,10 +1390,11 @@ Ref build_raid_class(PyObject* module) {
   add_patrol_read_ops(all);
   add_consistency_check_ops(all);
   add_fault_policies_ops(all);
+  const std::size_t first = g_defs.size();
   for (OpDef& d : all) g_defs.push_back(std::move(d));
 
   Ref module_name = getattr(module, "__name__");
-  Ref ns = compile_all(module_name.get());
+  Ref ns = compile_all(module_name.get(), first);
   if (!ns) return nullptr;
 
   PyObject* base = g_fw->host_os_base.get();
