@@ -66,6 +66,7 @@ void add_pd_copyback_ops(OpList& ops) {
           .doc("RAID-查询回拷功能状态（仅 sorbctl）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    str: 回拷开关，按工具原样返回，如 \"ON\" 或 \"OFF\"。")
+          .returns_doc("str")
           .variants({refuse(Tool::storcli64, "博通卡 暂时未实现查询回拷功能状态 功能"),
                      query(Tool::sorbctl, "get_controller_copyback_sorbctl")
                          .strict()
@@ -80,6 +81,7 @@ void add_pd_copyback_ops(OpList& ops) {
                "    index (int): storcli64 的开关类型，0 Copy Back（缺省）、1 SSD "
                "SMARTer、2 SMARTer；sorbctl 忽略。\n\n"
                "返回:\n    str: 大写的开关状态，如 \"OFF\"。")
+          .returns_doc("str")
           .variants({custom(Tool::storcli64, status_storcli64),
                      query(Tool::sorbctl, "get_controller_copyback_sorbctl")
                          .strict()
@@ -115,6 +117,7 @@ void add_pd_copyback_ops(OpList& ops) {
           .doc("查询回拷功能后台速率（仅 sorbctl）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    dict: {\"CopyBack Rate\": 速率}，如 {\"CopyBack Rate\": \"low\"}。")
+          .returns_doc("dict")
           .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 查询回拷功能后台速率 功能"),
                      custom(Tool::sorbctl, rate_sorbctl),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询回拷功能后台速率 功能")}));
@@ -124,6 +127,7 @@ void add_pd_copyback_ops(OpList& ops) {
           .doc("获取raid控制器预拷贝配置信息（仅 sorbctl）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    dict: 预拷贝配置，其中 precopy_switch 为小写的开关状态（如 \"off\"）。")
+          .returns_doc("dict")
           .variants(
               {refuse(Tool::storcli64, "LSI卡storcli64工具没有 获取raid控制器预拷贝配置信息 功能"),
                custom(Tool::sorbctl, precopy_sorbctl),
@@ -163,6 +167,7 @@ void add_pd_copyback_ops(OpList& ops) {
                "返回:\n"
                "    dict: Drive-ID（如 \"c0:e0:s0\"）, Progress（如 \"0%\"）, Status（如 \"In "
                "progress\"）, Estimated_time_left（如 \"0 min\"）, raw_data。")
+          .returns_doc("dict")
           .variants({query(Tool::storcli64, "pd_copyback_show_storcli64")
                          .strict()
                          .first()

@@ -74,6 +74,7 @@ void add_pd_erase_sanitize_ops(OpList& ops) {
                          "返回:\n"
                          "    dict: Status（如 \"run\"）, Progress（如 \"18\"）, "
                          "Estimated_time_left（如 \"80 min\"）, raw_data。")
+                    .returns_doc("dict")
                     .variants({query(Tool::storcli64, "get_pd_sanitize_storcli64")
                                    .first()
                                    .format("get_pd_sanitize_format"),
@@ -117,6 +118,7 @@ void add_pd_erase_sanitize_ops(OpList& ops) {
                "    dict: Drive-ID（如 \"c0:e0:s0\"）, Progress（如 \"0%\"）, "
                "Status（如 \"In progress\"）, Estimated_time_left（如 \"0 min\"）, "
                "raw_data；sorbctl 查询失败时返回文本 \"fail\"。")
+          .returns_doc("dict")
           .variants({query(Tool::storcli64, "pd_get_erase_storcli64")
                          .first()
                          .format("get_controller_pd_erase_raid"),

@@ -128,6 +128,7 @@ void add_pd_state_ops(OpList& ops) {
                          "    force (bool): 强制执行。\n"
                          "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                          "返回:\n    bool: 设置是否成功。")
+                    .returns_doc("bool")
                     .variants({custom(Tool::storcli64, state_skipping_eed, &kStateStorcli64),
                                custom(Tool::sorbctl, state_skipping_eed, &kStateSorbctl),
                                checked(Tool::arcconf, "pd_set_state_arcconf")}));
@@ -218,6 +219,7 @@ void add_pd_state_ops(OpList& ops) {
                          "    dict: status, progress, estimated_time_left, raw_data；arcconf "
                          "下硬盘不在重构时各项为空。\n\n"
                          "异常:\n    OrvexException: storcli64 查询结果为空时抛出。")
+                    .returns_doc("dict")
                     .variants({custom(Tool::storcli64, rebuild_status_storcli64),
                                query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
                                    .at("DriveDetailInformation")
@@ -250,6 +252,7 @@ void add_pd_state_ops(OpList& ops) {
                "\"off\"（取消）。\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 设置是否成功（storcli64 不支持按固件排序时只记录日志）。")
+          .returns_doc("bool")
           .variants({custom(Tool::storcli64, bootdrive_storcli64),
                      checked(Tool::sorbctl, "set_controller_pd_boot_sorbctl")
                          .translate("state", {{"primary", "on"}, {"secondary", "on"}}),
