@@ -137,3 +137,33 @@ def test_merge_layer_later_entries_overwrite_and_missing_plain_key_is_none(raid)
 def test_merge_missing_paths_fail(raid, structure, error):
     with pytest.raises(error):
         raid._merge_output(RAW, None, structure)
+
+
+# -- nesting past the recursion limit -----------------------------------------
+
+def nested(depth, make):
+    node = {"leaf": 1}
+    for _ in range(depth):
+        node = make(node)
+    return node
+
+
+@pytest.mark.parametrize("depth", [10 ** 4, 10 ** 5, 10 ** 6])
+@pytest.mark.parametrize("walk", [
+    lambda raid, rig, data: raid._merge_output(nested(data, lambda n: {"k": n})),
+    lambda raid, rig, data: raid._format_output(nested(data, lambda n: [n]), "storcli64", TEMPLATE),
+    lambda raid, rig, data: via_operation(rig, nested(data, lambda n: {"k": n})),
+])
+def test_deep_nesting_raises_recursion_error_like_python(raid, rig, depth, walk):
+    with pytest.raises(RecursionError):
+        walk(raid, rig, depth)
+
+
+def via_operation(rig, answer):
+    raid, host = rig("sorbctl")
+    host.on("get_controller_pd_info_sorbctl", {"parser": answer})
+    return raid.get_one_physical_drive_info(eid="0", sid="1")
+
+
+def test_nesting_within_the_recursion_limit_is_walked(raid):
+    assert raid._merge_output(nested(300, lambda n: {"k": n})) == {"leaf": 1}

@@ -1,13 +1,14 @@
-#!/usr/bin/env python3
 """Writes the type stub of the Raid class from the installed module.
 
     RAID_SITE=build/<dir>-site python3 tools/gen_stub.py [--check]
 
-Signatures come from `inspect.signature` (the module's text signatures);
-parameter and result types from the documentation's sections
-"参数:" ("    name (type): ...") and "返回:" ("    type: ...").  The Chinese
-documentation is copied into the stub so that editors show it on hover.
-With --check the stub is compared with the file instead of written.
+Everything comes from the operations' declarations as the module exposes
+them: the signature from `inspect.signature` (the text signature made from
+the declared parameters), parameter types from each operation's
+`parameters` ((name, kind, default, type), ...) and the result type from its
+`returns`.  The Chinese documentation is copied into the stub so that
+editors show it on hover.  With --check the stub is compared with the file
+instead of written.
 """
 import inspect
 import os
@@ -26,44 +27,17 @@ TYPES = {
     "list": "List[Any]",
     "tuple": "Tuple[Any, ...]",
     "None": "None",
-    "None。": "None",
+    "Any": "Any",
 }
 
 
-def sections(doc):
-    """{"参数": [lines], "返回": [lines]} of a docstring."""
-    found = {}
-    current = None
-    for line in (doc or "").splitlines():
-        head = re.match(r"^(参数|返回)(?:[（(][^)）]*[)）])?[:：]\s*(.*)$", line)
-        if head:
-            current = head.group(1)
-            found[current] = [head.group(2)] if head.group(2) else []
-        elif current and (line.startswith(" ") or not line.strip()):
-            found[current].append(line)
-        else:
-            current = None
-    return found
-
-
-def documented_params(doc):
-    """{name: type text or None} in the order documented."""
-    out = {}
-    for line in sections(doc).get("参数", []):
-        m = re.match(r"^    ([A-Za-z_][A-Za-z0-9_]*)(?:\s*[（(]([^)）]*)[)）])?\s*[:：]", line)
-        if m:
-            out[m.group(1)] = m.group(2)
-    return out
-
-
 def annotation(text):
-    """A stub annotation for a type text such as "str", "dict 或 list", "list[str]"."""
+    """A stub annotation for a declared type such as "str", "dict | list"."""
     if not text:
         return "Any"
-    parts = [p.strip() for p in re.split(r"\s*(?:或|\|| or )\s*", text.strip()) if p.strip()]
     names = []
-    for p in parts:
-        base = re.match(r"^([A-Za-z]+)", p)
+    for part in (p.strip() for p in text.split("|")):
+        base = re.match(r"^([A-Za-z]+)", part)
         if base is None or base.group(1) not in TYPES:
             return "Any"
         names.append(TYPES[base.group(1)])
@@ -72,28 +46,15 @@ def annotation(text):
     return "Union[%s]" % ", ".join(names)
 
 
-def result_annotation(doc):
-    lines = [l.strip() for l in sections(doc).get("返回", []) if l.strip()]
-    if not lines:
-        return "Any"
-    first = lines[0]
-    m = re.match(r"^([A-Za-z][A-Za-z ]*?(?:\s*(?:或|\|)\s*[A-Za-z]+)*)\s*[:：,，]", first)
-    if m:
-        return annotation(m.group(1))
-    if first.startswith("None"):
-        return "None"
-    return "Any"
-
-
 def operations(cls):
     return [name for name, value in vars(cls).items()
-            if callable(value) and not (name.startswith("__") and name != "__init__")]
+            if hasattr(value, "parameters") and not (name.startswith("__") and name != "__init__")]
 
 
 def render_param(p, types):
     if p.kind is p.VAR_KEYWORD:
         return "**%s: Any" % p.name
-    ann = annotation(types.get(p.name)) if p.name in types else "Any"
+    ann = annotation(types.get(p.name))
     text = "%s: %s" % (p.name, ann)
     if p.default is not p.empty:
         if p.default is None and ann != "Any" and not ann.startswith("Optional"):
@@ -102,10 +63,9 @@ def render_param(p, types):
     return text
 
 
-def render_signature(name, func):
+def render_signature(name, func, declaration):
     sig = inspect.signature(func)
-    doc = inspect.getdoc(func) or ""
-    types = documented_params(doc)
+    types = {pname: ptype for pname, _, _, ptype in declaration.parameters}
     out = []
     star = False
     for i, p in enumerate(sig.parameters.values()):
@@ -116,7 +76,7 @@ def render_signature(name, func):
             out.append("*")
             star = True
         out.append(render_param(p, types))
-    result = "None" if name == "__init__" else result_annotation(doc)
+    result = "None" if name == "__init__" else annotation(declaration.returns)
     return "def %s(%s) -> %s:" % (name, ", ".join(out), result)
 
 
@@ -153,7 +113,7 @@ def render(cls):
     for name in operations(cls):
         func = getattr(cls, name)
         out.append("")
-        out.append("    " + render_signature(name, func))
+        out.append("    " + render_signature(name, func, vars(cls)[name]))
         out.append(docstring_block(inspect.getdoc(func), 8))
         out.append("        ...")
     return "\n".join(out) + "\n"

@@ -4,27 +4,6 @@ import pytest
 from orvex.exception.orvex_exception import OrvexException
 from orvex_sim.recorder import parser
 
-OPS = {
-    "get_kickdrive_status": lambda r: r.get_kickdrive_status(adapter_id="0"),
-    "set_kickdrive": lambda r: r.set_kickdrive(period="30", sum="1"),
-    # the slow-drive query refuses with the kick-drive wording
-    "get_slowdrive_status": lambda r: r.get_slowdrive_status(),
-    "set_slowdrive": lambda r: r.set_slowdrive("raid", l1="340"),
-}
-WORD = {"get_kickdrive_status": "kickdrive", "set_kickdrive": "kickdrive",
-        "get_slowdrive_status": "kickdrive", "set_slowdrive": "slowdrive"}
-CARD = {"storcli64": "LSI卡storcli64工具没有 %s 功能", "arcconf": "PMC卡arcconf工具没有 %s 功能"}
-
-
-@pytest.mark.parametrize("tool", ["storcli64", "arcconf"])
-@pytest.mark.parametrize("op", list(OPS))
-def test_only_sorbctl_has_the_policies(rig, tool, op):
-    raid, host = rig(tool)
-    with pytest.raises(OrvexException) as err:
-        OPS[op](raid)
-    assert str(err.value) == CARD[tool] % WORD[op]
-    assert host.calls == []
-
 
 @pytest.mark.parametrize("answer, expected", [("success", True), ("fail", False), ("", False)])
 @pytest.mark.parametrize("call, wrapper, params", [

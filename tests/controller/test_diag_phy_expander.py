@@ -96,20 +96,23 @@ def test_storcli64_phyerror_without_table_fails(rig):
         raid.get_ctl_phyerror()
 
 
-def test_arcconf_phyerror_keys_each_phy_by_its_id(rig):
+ARC_PHY0 = {"phy_id": "0", "invalid_dword_count": "1", "phy_reset_problem_count": "4"}
+ARC_PHY3 = {"phy_id": "3", "invalid_dword_count": "0"}
+
+
+@pytest.mark.parametrize("answer", [[ARC_PHY3, ARC_PHY0], {"phy 3": ARC_PHY3, "phy 0": ARC_PHY0}])
+def test_arcconf_phyerror_keys_each_phy_by_its_id(rig, answer):
     raid, host = rig("arcconf")
-    host.on("get_controller_pd_phyerror_arcconf", parser({
-        "0": {"invalid_dword_count": "1", "running_disparity_error_count": "2",
-              "loss_of_dword_sync_count": "3", "phy_reset_problem_count": "4"},
-        "1": {"invalid_dword_count": "0", "phy_id": "stale"}}))
+    host.on("get_controller_pd_phyerror_arcconf", parser(answer))
     result = raid.get_ctl_phyerror(adapter_id="1")
-    assert [(r["phy_id"], r["invalid_dword_count"], r["phy_reset_problem_count"])
-            for r in result] == [("0", "1", "4"), ("1", "0", "")]
-    assert list(result[0]["raw_data"]) == [
-        "phy_id", "invalid_dword_count", "running_disparity_error_count",
-        "loss_of_dword_sync_count", "phy_reset_problem_count"]
-    assert result[1]["raw_data"] == {"phy_id": "1", "invalid_dword_count": "0"}
+    assert result == {"0": ARC_PHY0, "1": "", "2": "", "3": ARC_PHY3, "4": "", "5": "", "6": "",
+                      "7": "", "raw_data": {"3": ARC_PHY3, "0": ARC_PHY0}}
+    assert list(result) == ["0", "1", "2", "3", "4", "5", "6", "7", "raw_data"]
+    assert list(result["raw_data"]) == ["3", "0"]
     assert sent(host) == [("self", "get_controller_pd_phyerror_arcconf", [("adapter_id", "1")])]
+    host.on("get_controller_pd_phyerror_arcconf", parser([ARC_PHY0, {"invalid_dword_count": "2"}]))
+    with pytest.raises(KeyError):
+        raid.get_ctl_phyerror()
 
 
 @pytest.mark.parametrize("answer, expected", [("set success", True), ("failed", False),

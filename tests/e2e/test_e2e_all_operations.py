@@ -257,7 +257,9 @@ CASES = {
     "get_expander_cfg": Case(lambda w: w.raid.get_expander_cfg(),
                              rows("expander_id", "product_id", count=1),
                              {"storcli64", "arcconf"}),
-    "get_ctl_phyerror": Case(lambda w: w.raid.get_ctl_phyerror(), rows(*PHY_KEYS, count=8)),
+    "get_ctl_phyerror": Case(lambda w: w.raid.get_ctl_phyerror(), per_tool(
+        storcli64=rows(*PHY_KEYS, count=8), sorbctl=rows(*PHY_KEYS, count=8),
+        arcconf=keys(*"01234567", "raw_data"))),
     "set_ctl_phy_func": Case(lambda w: w.raid.set_ctl_phy_func(w.e, "3", "disable"), true,
                              {"sorbctl"},
                              after=lambda w: w.drive(3)["spin_status"] == "Spin Down"),

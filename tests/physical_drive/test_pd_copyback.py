@@ -1,69 +1,11 @@
 """Copyback and precopy: switches, rates, per-drive copyback."""
 import pytest
 
-from orvex.exception.orvex_exception import OrvexException
 from orvex_sim.recorder import parser
 
 PROPS = {"Controller Properties": [{"Ctrl_Prop": "Copyback", "Value": "off"},
                                    {"Ctrl_Prop": "SMARTer", "Value": "On"},
                                    {"Ctrl_Prop": "SMARTer", "Value": "on"}]}
-
-REFUSALS = [
-    ("storcli64", lambda r: r.query_copyback_info(), "博通卡 暂时未实现查询回拷功能状态 功能"),
-    ("arcconf", lambda r: r.query_copyback_info(), "PMC卡arcconf工具没有 RAID-查询回拷功能状态 功能"),
-    ("arcconf", lambda r: r.get_copyback_status(), "PMC卡arcconf工具没有 查询硬盘回拷功能状态 功能"),
-    ("arcconf", lambda r: r.set_copyback_cfg("on"), "PMC卡arcconf工具没有 设置回拷功能参数 功能"),
-    ("storcli64", lambda r: r.set_copyback_rate("low"), "LSI卡storcli64工具没有 设置回拷功能后台速率 功能"),
-    ("arcconf", lambda r: r.set_copyback_rate("low"), "PMC卡arcconf工具没有 设置回拷功能后台速率 功能"),
-    ("storcli64", lambda r: r.get_copyback_rate(), "LSI卡storcli64工具没有 查询回拷功能后台速率 功能"),
-    ("arcconf", lambda r: r.get_copyback_rate(), "PMC卡arcconf工具没有 查询回拷功能后台速率 功能"),
-    ("storcli64", lambda r: r.get_precopy_info(),
-     "LSI卡storcli64工具没有 获取raid控制器预拷贝配置信息 功能"),
-    ("arcconf", lambda r: r.get_precopy_info(), "PMC卡arcconf工具没有 获取raid控制器预拷贝配置信息 功能"),
-    ("storcli64", lambda r: r.set_precopy(state="on"), "LSI卡storcli64工具没有 设置raid控制器预拷贝参数 功能"),
-    ("arcconf", lambda r: r.set_precopy(state="on"), "PMC卡arcconf工具没有 设置raid控制器预拷贝参数功能"),
-    ("sorbctl", lambda r: r.set_pd_copyback_func("0", "1", "start"), "There is no such command in sorbctl"),
-    ("arcconf", lambda r: r.set_pd_copyback_func("0", "1", "start"), "There is no such command in arcconf"),
-    ("arcconf", lambda r: r.get_pd_copyback_info(eid="0", sid="1"), "There is no such command in arcconf"),
-]
-
-
-@pytest.mark.parametrize("tool, call, message", REFUSALS)
-def test_refusals_raise_before_dispatch(rig, tool, call, message):
-    raid, host = rig(tool)
-    with pytest.raises(OrvexException) as err:
-        call(raid)
-    assert str(err.value) == message
-    assert host.calls == []
-
-
-SETTERS = [
-    ("storcli64", lambda r: r.set_copyback_cfg("on", type="smartssd", adapter_id="0"),
-     "ctr_set_copyback_cfg_storcli64", [("state", "on"), ("type", "smartssd"), ("adapter_id", "0")]),
-    ("sorbctl", lambda r: r.set_copyback_cfg(state="off"),
-     "set_controller_copyback_sorbctl", [("state", "off")]),
-    ("sorbctl", lambda r: r.set_copyback_rate("high", adapter_id="1"),
-     "set_controller_bgrate_copyback_sorbctl", [("copybackrate", "high"), ("adapter_id", "1")]),
-    ("sorbctl", lambda r: r.set_precopy(state="on", adapter_id="0"),
-     "set_controller_precopy_sorbctl", [("state", "on"), ("adapter_id", "0")]),
-]
-
-
-@pytest.mark.parametrize("tool, call, wrapper, params", SETTERS)
-@pytest.mark.parametrize("answer, expected", [(parser("success"), True), (parser("fail"), False)])
-def test_setters_send_exact_params(rig, tool, call, wrapper, params, answer, expected):
-    raid, host = rig(tool)
-    host.on(wrapper, answer)
-    assert call(raid) is expected
-    assert [(c.route, c.wrapper, list(c.params.items())) for c in host.calls] == [
-        ("self", wrapper, params)]
-
-
-def test_set_precopy_state_is_keyword_only(rig):
-    raid, host = rig("sorbctl")
-    with pytest.raises(TypeError):
-        raid.set_precopy("on")
-    assert host.calls == []
 
 
 @pytest.mark.parametrize("kwargs, sent, expected", [
@@ -142,3 +84,30 @@ def test_pd_copyback_info_storcli64_first_row(rig):
     host.on("pd_copyback_show_storcli64", parser([]))
     with pytest.raises(IndexError):
         raid.get_pd_copyback_info(eid="65", sid="0")
+
+
+# (tool, call, wrapper, section read from the parser entry)
+LOOKUPS = [
+    ("sorbctl", lambda r: r.query_copyback_info(), "get_controller_copyback_sorbctl",
+     "Copyback Switch"),
+    ("sorbctl", lambda r: r.get_copyback_status(), "get_controller_copyback_sorbctl",
+     "Copyback Switch"),
+    ("storcli64", lambda r: r.get_copyback_status(), "ctr_get_copyback_storcli64",
+     "Controller Properties"),
+    ("sorbctl", lambda r: r.get_copyback_rate(), "get_controller_config_sorbctl", "CopyBack Rate"),
+    ("sorbctl", lambda r: r.get_precopy_info(), "get_controller_precopy_sorbctl", "Precopy Switch"),
+    ("sorbctl", lambda r: r.get_pd_copyback_info(eid="0", sid="1"),
+     "get_controller_pd_info_sorbctl", "DriveDetailInformation"),
+    ("storcli64", lambda r: r.get_pd_copyback_info(eid="0", sid="1"), "pd_copyback_show_storcli64",
+     None),
+]
+
+
+@pytest.mark.parametrize("tool, call, wrapper, section", LOOKUPS)
+def test_missing_entries_raise_key_error(rig, tool, call, wrapper, section):
+    raid, host = rig(tool)
+    host.on(wrapper, {"other": 1}, parser({}))
+    for missing in [k for k in ("parser", section) if k]:
+        with pytest.raises(KeyError) as err:
+            call(raid)
+        assert err.value.args == (missing,)

@@ -54,25 +54,12 @@ def test_actions_choose_wrapper_and_send_params(rig, tool, call, wrapper, sent, 
         ("self", wrapper, sent)]
 
 
+# refusals the sorbctl variants compute from the requested operation
 REFUSALS = [
-    ("arcconf", lambda r: r.set_virtual_drive_cc("0", "start"),
-     "PMC卡arcconf工具没有 设置逻辑磁盘一致性校验功能操作 功能"),
     ("sorbctl", lambda r: r.set_virtual_drive_cc("0", "pause"),
      "7460卡sorbctl工具没有 设置逻辑磁盘一致性校验功能操作 功能"),
     ("sorbctl", lambda r: r.set_virtual_drive_cc("0", "resume"),
      "7460卡sorbctl工具没有 设置逻辑磁盘一致性校验功能操作 功能"),
-    ("arcconf", lambda r: r.query_virtual_drive_cc_status("0"),
-     "PMC卡arcconf工具没有 查询逻辑磁盘的一致性校验功能状态 功能"),
-    ("arcconf", lambda r: r.set_virtual_drive_init_option(vid="0", state="start"),
-     "PMC卡arcconf工具没有 设置逻辑磁盘初始化功能操作 功能"),
-    ("sorbctl", lambda r: r.set_virtual_drive_init_option(vid="0", state="stop"),
-     "7460卡sorbctl工具没有 设置逻辑磁盘初始化功能操作 功能"),
-    ("arcconf", lambda r: r.set_virtual_drive_autobgi_switch("0", "on"),
-     "PMC卡arcconf工具没有 设置后台初始化使能开关 功能"),
-    ("sorbctl", lambda r: r.set_virtual_drive_autobgi_switch("0", "on"),
-     "7460卡sorbctl工具没有 设置后台初始化使能开关 功能"),
-    ("arcconf", lambda r: r.set_vd_erase("0", "start"), "PMC卡arcconf工具没有 设置逻辑盘擦除功能 功能"),
-    ("arcconf", lambda r: r.get_vd_erase("0"), "PMC卡arcconf工具没有 查询逻辑盘擦除操作 功能"),
     ("sorbctl", lambda r: r.set_vd_erase("0", "pause"), "7460卡sorbctl工具不支持[pause]操作"),
 ]
 

@@ -84,26 +84,6 @@ def test_setters_send_translated_params(rig, tool, call, wrapper, sent, answer, 
         ("self", wrapper, sent)]
 
 
-REFUSALS = [
-    (lambda r: r.set_vd_iopolicy_status(vid="0", iopolicy="cached"), "设置逻辑磁盘的读写策略"),
-    (lambda r: r.get_vd_iopolicy_status(vid="all"), "查询指定逻辑盘的成员盘读写策略"),
-    (lambda r: r.set_vd_emulation(vid="0", emulation_type="1"), "设置逻辑磁盘的扇区属性"),
-    (lambda r: r.get_vd_emulation(vid="0"), "查询逻辑磁盘的扇区属性"),
-    (lambda r: r.set_ctl_vd_hidden(vid="0", state="off"), "设置逻辑磁盘的可见属性"),
-    (lambda r: r.set_ctl_vd_accesspolicy(vid="0", accesspolicy="ro"), "设置逻辑磁盘的可访问属性"),
-]
-
-
-@pytest.mark.parametrize("tool, card", [("arcconf", "PMC卡arcconf"), ("sorbctl", "7460卡sorbctl")])
-@pytest.mark.parametrize("call, title", REFUSALS)
-def test_refusals_raise_before_dispatch(rig, tool, card, call, title):
-    raid, host = rig(tool)
-    with pytest.raises(OrvexException) as err:
-        call(raid)
-    assert str(err.value) == "%s工具没有 %s 功能" % (card, title)
-    assert host.calls == []
-
-
 def test_iopolicy_storcli64_reads_last_cache_letter(rig):
     answer = {"/c0/v0": [{"DG/VD": "0/0", "Cache": "RWBD"}],
               "/c0/v1": [{"DG/VD": "1/1", "Cache": "nrwtc"}],

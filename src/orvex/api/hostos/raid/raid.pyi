@@ -60,7 +60,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_all_controllers(self) -> List[Any]:
+    def get_all_controllers(self) -> Any:
         """查询主机上的所有 RAID 控制器（仅 sorbctl）。
 
         返回:
@@ -68,7 +68,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_controller_number(self) -> str:
+    def query_controller_number(self) -> Any:
         """查询控制器数量。
 
         返回:
@@ -76,7 +76,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_controller_driver_info(self) -> Dict[str, Any]:
+    def query_controller_driver_info(self) -> Any:
         """查询控制卡驱动信息（仅 sorbctl，驱动 sorbdrv）。
 
         返回:
@@ -84,7 +84,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_raid_config(self, **kwargs: Any) -> Dict[str, Any]:
+    def query_raid_config(self, **kwargs: Any) -> Any:
         """查询控制器配置。
 
         参数:
@@ -130,7 +130,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_jbod_state(self, state: str, **kwargs: Any) -> bool:
+    def set_jbod_state(self, state: str, **kwargs: Any) -> Any:
         """打开或关闭控制器的直通（JBOD）功能。
 
         参数:
@@ -143,7 +143,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_jbod_info(self, **kwargs: Any) -> str:
+    def query_jbod_info(self, **kwargs: Any) -> Any:
         """查询控制器直通（JBOD）状态。
 
         参数:
@@ -154,7 +154,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_ctl_current_time(self, **kwargs: Any) -> str:
+    def get_ctl_current_time(self, **kwargs: Any) -> Any:
         """查询控制卡当前时间信息（仅 storcli64）。
 
         参数:
@@ -212,7 +212,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_controller_ehsp(self, **kwargs: Any) -> str:
+    def get_controller_ehsp(self, **kwargs: Any) -> Any:
         """查询紧急热备状态（storcli64、sorbctl）。
 
         参数:
@@ -248,7 +248,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_bootwithpinnedcache(self, **kwargs: Any) -> str:
+    def get_bootwithpinnedcache(self, **kwargs: Any) -> Any:
         """查询存在脏数据时的控制器启动方式（storcli64、sorbctl）。
 
         参数:
@@ -294,7 +294,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_controller_detail_log(self, **kwargs: Any) -> List[Any]:
+    def get_controller_detail_log(self, **kwargs: Any) -> Any:
         """查询控制器详细日志。
 
         sorbctl 先导出 flash 与 ram 两份日志（/root/raidlog//log-flash.txt、/root/raidlog//log-ram.txt）再读取；arcconf 导出后读取 /var/log/Support/Firmware/Controller_1_Log.txt。
@@ -348,7 +348,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def controller_command_passthru(self, eid: str, sid: str, command_passthru: str, **kwargs: Any) -> Tuple[Any, ...]:
+    def controller_command_passthru(self, eid: str, sid: str, command_passthru: str, **kwargs: Any) -> Any:
         """通过 RAID 工具向物理硬盘透传命令，返回硬盘的应答数据。
 
         参数:
@@ -365,7 +365,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_expander_cfg(self, **kwargs: Any) -> List[Any]:
+    def get_expander_cfg(self, **kwargs: Any) -> Any:
         """查询expander背板信息。
 
         参数:
@@ -379,7 +379,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_ctl_phyerror(self, **kwargs: Any) -> List[Any]:
+    def get_ctl_phyerror(self, **kwargs: Any) -> Any:
         """查询控制器 PHY 误码计数。
 
         参数:
@@ -404,7 +404,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def ctl_get_phy_info_storelibtest(self, phy_input: str, **kwargs: Any) -> List[Any]:
+    def ctl_get_phy_info_storelibtest(self, phy_input: str, **kwargs: Any) -> Any:
         """使用 storelibtest 工具查询 phy 信息（博通卡，需 expander 背板）。
 
         参数:
@@ -419,7 +419,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def ctl_phy_control_storelibtest(self, reset_type: str, phy_input: str, **kwargs: Any) -> List[Any]:
+    def ctl_phy_control_storelibtest(self, reset_type: str, phy_input: str, **kwargs: Any) -> Any:
         """使用 storelibtest 工具对 phy 进行 phy control（复位）操作（博通卡，需 expander 背板）。
 
         参数:
@@ -461,7 +461,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_capacitance_info(self, information: str = 'all', **kwargs: Any) -> Dict[str, Any]:
+    def get_capacitance_info(self, information: str = 'all', **kwargs: Any) -> Any:
         """查询超级电容信息。
 
         参数:
@@ -473,7 +473,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_supercap_learn(self, **kwargs: Any) -> bool:
+    def set_supercap_learn(self, **kwargs: Any) -> Any:
         """设置超级电容自学习（storcli64、sorbctl）。
 
         参数:
@@ -486,7 +486,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_supercap_self_learn_info(self, **kwargs: Any) -> Dict[str, Any]:
+    def get_supercap_self_learn_info(self, **kwargs: Any) -> Any:
         """查询超级电容自学习信息（storcli64、sorbctl）。
 
         参数:
@@ -535,7 +535,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_disk_state(self, *, eid: str, sid: str, state: str, **kwargs: Any) -> bool:
+    def set_disk_state(self, *, eid: str, sid: str, state: str, **kwargs: Any) -> Any:
         """设置物理盘状态。
 
         参数:
@@ -626,7 +626,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_pd_rebuild_status(self, *, eid: str, sid: str, **kwargs: Any) -> Dict[str, Any]:
+    def get_pd_rebuild_status(self, *, eid: str, sid: str, **kwargs: Any) -> Any:
         """查询硬盘重构状态。
 
         参数:
@@ -658,7 +658,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def pd_set_bootdrive(self, *, eid: str, sid: str, state: str, **kwargs: Any) -> bool:
+    def pd_set_bootdrive(self, *, eid: str, sid: str, state: str, **kwargs: Any) -> Any:
         """设置硬盘为启动盘。
 
         参数:
@@ -701,7 +701,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_pd_sanitize(self, eid: str, sid: str, **kwargs: Any) -> Dict[str, Any]:
+    def get_pd_sanitize(self, eid: str, sid: str, **kwargs: Any) -> Any:
         """查询硬盘 sanitize 进度。
 
         参数:
@@ -741,7 +741,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_pd_erase(self, *, eid: str, sid: str, **kwargs: Any) -> Dict[str, Any]:
+    def get_pd_erase(self, *, eid: str, sid: str, **kwargs: Any) -> Any:
         """查询硬盘擦除进度。
 
         参数:
@@ -754,7 +754,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_copyback_info(self, **kwargs: Any) -> str:
+    def query_copyback_info(self, **kwargs: Any) -> Any:
         """RAID-查询回拷功能状态（仅 sorbctl）。
 
         参数:
@@ -765,7 +765,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_copyback_status(self, **kwargs: Any) -> str:
+    def get_copyback_status(self, **kwargs: Any) -> Any:
         """查询硬盘回拷功能状态。
 
         参数:
@@ -802,7 +802,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_copyback_rate(self, **kwargs: Any) -> Dict[str, Any]:
+    def get_copyback_rate(self, **kwargs: Any) -> Any:
         """查询回拷功能后台速率（仅 sorbctl）。
 
         参数:
@@ -813,7 +813,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_precopy_info(self, **kwargs: Any) -> Dict[str, Any]:
+    def get_precopy_info(self, **kwargs: Any) -> Any:
         """获取raid控制器预拷贝配置信息（仅 sorbctl）。
 
         参数:
@@ -850,7 +850,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_pd_copyback_info(self, *, eid: str, sid: str, **kwargs: Any) -> Dict[str, Any]:
+    def get_pd_copyback_info(self, *, eid: str, sid: str, **kwargs: Any) -> Any:
         """查询单块硬盘的回拷进度。
 
         参数:

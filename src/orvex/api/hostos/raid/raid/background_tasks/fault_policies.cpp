@@ -2,90 +2,88 @@
 // may eject per period, and the latency thresholds that mark a drive slow.
 // Only sorbctl manages them.
 #include "../frame/frame.hpp"
+#include "queries.hpp"
 
 namespace raid {
 
-using namespace py;
-
 namespace {
 
-// The kick-drive query reports failure as the literal text "fail".
-Ref kickdrive_status_sorbctl(Call& c) {
-  Ref parser = c.parsed("get_kickdrive_status_sorbctl");
-  if (equals(parser.get(), "fail")) raise_orvex("查询kickdrive失败");
-  return c.format(parser.get());
-}
-
-// The slow-drive query reports failure as an empty answer.
-Ref slowdrive_status_sorbctl(Call& c) {
-  Ref parser = c.parsed("get_slowdrive_status_sorbctl");
-  if (!truthy(parser.get())) raise_orvex("查询slowdrive失败");
-  return c.format(parser.get());
-}
+// The kick-drive query reports failure as the literal text "fail", the
+// slow-drive query as an empty answer.
+constexpr bg::GuardedQuery kKickdriveStatus{"get_kickdrive_status_sorbctl", "fail",
+                                            "查询kickdrive失败", nullptr};
+constexpr bg::GuardedQuery kSlowdriveStatus{"get_slowdrive_status_sorbctl", nullptr,
+                                            "查询slowdrive失败", nullptr};
 
 }  // namespace
 
 void add_fault_policies_ops(OpList& ops) {
   ops.push_back(
-      OpDef{"get_kickdrive_status",
-            "**kwargs",
-            "查询慢盘踢盘（kickdrive）策略状态（仅 sorbctl）。\n\n"
-            "参数:\n"
-            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-            "返回:\n"
-            "    dict: Reset_time（踢盘计数清零周期）、Total_allowed_kicks（每个周期最多踢盘数）、"
-            "Total_kicked（已踢出的慢盘数）、Reset_remaining_time（距计数清零的剩余时间）、"
-            "raw_data（工具的原始输出）。查询失败时抛出 OrvexException。",
-            {refuse(Tool::storcli64, "LSI卡storcli64工具没有 kickdrive 功能"),
-             refuse(Tool::arcconf, "PMC卡arcconf工具没有 kickdrive 功能"),
-             custom(Tool::sorbctl, kickdrive_status_sorbctl)}});
-  ops.push_back(OpDef{"set_kickdrive",
-                      "**kwargs",
-                      "设置慢盘踢盘（kickdrive）策略（仅 sorbctl）。\n\n"
-                      "参数:\n"
-                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
-                      "    period (str): 踢盘计数清零周期（天），工具缺省 30，范围 1~90。\n"
-                      "    sum (str): 每个周期最多踢盘数，工具缺省 1，范围 1~8。\n\n"
-                      "取值不做检查，原样交给工具。\n\n"
-                      "返回:\n    bool: 设置是否成功。",
-                      {refuse(Tool::storcli64, "LSI卡storcli64工具没有 kickdrive 功能"),
-                       refuse(Tool::arcconf, "PMC卡arcconf工具没有 kickdrive 功能"),
-                       checked(Tool::sorbctl, "set_kickdrive_sorbctl")}});
+      Op("get_kickdrive_status")
+          .params({kwargs()})
+          .doc("查询慢盘踢盘（kickdrive）策略状态（仅 sorbctl）。\n\n"
+               "参数:\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n"
+               "    dict: Reset_time（踢盘计数清零周期）、"
+               "Total_allowed_kicks（每个周期最多踢盘数）、"
+               "Total_kicked（已踢出的慢盘数）、Reset_remaining_time（距计数清零的剩余时间）、"
+               "raw_data（工具的原始输出）。查询失败时抛出 OrvexException。")
+          .returns_doc("dict")
+          .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 kickdrive 功能"),
+                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 kickdrive 功能"),
+                     custom(Tool::sorbctl, bg::guarded_query, &kKickdriveStatus)}));
+  ops.push_back(Op("set_kickdrive")
+                    .params({kwargs()})
+                    .doc("设置慢盘踢盘（kickdrive）策略（仅 sorbctl）。\n\n"
+                         "参数:\n"
+                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
+                         "    period (str): 踢盘计数清零周期（天），工具缺省 30，范围 1~90。\n"
+                         "    sum (str): 每个周期最多踢盘数，工具缺省 1，范围 1~8。\n\n"
+                         "取值不做检查，原样交给工具。\n\n"
+                         "返回:\n    bool: 设置是否成功。")
+                    .returns_doc("bool")
+                    .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 kickdrive 功能"),
+                               refuse(Tool::arcconf, "PMC卡arcconf工具没有 kickdrive 功能"),
+                               checked(Tool::sorbctl, "set_kickdrive_sorbctl")}));
   ops.push_back(
-      OpDef{"get_slowdrive_status",
-            "**kwargs",
-            "查询慢盘检测（slowdrive）配置（仅 sorbctl）。\n\n"
-            "参数:\n"
-            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-            "返回:\n"
-            "    dict: switch（各检测类型及其开关）、curr_config（当前生效的配置）、"
-            "next_config（重启后生效的配置）、raw_data（工具的原始输出）；两份配置各含 "
-            "Raid ratio、Raid Threshold、RawDrive Threshold。查询结果为空时抛出 OrvexException。",
-            {refuse(Tool::storcli64, "LSI卡storcli64工具没有 kickdrive 功能"),
-             refuse(Tool::arcconf, "PMC卡arcconf工具没有 kickdrive 功能"),
-             custom(Tool::sorbctl, slowdrive_status_sorbctl)}});
+      Op("get_slowdrive_status")
+          .params({kwargs()})
+          .doc(
+              "查询慢盘检测（slowdrive）配置（仅 sorbctl）。\n\n"
+              "参数:\n"
+              "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+              "返回:\n"
+              "    dict: switch（各检测类型及其开关）、curr_config（当前生效的配置）、"
+              "next_config（重启后生效的配置）、raw_data（工具的原始输出）；两份配置各含 "
+              "Raid ratio、Raid Threshold、RawDrive Threshold。查询结果为空时抛出 OrvexException。")
+          .returns_doc("dict")
+          .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 kickdrive 功能"),
+                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 kickdrive 功能"),
+                     custom(Tool::sorbctl, bg::guarded_query, &kSlowdriveStatus)}));
   ops.push_back(
-      OpDef{"set_slowdrive",
-            "disk_type:type, **kwargs",
-            "设置慢盘检测（slowdrive）参数（仅 sorbctl）。\n\n"
-            "参数:\n"
-            "    disk_type (str): \"raid\" 或 \"rawdrive\"，以 type 下发。\n"
-            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
-            "    sw (str): 检测开关，\"on\" 或 \"off\"。\n"
-            "    ratio (str): 三级慢盘时延倍数（相对同 RAID 组其他成员盘），4~64。\n"
-            "    media (str): \"ssd\" 或 \"hdd\"。\n"
-            "    susize (str): 条带大小（KB），32/64/128/256/512/1024；仅 raid 且 hdd，"
-            "且须同时给出 l1。\n"
-            "    l1 (str): 一级阈值（ms），仅 raid；hdd 条带 32~256 时 340 至 l2，512/1024 时 410 "
-            "至 l2；ssd 为 110 至 l2。\n"
-            "    l2 (str): 二级阈值（ms）；raid hdd 为 l1 至 l3，rawdrive hdd 为 810~20000。\n"
-            "    l3 (str): 三级阈值（ms），仅 raid，大于 l2，至多 20000。\n"
-            "    default (str): 传 \"default\" 恢复缺省配置。\n\n"
-            "取值不做检查，原样交给工具。\n\n"
-            "返回:\n    bool: 设置是否成功。",
-            {refuse(Tool::storcli64, "LSI卡storcli64工具没有 slowdrive 功能"),
-             refuse(Tool::arcconf, "PMC卡arcconf工具没有 slowdrive 功能"),
-             checked(Tool::sorbctl, "set_slowdrive_sorbctl")}});
+      Op("set_slowdrive")
+          .params({arg("disk_type").as("type"), kwargs()})
+          .doc("设置慢盘检测（slowdrive）参数（仅 sorbctl）。\n\n"
+               "参数:\n"
+               "    disk_type (str): \"raid\" 或 \"rawdrive\"，以 type 下发。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
+               "    sw (str): 检测开关，\"on\" 或 \"off\"。\n"
+               "    ratio (str): 三级慢盘时延倍数（相对同 RAID 组其他成员盘），4~64。\n"
+               "    media (str): \"ssd\" 或 \"hdd\"。\n"
+               "    susize (str): 条带大小（KB），32/64/128/256/512/1024；仅 raid 且 hdd，"
+               "且须同时给出 l1。\n"
+               "    l1 (str): 一级阈值（ms），仅 raid；hdd 条带 32~256 时 340 至 l2，512/1024 时 "
+               "410 至 l2；ssd 为 110 至 l2。\n"
+               "    l2 (str): 二级阈值（ms）；raid hdd 为 l1 至 l3，rawdrive hdd 为 810~20000。\n"
+               "    l3 (str): 三级阈值（ms），仅 raid，大于 l2，至多 20000。\n"
+               "    default (str): 传 \"default\" 恢复缺省配置。\n\n"
+               "取值不做检查，原样交给工具。\n\n"
+               "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
+          .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 slowdrive 功能"),
+                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 slowdrive 功能"),
+                     checked(Tool::sorbctl, "set_slowdrive_sorbctl")}));
 }
 
 }  // namespace raid

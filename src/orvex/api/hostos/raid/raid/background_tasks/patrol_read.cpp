@@ -2,6 +2,7 @@
 // per-drive scan and its progress.
 #include "../frame/frame.hpp"
 #include "../frame/toolkit.hpp"
+#include "queries.hpp"
 
 namespace raid {
 
@@ -10,227 +11,230 @@ using namespace kit;
 
 namespace {
 
-Ref ctl_status_storcli64(Call& c) {
-  Ref parser = c.parsed("ctr_get_patrolread_storcli64");
-  Ref flat = flatten_ctrl_props(parser.get());
-  return c.format_with(flat.get(), "get_ctl_patrolread_status_format");
-}
+constexpr const char* kStartSorbctl = "start_controller_patrolread_sorbctl";
+constexpr const char* kStopSorbctl = "stop_controller_patrolread_sorbctl";
 
-Ref ctl_status_sorbctl(Call& c) {
-  Ref parser = c.parsed("get_controller_patrolread_sorbctl");
-  if (!truthy(parser.get())) raise_orvex("Command execution failed, nothing returned.");
-  return c.format_with(parser.get(), "get_ctl_patrolread_status_format");
-}
+constexpr bg::PropsQuery kStatusStorcli64{"ctr_get_patrolread_storcli64",
+                                          "get_ctl_patrolread_status_format"};
+constexpr bg::GuardedQuery kStatusSorbctl{"get_controller_patrolread_sorbctl", nullptr,
+                                          "Command execution failed, nothing returned.",
+                                          "get_ctl_patrolread_status_format"};
+// storcli64 answers the rate as one property row, sorbctl within its state.
+constexpr bg::EntryQuery kRateStorcli64{"ctr_get_prrate_storcli64", "Controller Properties",
+                                        "Value", "Patrolread Rate", false};
+constexpr bg::EntryQuery kRateSorbctl{"get_controller_patrolread_sorbctl", nullptr,
+                                      "Patrolread Rate", "Patrolread Rate", true};
 
-Ref pd_oper_sorbctl(Call& c) {
+// The message names the operation given, whatever its type.
+Ref pd_oper_sorbctl(const Call& c) {
+  static constexpr Pair kWrappers[] = {{"start", "start_controller_pd_patrolread_sorbctl"},
+                                       {"stop", "stop_controller_pd_patrolread_sorbctl"}};
   Ref oper = c.p_get("oper");
-  const char* wrapper = nullptr;
-  if (equals(oper.get(), "start")) {
-    wrapper = "start_controller_pd_patrolread_sorbctl";
-  } else if (equals(oper.get(), "stop")) {
-    wrapper = "stop_controller_pd_patrolread_sorbctl";
-  } else {
-    Ref text = to_str(oper.get());
-    Ref head = str("传入的");
-    Ref tail = str("操作不存在, 请输入合法操作: start/stop");
-    Ref first = Ref::steal(PyUnicode_Concat(head.get(), text.get()));
-    Ref message = Ref::steal(PyUnicode_Concat(first.get(), tail.get()));
-    c.refuse(message.get());
+  for (const Pair& p : kWrappers) {
+    const int hit = equals(oper.get(), p.from);
+    if (hit < 0) return nullptr;
+    if (hit == 1) return c.checked(p.to);
   }
-  return checked_dispatch(c, wrapper);
+  Ref head = str("传入的");
+  Ref text = to_str(oper.get());
+  Ref tail = str("操作不存在, 请输入合法操作: start/stop");
+  Ref message = concat({head.get(), text.get(), tail.get()});
+  if (!message) return nullptr;
+  return c.refuse(message.get());
 }
 
-Ref oper_sorbctl(Call& c) {
-  Ref oper = c.p_get("oper");
-  const char* wrapper = nullptr;
-  if (equals(oper.get(), "start")) {
-    wrapper = "start_controller_patrolread_sorbctl";
-  } else if (equals(oper.get(), "stop")) {
-    wrapper = "stop_controller_patrolread_sorbctl";
-  } else {
-    c.refuse("7460卡sorbctl工具没有 设置巡读功能操作 功能");
-  }
-  return checked_dispatch(c, wrapper);
-}
-
-Ref pd_status_storcli64(Call& c) {
-  Ref result = dict();
+// One entry per drive, keyed by the drive's path ("all" lists them all).
+Ref pd_status_storcli64(const Call& c) {
   Ref parser = c.parsed("ctr_get_patrolread_cfg_storcli64");
-  Ref it = Ref::steal(PyObject_GetIter(parser.get()));
-  while (true) {
-    Ref entry = Ref::steal_or_null(PyIter_Next(it.get()));
-    if (!entry) {
-      if (PyErr_Occurred()) fail();
-      break;
-    }
-    Ref shaped = c.format_with(entry.get(), "get_pd_patrolread_status_format");
-    Ref drive = index(entry.get(), "Drive-ID");
-    set_item(result.get(), drive.get(), shaped.get());
-  }
+  Ref result = dict();
+  if (!parser || !result) return nullptr;
+  const int r = each(parser.get(), [&](PyObject* entry) {
+    Ref shaped = c.format_with(entry, "get_pd_patrolread_status_format");
+    if (!shaped) return -1;
+    Ref drive = index(entry, "Drive-ID");
+    return set_item(result.get(), drive.get(), shaped.get());
+  });
+  if (r < 0) return nullptr;
   return result;
 }
 
-Ref pd_status_sorbctl(Call& c) {
+// sorbctl answers for the one drive asked for, keyed by the caller's ids.
+Ref pd_status_sorbctl(const Call& c) {
   Ref parser = c.parsed("get_controller_pd_patrolread_sorbctl");
+  if (!parser) return nullptr;
   Ref shaped = c.format_with(parser.get(), "get_pd_patrolread_status_format");
   Ref adapter = c.p_get("adapter_id");
   Ref eid = c.p_get("eid");
   Ref sid = c.p_get("sid");
+  if (!shaped || !adapter || !eid || !sid) return nullptr;
   Ref key = format("/c%S/e%S/s%S", adapter.get(), eid.get(), sid.get());
   Ref result = dict();
-  set_item(result.get(), key.get(), shaped.get());
+  if (set_item(result.get(), key.get(), shaped.get()) < 0) return nullptr;
   return result;
 }
 
-Ref rate_storcli64(Call& c) {
-  Ref parser = c.parsed("ctr_get_prrate_storcli64");
-  Ref props = index(parser.get(), "Controller Properties");
-  Ref value = index(props.get(), "Value");
-  return dict({{"Patrolread Rate", value.get()}});
-}
-
-Ref rate_sorbctl(Call& c) {
-  Ref parser = c.parsed("get_controller_patrolread_sorbctl");
-  Ref value = get(parser.get(), "Patrolread Rate");
-  return dict({{"Patrolread Rate", value.get()}});
-}
-
-Ref switch_sorbctl(Call& c) {
+// sorbctl has no switch of its own: start and stop stand for on and off,
+// and switch_status is not passed on.
+Ref switch_sorbctl(const Call& c) {
+  static constexpr Pair kWrappers[] = {{"on", kStartSorbctl}, {"off", kStopSorbctl}};
   Ref state = index(c.params, "switch_status");
-  const char* wrapper = nullptr;
-  if (equals(state.get(), "on")) {
-    wrapper = "start_controller_patrolread_sorbctl";
-  } else if (equals(state.get(), "off")) {
-    wrapper = "stop_controller_patrolread_sorbctl";
-  } else {
-    c.refuse("7460卡sorbctl工具没有 设置巡读功能开关 功能");
+  for (const Pair& p : kWrappers) {
+    const int hit = equals(state.get(), p.from);
+    if (hit < 0) return nullptr;
+    if (hit == 1) return c.p_pop("switch_status") ? c.checked(p.to) : nullptr;
   }
-  c.p_pop("switch_status");
-  return checked_dispatch(c, wrapper);
+  return c.refuse("7460卡sorbctl工具没有 设置巡读功能开关 功能");
+}
+
+// storcli64 takes the start delay in hours; it is given in days.
+int delay_in_hours(const Call& c) {
+  Ref delay = c.p_get("delay");
+  const int given = truthy(delay.get());
+  if (given <= 0) return given;
+  Ref hours = days_as_hours(delay.get());
+  return hours ? c.p_set("delay", hours.get()) : -1;
+}
+
+// sorbctl takes the delay, in days as given, also as period_time.
+int delay_as_period(const Call& c) {
+  Ref delay = c.p_get("delay");
+  const int given = truthy(delay.get());
+  if (given <= 0) return given;
+  return c.p_set("period_time", delay.get());
 }
 
 }  // namespace
 
 void add_patrol_read_ops(OpList& ops) {
-  ops.push_back(OpDef{
-      "get_ctl_patrolread_status",
-      "**kwargs",
-      "查询控制器的巡读（patrol read）功能状态。\n\n"
-      "参数:\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n"
-      "    dict: PR_switch（巡读开关，如 'off'）、PR_period（巡读周期，如 '168 hours'）、"
-      "drive_parall_num（并行巡读硬盘数，如 '2'）、finish_drive_sum（已完成巡读的次数/硬盘数）、"
-      "run_status（运行状态，如 'Stopped'）、raw_data（工具的原始输出）。\n"
-      "    sorbctl 无任何输出时抛出 OrvexException；arcconf 不支持。",
-      {custom(Tool::storcli64, ctl_status_storcli64), custom(Tool::sorbctl, ctl_status_sorbctl),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能状态 功能")},
-      ResultType::dict});
   ops.push_back(
-      OpDef{"set_pd_patrolread_oper",
-            "oper, eid, sid, **kwargs",
-            "对单块硬盘开始或停止巡读（仅 sorbctl）。\n\n"
-            "参数:\n"
-            "    oper (str): \"start\" 或 \"stop\"。\n"
-            "    eid (str): 硬盘所在的 enclosure/通道编号。\n"
-            "    sid (str): 硬盘的槽位/设备编号。\n"
-            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
-            "    prrate (str): 巡读速率，\"low\"、\"medium\" 或 \"high\"。\n"
-            "    delay (str): 开始巡读前的延迟（小时）。\n\n"
-            "返回:\n"
-            "    bool: 设置是否成功。oper 不是 start/stop 时抛出 OrvexException 并指出传入的值。",
-            {refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置硬盘巡读功能操作 功能"),
-             custom(Tool::sorbctl, pd_oper_sorbctl),
-             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置硬盘巡读功能操作 功能")}});
-  ops.push_back(OpDef{
-      "set_patrolread_oper",
-      "oper, **kwargs",
-      "对整个控制器开始、停止、暂停或恢复巡读。\n\n"
-      "参数:\n"
-      "    oper (str): \"start\" 或 \"stop\"；storcli64 另支持 \"pause\"、\"resume\"。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
-      "    delay (str): 开始巡读前的延迟（小时）。\n"
-      "    period (str): 巡读周期（天）。\n"
-      "    prrate (str): 巡读速率，\"low\"、\"medium\" 或 \"high\"。\n"
-      "    pd_count (str): 同时巡读的硬盘数。\n\n"
-      "返回:\n"
-      "    bool: 设置是否成功。sorbctl 下 oper 不是 start/stop 时抛出 OrvexException。",
-      {checked(Tool::storcli64, "ctr_state_pr_storcli64"), custom(Tool::sorbctl, oper_sorbctl),
-       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能操作 功能")}});
+      Op("get_ctl_patrolread_status")
+          .params({kwargs()})
+          .doc("查询控制器的巡读（patrol read）功能状态。\n\n"
+               "参数:\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n"
+               "    dict: PR_switch（巡读开关，如 'off'）、PR_period（巡读周期，如 '168 hours'）、"
+               "drive_parall_num（并行巡读硬盘数，如 "
+               "'2'）、finish_drive_sum（已完成巡读的次数/硬盘数）、"
+               "run_status（运行状态，如 'Stopped'）、raw_data（工具的原始输出）。\n"
+               "    sorbctl 无任何输出时抛出 OrvexException；arcconf 不支持。")
+          .returns(ResultType::dict)
+          .variants({custom(Tool::storcli64, bg::props_query, &kStatusStorcli64),
+                     custom(Tool::sorbctl, bg::guarded_query, &kStatusSorbctl),
+                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能状态 功能")}));
   ops.push_back(
-      OpDef{"get_pd_patrolread_status",
-            "eid, sid, **kwargs",
-            "查询硬盘的巡读进度。\n\n"
-            "参数:\n"
-            "    eid (str): 硬盘所在的 enclosure/通道编号；storcli64 可传 \"all\"。\n"
-            "    sid (str): 硬盘的槽位/设备编号；storcli64 可传 \"all\"。\n"
-            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-            "返回:\n"
-            "    dict: 以硬盘路径（如 '/c0/e0/s0'）为键，值为 Status（如 'run'）、"
-            "Estimated_time_left（如 '32 min'）、Progress（如 '2'）和 raw_data。"
-            "storcli64 每块硬盘一项；sorbctl 只有一项，键为 /c<adapter_id>/e<eid>/s<sid>。",
-            {custom(Tool::storcli64, pd_status_storcli64), custom(Tool::sorbctl, pd_status_sorbctl),
-             refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询硬盘巡读功能状态 功能")}});
-  ops.push_back(OpDef{"get_patrolread_rate",
-                      "**kwargs",
-                      "查询巡读功能的后台速率。\n\n"
-                      "参数:\n"
-                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                      "返回:\n"
-                      "    dict: {'Patrolread Rate': 速率}；storcli64 为百分比（如 '40%'），"
-                      "sorbctl 为级别（如 'high'）。",
-                      {custom(Tool::storcli64, rate_storcli64), custom(Tool::sorbctl, rate_sorbctl),
-                       refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能后台速率 功能")}});
-  ops.push_back(OpDef{"set_patrolread_rate",
-                      "prrate, **kwargs",
-                      "设置巡读功能的后台速率。\n\n"
-                      "参数:\n"
-                      "    prrate (str): storcli64 为百分比，如 \"20\"、\"30\"、\"40\"、\"50\"；"
-                      "sorbctl 为 \"high\"、\"low\" 或 \"medium\"。\n"
-                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                      "返回:\n    bool: 设置是否成功。",
-                      {checked(Tool::storcli64, "ctr_set_prrate_storcli64"),
-                       checked(Tool::sorbctl, "set_controller_bgrate_patrolread_sorbctl"),
-                       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能后台速率 功能")}});
-  ops.push_back(OpDef{"set_patrolread_param",
-                      "**kwargs",
-                      "设置巡读功能参数（全部以关键字传入）。\n\n"
-                      "参数:\n"
-                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
-                      "    pd_count (str): 同时巡读的硬盘数。\n"
-                      "    delay (str): 巡读启动延迟（天）；storcli64 换算成小时下发（2 -> 48），"
-                      "sorbctl 同时以 period_time 下发原值。\n"
-                      "    start_time (str): 开始时间，如 \"2022/10/5 23\"。\n"
-                      "    inc_ssd_state (str): 是否巡读 SSD，\"on\" 或 \"off\"。\n"
-                      "    uncfg_areas_state (str): 是否巡读未配置区域，\"on\" 或 \"off\"。\n"
-                      "    prrate (str): 巡读速率，\"low\"、\"medium\" 或 \"high\"。\n\n"
-                      "返回:\n    bool: 设置是否成功。",
-                      {checked(Tool::storcli64, "ctr_set_patrolread_storcli64",
-                               [](Call& c) {
-                                 Ref delay = c.p_get("delay");
-                                 if (truthy(delay.get()))
-                                   c.p_set("delay", days_as_hours(delay.get()).get());
-                               }),
-                       checked(Tool::sorbctl, "set_controller_patrolread_sorbctl",
-                               [](Call& c) {
-                                 Ref delay = c.p_get("delay");
-                                 if (truthy(delay.get())) c.p_set("period_time", delay.get());
-                               }),
-                       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能参数 功能")}});
+      Op("set_pd_patrolread_oper")
+          .params({arg("oper"), arg("eid"), arg("sid"), kwargs()})
+          .doc(
+              "对单块硬盘开始或停止巡读（仅 sorbctl）。\n\n"
+              "参数:\n"
+              "    oper (str): \"start\" 或 \"stop\"。\n"
+              "    eid (str): 硬盘所在的 enclosure/通道编号。\n"
+              "    sid (str): 硬盘的槽位/设备编号。\n"
+              "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
+              "    prrate (str): 巡读速率，\"low\"、\"medium\" 或 \"high\"。\n"
+              "    delay (str): 开始巡读前的延迟（小时）。\n\n"
+              "返回:\n"
+              "    bool: 设置是否成功。oper 不是 start/stop 时抛出 OrvexException 并指出传入的值。")
+          .returns_doc("bool")
+          .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置硬盘巡读功能操作 功能"),
+                     custom(Tool::sorbctl, pd_oper_sorbctl),
+                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置硬盘巡读功能操作 功能")}));
   ops.push_back(
-      OpDef{"set_patrolread_switch",
-            "switch_status, **kwargs",
-            "打开或关闭巡读功能。\n\n"
-            "参数:\n"
-            "    switch_status (str): \"on\" 或 \"off\"。\n"
-            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
-            "    mode (str): 巡读模式，\"auto\" 或 \"manual\"。\n\n"
-            "返回:\n"
-            "    bool: 设置是否成功。sorbctl 通过开始/停止巡读实现，switch_status 不是 on/off 时"
-            "抛出 OrvexException。",
-            {checked(Tool::storcli64, "ctr_set_pr_switch_storcli64"),
-             custom(Tool::sorbctl, switch_sorbctl),
-             refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能开关 功能")}});
+      Op("set_patrolread_oper")
+          .params({arg("oper"), kwargs()})
+          .doc("对整个控制器开始、停止、暂停或恢复巡读。\n\n"
+               "参数:\n"
+               "    oper (str): \"start\" 或 \"stop\"；storcli64 另支持 \"pause\"、\"resume\"。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
+               "    delay (str): 开始巡读前的延迟（小时）。\n"
+               "    period (str): 巡读周期（天）。\n"
+               "    prrate (str): 巡读速率，\"low\"、\"medium\" 或 \"high\"。\n"
+               "    pd_count (str): 同时巡读的硬盘数。\n\n"
+               "返回:\n"
+               "    bool: 设置是否成功。sorbctl 下 oper 不是 start/stop 时抛出 OrvexException。")
+          .returns_doc("bool")
+          .variants(
+              {checked(Tool::storcli64, "ctr_state_pr_storcli64"),
+               checked_by(Tool::sorbctl, "oper", {{"start", kStartSorbctl}, {"stop", kStopSorbctl}},
+                          "7460卡sorbctl工具没有 设置巡读功能操作 功能", nullptr),
+               refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能操作 功能")}));
+  ops.push_back(
+      Op("get_pd_patrolread_status")
+          .params({arg("eid"), arg("sid"), kwargs()})
+          .doc("查询硬盘的巡读进度。\n\n"
+               "参数:\n"
+               "    eid (str): 硬盘所在的 enclosure/通道编号；storcli64 可传 \"all\"。\n"
+               "    sid (str): 硬盘的槽位/设备编号；storcli64 可传 \"all\"。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n"
+               "    dict: 以硬盘路径（如 '/c0/e0/s0'）为键，值为 Status（如 'run'）、"
+               "Estimated_time_left（如 '32 min'）、Progress（如 '2'）和 raw_data。"
+               "storcli64 每块硬盘一项；sorbctl 只有一项，键为 /c<adapter_id>/e<eid>/s<sid>。")
+          .returns_doc("dict")
+          .variants({custom(Tool::storcli64, pd_status_storcli64),
+                     custom(Tool::sorbctl, pd_status_sorbctl),
+                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询硬盘巡读功能状态 功能")}));
+  ops.push_back(
+      Op("get_patrolread_rate")
+          .params({kwargs()})
+          .doc("查询巡读功能的后台速率。\n\n"
+               "参数:\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n"
+               "    dict: {'Patrolread Rate': 速率}；storcli64 为百分比（如 '40%'），"
+               "sorbctl 为级别（如 'high'）。")
+          .returns_doc("dict")
+          .variants({custom(Tool::storcli64, bg::entry_query, &kRateStorcli64),
+                     custom(Tool::sorbctl, bg::entry_query, &kRateSorbctl),
+                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能后台速率 功能")}));
+  ops.push_back(
+      Op("set_patrolread_rate")
+          .params({arg("prrate"), kwargs()})
+          .doc("设置巡读功能的后台速率。\n\n"
+               "参数:\n"
+               "    prrate (str): storcli64 为百分比，如 \"20\"、\"30\"、\"40\"、\"50\"；"
+               "sorbctl 为 \"high\"、\"low\" 或 \"medium\"。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
+          .variants({checked(Tool::storcli64, "ctr_set_prrate_storcli64"),
+                     checked(Tool::sorbctl, "set_controller_bgrate_patrolread_sorbctl"),
+                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能后台速率 功能")}));
+  ops.push_back(
+      Op("set_patrolread_param")
+          .params({kwargs()})
+          .doc("设置巡读功能参数（全部以关键字传入）。\n\n"
+               "参数:\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
+               "    pd_count (str): 同时巡读的硬盘数。\n"
+               "    delay (str): 巡读启动延迟（天）；storcli64 换算成小时下发（2 -> 48），"
+               "sorbctl 同时以 period_time 下发原值。\n"
+               "    start_time (str): 开始时间，如 \"2022/10/5 23\"。\n"
+               "    inc_ssd_state (str): 是否巡读 SSD，\"on\" 或 \"off\"。\n"
+               "    uncfg_areas_state (str): 是否巡读未配置区域，\"on\" 或 \"off\"。\n"
+               "    prrate (str): 巡读速率，\"low\"、\"medium\" 或 \"high\"。\n\n"
+               "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
+          .variants(
+              {checked(Tool::storcli64, "ctr_set_patrolread_storcli64").prep(delay_in_hours),
+               checked(Tool::sorbctl, "set_controller_patrolread_sorbctl").prep(delay_as_period),
+               refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能参数 功能")}));
+  ops.push_back(
+      Op("set_patrolread_switch")
+          .params({arg("switch_status"), kwargs()})
+          .doc("打开或关闭巡读功能。\n\n"
+               "参数:\n"
+               "    switch_status (str): \"on\" 或 \"off\"。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
+               "    mode (str): 巡读模式，\"auto\" 或 \"manual\"。\n\n"
+               "返回:\n"
+               "    bool: 设置是否成功。sorbctl 通过开始/停止巡读实现，switch_status 不是 on/off 时"
+               "抛出 OrvexException。")
+          .returns_doc("bool")
+          .variants({checked(Tool::storcli64, "ctr_set_pr_switch_storcli64"),
+                     custom(Tool::sorbctl, switch_sorbctl),
+                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能开关 功能")}));
 }
 
 }  // namespace raid

@@ -1,253 +1,553 @@
-// The Raid object: argument binding, variant registration and selection,
-// the four variant forms, and the class built on the framework's base.
+// The Raid object: operation rows compiled once, argument binding, variant
+// registration and selection, the variant forms, and the class built on the
+// framework's base.
 #include "frame.hpp"
 
-#include <algorithm>
-#include <array>
 #include <cstring>
 #include <deque>
+#include <string>
 #include <utility>
+#include <vector>
 
-#include "strings.hpp"
+#include "runtime.hpp"
 
 namespace raid {
 
 using namespace py;
 
+// ---------------------------------------------------------------------------
+// Compiled rows: every name and text of a row as an interned Python string,
+// made once when the class is built.
+
 namespace {
 
-// ---------------------------------------------------------------------------
-// Compiled operations
-
-}  // namespace
-
-enum class Kind : std::uint8_t { positional, keyword_only };
-
-struct Param {
-  Ref name;      // interned parameter name
-  Ref key;       // key in params, or null when the argument is not stored
-  Ref fallback;  // default value, or null when required
+struct CParam {
+  Ref name;      // interned
+  Ref key;       // key in params; null when not stored
+  Ref fallback;  // default value; null when required
   Kind kind;
 };
 
+struct CPair {
+  Ref from;
+  Ref to;
+};
+
+struct CEdit {
+  Edit::Op op;
+  Ref key;
+  Ref other;
+  std::vector<CPair> table;
+  Prep prep;
+};
+
+struct CShape {
+  Shape::Op op;
+  Ref name;
+};
+
+struct CVariant {
+  const VariantDef* def;
+  Ref text;  // wrapper name or refusal message
+  std::vector<CEdit> edits;
+  std::vector<CShape> shapes;
+  Ref choose_key;
+  std::vector<CPair> choices;
+  Ref head;
+  Ref tail;
+};
+
+}  // namespace
+
 struct CompiledOp {
-  const OpDef* def;
-  std::vector<Param> params;
-  Py_ssize_t npos = 0;  // positional-or-keyword parameters
-  bool varkw = false;   // accepts **kwargs
-  bool has_optional_pos = false;
+  const OpDef* def = nullptr;
+  std::size_t index = 0;
+  std::vector<CParam> params;
+  Py_ssize_t npos = 0;      // positional-or-keyword parameters
+  Py_ssize_t nrequired = 0;  // ... of which without a default
+  Py_ssize_t catch_all = -1;  // slot of **kwargs, or -1
+  bool only_self = false;   // no parameters at all
+  bool builds_params = false;
+  Ref name;          // interned operation name
   Ref variant_name;  // interned __name__ of the variants
-  std::string doc;   // text signature + documentation
+  std::string doc;   // the builtin's text signature + documentation
+  std::string text_signature;  // "($self, /, ...)" of the class attribute
+  PyMethodDef method{};
+  std::vector<CVariant> variants;
+  PyObject* function = nullptr;  // the builtin bound to the operation object
 };
 
 namespace {
 
-std::deque<OpDef> g_defs_storage;  // stable addresses for OpDef
-// Indexed like the trampolines.  Lives for the process and is never
-// destroyed: its references must not be released after the interpreter has
-// finalised (exit crashed on 3.12 and later).
-std::vector<CompiledOp>& g_ops = *new std::vector<CompiledOp>();
-std::vector<PyMethodDef> g_methods;  // never reallocated once built
+std::deque<OpDef>& g_defs = *new std::deque<OpDef>();  // stable addresses
+// Lives for the process and is never destroyed: its references must not be
+// released after the interpreter has finalised (exit crashed on 3.12+).
+std::deque<CompiledOp>& g_ops = *new std::deque<CompiledOp>();
 
-Ref parse_default(const std::string& text) {
-  if (text == "None") return none();
-  if (text.size() >= 2 && (text.front() == '\'' || text.front() == '"')) {
-    return str(text.substr(1, text.size() - 2).c_str());
+PyTypeObject* g_raid_type = nullptr;
+PyTypeObject* g_variant_type = nullptr;
+PyTypeObject* g_op_type = nullptr;
+
+struct Framework {
+  Ref host_os_base;
+  Ref hostos_ns;
+  Ref host_type;
+  Ref obj_attr_decorator;
+  Ref load_from_file;
+  Ref orvex_exception;
+  Ref output_formatter;
+  Ref namedtuple;
+  Ref method_type;
+  Ref module;
+  Ref config_dir;  // "<module dir>/config/" once known
+};
+Framework* g_fw = nullptr;  // lives for the process
+
+Ref import_name(const char* module, const char* name) {
+  Ref m = Ref::steal(PyImport_ImportModule(module));
+  return getattr(m.get(), name);
+}
+
+// ---------------------------------------------------------------------------
+// Checking and compiling a row
+
+Ref declaration_error(const char* op, const char* what, const char* detail) {
+  PyErr_Format(PyExc_SystemError, "Raid.%s: %s%s", op, what, detail == nullptr ? "" : detail);
+  return nullptr;
+}
+
+bool is_identifier(const char* s) {
+  if (s == nullptr || *s == '\0' || (*s >= '0' && *s <= '9')) return false;
+  for (; *s != '\0'; ++s) {
+    const char ch = *s;
+    const bool ok = (ch >= 'a' && ch <= 'z') || (ch >= 'A' && ch <= 'Z') ||
+                    (ch >= '0' && ch <= '9') || ch == '_';
+    if (!ok) return false;
   }
-  return Ref::steal(PyLong_FromString(text.c_str(), nullptr, 10));
+  return true;
 }
 
-std::string trim(const std::string& s) {
-  std::size_t b = s.find_first_not_of(' ');
-  std::size_t e = s.find_last_not_of(' ');
-  return b == std::string::npos ? std::string() : s.substr(b, e - b + 1);
-}
-
-CompiledOp compile(const OpDef& def) {
-  CompiledOp op;
-  op.def = &def;
-  op.variant_name = intern(def.variant_name != nullptr ? def.variant_name : def.name);
-  std::string text;  // parameters for the text signature
-  Kind kind = Kind::positional;
-  std::string sig = def.signature;
-  std::size_t start = 0;
-  while (start < sig.size()) {
-    std::size_t comma = sig.find(',', start);
-    if (comma == std::string::npos) comma = sig.size();
-    std::string tok = trim(sig.substr(start, comma - start));
-    start = comma + 1;
-    if (tok.empty()) continue;
-    std::string shown = tok;
-    if (tok == "*") {
-      kind = Kind::keyword_only;
-    } else if (tok.rfind("**", 0) == 0) {
-      op.varkw = true;
-    } else {
-      std::string name = tok;
-      std::string deflt;
-      std::size_t eq = name.find('=');
-      if (eq != std::string::npos) {
-        deflt = trim(name.substr(eq + 1));
-        name = trim(name.substr(0, eq));
-      }
-      std::string key = name;
-      std::size_t colon = name.find(':');
-      if (colon != std::string::npos) {
-        key = name.substr(colon + 1);
-        name = name.substr(0, colon);
-      }
-      Param p;
-      p.name = intern(name.c_str());
-      if (key != "-") p.key = intern(key.c_str());
-      if (!deflt.empty()) p.fallback = parse_default(deflt);
-      p.kind = kind;
-      if (kind == Kind::positional) {
-        ++op.npos;
-        if (p.fallback) op.has_optional_pos = true;
-      }
-      op.params.push_back(std::move(p));
-      shown = name;
-      if (!deflt.empty()) shown.append("=").append(deflt);
+// A default literal: None, True, False, an integer or a quoted string
+// without escapes.  Empty Ref (no error set) for anything else.
+Ref parse_literal(const char* text) {
+  const std::size_t n = std::strlen(text);
+  if (std::strcmp(text, "None") == 0) return none();
+  if (std::strcmp(text, "True") == 0) return boolean(true);
+  if (std::strcmp(text, "False") == 0) return boolean(false);
+  if (n >= 2 && (text[0] == '\'' || text[0] == '"') && text[n - 1] == text[0]) {
+    const std::string body(text + 1, n - 2);
+    if (body.find(text[0]) != std::string::npos || body.find('\\') != std::string::npos) {
+      return nullptr;
     }
-    text += ", " + shown;
+    return Ref::steal(PyUnicode_FromStringAndSize(body.data(), static_cast<Py_ssize_t>(n - 2)));
   }
-  op.doc = std::string(def.name) + "($self, /" + text + ")\n--\n\n" + (def.doc ? def.doc : "");
-  return op;
+  std::size_t i = (text[0] == '-') ? 1 : 0;
+  if (i == n) return nullptr;
+  for (; i < n; ++i) {
+    if (text[i] < '0' || text[i] > '9') return nullptr;
+  }
+  return Ref::steal(PyLong_FromString(text, nullptr, 10));
+}
+
+std::vector<CPair> compile_pairs(const std::vector<Pair>& pairs, bool* ok) {
+  std::vector<CPair> out;
+  for (const Pair& p : pairs) {
+    CPair c{intern(p.from), intern(p.to)};
+    if (!c.from || !c.to) *ok = false;
+    out.push_back(std::move(c));
+  }
+  return out;
+}
+
+int compile_params(CompiledOp& op) {
+  const OpDef& def = *op.def;
+  const char* name = def.name;
+  std::string sig = std::string(name) + "($operation, self, /";
+  Kind last = Kind::positional;
+  bool seen_default = false;
+  bool star_written = false;
+  for (std::size_t i = 0; i < def.params.size(); ++i) {
+    const ParamDef& p = def.params[i];
+    if (!is_identifier(p.name)) {
+      declaration_error(name, "bad parameter name ", p.name == nullptr ? "(null)" : p.name);
+      return -1;
+    }
+    if (std::strcmp(p.name, "self") == 0) {
+      declaration_error(name, "a parameter named self", nullptr);
+      return -1;
+    }
+    for (std::size_t j = 0; j < i; ++j) {
+      if (std::strcmp(def.params[j].name, p.name) == 0) {
+        declaration_error(name, "duplicate parameter ", p.name);
+        return -1;
+      }
+    }
+    if (static_cast<int>(p.kind) < static_cast<int>(last) || last == Kind::catch_all) {
+      declaration_error(name, "parameters out of order (positional, keyword-only, catch-all) at ",
+                        p.name);
+      return -1;
+    }
+    last = p.kind;
+    CParam c;
+    c.kind = p.kind;
+    c.name = intern(p.name);
+    if (!c.name) return -1;
+    if (p.kind == Kind::catch_all) {
+      if (p.fallback != nullptr || p.key != nullptr) {
+        declaration_error(name, "a catch-all with a default or a key: ", p.name);
+        return -1;
+      }
+      op.catch_all = static_cast<Py_ssize_t>(i);
+      sig.append(", **").append(p.name);
+      op.params.push_back(std::move(c));
+      continue;
+    }
+    if (p.stored) {
+      c.key = intern(p.key != nullptr ? p.key : p.name);
+      if (!c.key) return -1;
+    }
+    if (p.fallback != nullptr) {
+      c.fallback = parse_literal(p.fallback);
+      if (!c.fallback) {
+        if (PyErr_Occurred() == nullptr) {
+          declaration_error(name, "unknown default literal ", p.fallback);
+        }
+        return -1;
+      }
+    }
+    if (p.kind == Kind::positional) {
+      if (p.fallback != nullptr) {
+        seen_default = true;
+      } else if (seen_default) {
+        declaration_error(name, "a required parameter after one with a default: ", p.name);
+        return -1;
+      } else {
+        ++op.nrequired;
+      }
+      ++op.npos;
+    } else if (!star_written) {
+      sig.append(", *");
+      star_written = true;
+    }
+    sig.append(", ").append(p.name);
+    if (p.fallback != nullptr) sig.append("=").append(p.fallback);
+    op.params.push_back(std::move(c));
+  }
+  op.only_self = def.params.empty();
+  op.builds_params = def.build != nullptr || !def.params.empty();
+  sig.append(")");
+  op.text_signature = "($self" + sig.substr(sig.find(", self") + 6);
+  sig.append("\n--\n\n").append(def.doc == nullptr ? "" : def.doc);
+  op.doc = std::move(sig);
+  return 0;
+}
+
+int compile_variants(CompiledOp& op) {
+  const OpDef& def = *op.def;
+  const char* name = def.name;
+  if (def.direct != nullptr) {
+    if (!def.variants.empty()) {
+      declaration_error(name, "a direct operation with variants", nullptr);
+      return -1;
+    }
+    return 0;
+  }
+  if (def.variants.empty()) {
+    declaration_error(name, "no variants", nullptr);
+    return -1;
+  }
+  for (const VariantDef& v : def.variants) {
+    CVariant c;
+    c.def = &v;
+    bool ok = true;
+    const bool chosen = v.choose_key != nullptr;
+    switch (v.form) {
+      case Form::custom:
+        if (v.body == nullptr) return declaration_error(name, "a custom variant without a body", nullptr), -1;
+        break;
+      case Form::refusal:
+      case Form::query:
+      case Form::checked:
+      case Form::action:
+        if (v.text == nullptr && !(chosen && (v.form == Form::checked || v.form == Form::action))) {
+          declaration_error(name, "a variant without its wrapper or message", nullptr);
+          return -1;
+        }
+        break;
+    }
+    if (v.text != nullptr) {
+      c.text = intern(v.text);
+      ok = ok && c.text;
+    }
+    if ((!v.edits.empty() || chosen) && !op.builds_params) {
+      declaration_error(name, "edits of params in an operation that builds none", nullptr);
+      return -1;
+    }
+    for (const Edit& e : v.edits) {
+      CEdit ce;
+      ce.op = e.op;
+      ce.prep = e.prep;
+      if (e.op == Edit::Op::fn) {
+        if (e.prep == nullptr) return declaration_error(name, "a prep edit without its function", nullptr), -1;
+      } else if (e.key == nullptr) {
+        declaration_error(name, "an edit without its key", nullptr);
+        return -1;
+      } else {
+        ce.key = intern(e.key);
+        ok = ok && ce.key;
+      }
+      const bool needs_other =
+          e.op == Edit::Op::put || e.op == Edit::Op::rename || e.op == Edit::Op::copy;
+      if (needs_other) {
+        if (e.other == nullptr) return declaration_error(name, "an edit without its text or new key ", e.key), -1;
+        ce.other = intern(e.other);
+        ok = ok && ce.other;
+      }
+      ce.table = compile_pairs(e.table, &ok);
+      c.edits.push_back(std::move(ce));
+    }
+    if (!v.shapes.empty() && v.form != Form::query) {
+      declaration_error(name, "shape steps on a variant that is not a query", nullptr);
+      return -1;
+    }
+    for (const Shape& s : v.shapes) {
+      CShape cs;
+      cs.op = s.op;
+      const bool needs_name = s.op == Shape::Op::at || s.op == Shape::Op::get ||
+                              s.op == Shape::Op::post || s.op == Shape::Op::method;
+      if (needs_name && s.name == nullptr) return declaration_error(name, "a shape step without its name", nullptr), -1;
+      if (s.name != nullptr) {
+        cs.name = intern(s.name);
+        ok = ok && cs.name;
+      }
+      c.shapes.push_back(std::move(cs));
+    }
+    if (chosen) {
+      if (v.refuse_head == nullptr || v.choices.empty()) {
+        declaration_error(name, "a choice without its wrappers or refusal", nullptr);
+        return -1;
+      }
+      c.choose_key = intern(v.choose_key);
+      c.head = intern(v.refuse_head);
+      ok = ok && c.choose_key && c.head;
+      if (v.refuse_tail != nullptr) {
+        c.tail = intern(v.refuse_tail);
+        ok = ok && c.tail;
+      }
+      c.choices = compile_pairs(v.choices, &ok);
+    }
+    if (!ok) return -1;
+    op.variants.push_back(std::move(c));
+  }
+  return 0;
 }
 
 // ---------------------------------------------------------------------------
 // Argument binding
 
-struct Bound {
-  Ref args;    // tuple of declared arguments
-  Ref params;  // dict or null
+// Keyword arguments as they arrive: names and values (fast calls) or a dict.
+struct Keywords {
+  PyObject* names = nullptr;  // tuple (fast calls)
+  PyObject* const* values = nullptr;
+  PyObject* dict = nullptr;  // (tuple calls)
+
+  Py_ssize_t size() const {
+    if (names != nullptr) return PyTuple_Size(names);
+    return dict != nullptr ? PyDict_Size(dict) : 0;
+  }
+  // f(key, value) for each; stops at f's first non-zero result.
+  template <class F>
+  int each(F&& f) const {
+    if (names != nullptr) {
+      const Py_ssize_t n = PyTuple_Size(names);
+      for (Py_ssize_t i = 0; i < n; ++i) {
+        const int r = f(PyTuple_GetItem(names, i), values[i]);
+        if (r != 0) return r;
+      }
+    } else if (dict != nullptr) {
+      Py_ssize_t pos = 0;
+      PyObject* k = nullptr;
+      PyObject* v = nullptr;
+      while (PyDict_Next(dict, &pos, &k, &v)) {
+        const int r = f(k, v);
+        if (r != 0) return r;
+      }
+    }
+    return 0;
+  }
 };
 
-[[noreturn]] void too_many_positional(const CompiledOp& op, Py_ssize_t given) {
-  Py_ssize_t expected = op.npos + 1;  // the object itself counts
-  PyErr_Format(PyExc_TypeError, "%.200s() takes %.8s %zd positional argument%.1s (%zd given)",
-               op.def->name, op.has_optional_pos ? "at most" : "exactly", expected,
-               expected == 1 ? "" : "s", given + 1);
-  fail();
+bool same_name(PyObject* a, PyObject* b) {
+  if (a == b) return true;
+  return PyUnicode_Check(b) && PyUnicode_Compare(a, b) == 0;
 }
 
-Bound bind(const CompiledOp& op, PyObject* args, PyObject* kw) {
-  const Py_ssize_t nargs = PyTuple_Size(args);
-  const std::size_t n = op.params.size();
-  if (nargs > op.npos) too_many_positional(op, nargs);
+PyObject* count_error(const CompiledOp& op, const char* how, Py_ssize_t expected,
+                      Py_ssize_t given) {
+  PyErr_Format(PyExc_TypeError, "%.200s() takes %.8s %zd positional argument%.1s (%zd given)",
+               op.def->name, how, expected, expected == 1 ? "" : "s", given);
+  return nullptr;
+}
 
-  PyObject* values_small[16];
-  std::vector<PyObject*> values_big;
-  PyObject** values = values_small;
-  if (n > 16) {
-    values_big.assign(n, nullptr);
-    values = values_big.data();
-  } else {
-    std::fill(values_small, values_small + 16, nullptr);
-  }
-  for (Py_ssize_t i = 0; i < nargs; ++i) values[i] = PyTuple_GetItem(args, i);
-
+// The bound arguments of one call: the declared parameters in order (the
+// catch-all's slot holds the extra keywords), and params.
+struct Bound {
+  PyObject* small[12];
+  std::vector<PyObject*> big;
+  PyObject** values = small;
   Ref extra;
-  Py_ssize_t nkw = (kw != nullptr) ? PyDict_Size(kw) : 0;
+  Ref params;
+  Ref hold;  // keeps the values of a tuple call
+};
+
+// self is args[0]; nargs counts it.
+int bind(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const Keywords& kw,
+         Bound& b) {
+  const char* name = op.def->name;
+  const Py_ssize_t nkw = kw.size();
+  if (op.only_self) {
+    if (nkw > 0) {
+      PyErr_Format(PyExc_TypeError, "%.200s() takes no keyword arguments", name);
+      return -1;
+    }
+    if (nargs != 1) {
+      PyErr_Format(PyExc_TypeError, "%.200s() takes exactly one argument (%zd given)", name, nargs);
+      return -1;
+    }
+  }
+  const bool optional = op.npos > op.nrequired;
+  if (nargs > op.npos + 1) {
+    count_error(op, optional ? "at most" : "exactly", op.npos + 1, nargs);
+    return -1;
+  }
+  const std::size_t n = op.params.size();
+  if (n > sizeof(b.small) / sizeof(b.small[0])) {
+    b.big.assign(n, nullptr);
+    b.values = b.big.data();
+  } else {
+    for (std::size_t i = 0; i < n; ++i) b.small[i] = nullptr;
+  }
+  const Py_ssize_t given = nargs > 0 ? nargs - 1 : 0;
+  for (Py_ssize_t i = 0; i < given; ++i) b.values[i] = args[i + 1];
+
+  // Keywords: the first misuse is kept and reported after a missing
+  // positional argument, which is told first.
+  PyObject* twice = nullptr;
+  PyObject* unexpected = nullptr;
   if (nkw > 0) {
-    Py_ssize_t used = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-      PyObject* v = PyDict_GetItemWithError(kw, op.params[i].name.get());
-      if (v == nullptr) {
-        if (PyErr_Occurred()) fail();
-        continue;
-      }
-      if (static_cast<Py_ssize_t>(i) < nargs) {
-        PyErr_Format(PyExc_TypeError, "%.200s() got multiple values for argument '%U'",
-                     op.def->name, op.params[i].name.get());
-        fail();
-      }
-      values[i] = v;
-      ++used;
+    if (op.catch_all >= 0) {
+      b.extra = Ref::steal(PyDict_New());
+      if (!b.extra) return -1;
     }
-    if (used < nkw) {
-      extra = Ref::steal(PyDict_New());
-      Py_ssize_t pos = 0;
-      PyObject* key;
-      PyObject* value;
-      while (PyDict_Next(kw, &pos, &key, &value)) {
-        bool declared = false;
-        for (const Param& p : op.params) {
-          if (p.name.get() == key ||
-              (PyUnicode_Check(key) && PyUnicode_Compare(p.name.get(), key) == 0)) {
-            declared = true;
-            break;
-          }
-        }
-        if (declared) continue;
-        if (!op.varkw) {
-          PyErr_Format(PyExc_TypeError, "%s() got an unexpected keyword argument '%U'",
-                       op.def->name, key);
-          fail();
-        }
-        set_item(extra.get(), key, value);
+    const int r = kw.each([&](PyObject* key, PyObject* value) {
+      if (PyUnicode_Check(key) && PyUnicode_CompareWithASCIIString(key, "self") == 0) {
+        if (twice == nullptr) twice = key;
+        return 0;
       }
-    }
+      for (std::size_t i = 0; i < n; ++i) {
+        const CParam& p = op.params[i];
+        if (p.kind == Kind::catch_all || !same_name(p.name.get(), key)) continue;
+        if (static_cast<Py_ssize_t>(i) < given) {
+          if (twice == nullptr) twice = key;
+        } else {
+          b.values[i] = value;
+        }
+        return 0;
+      }
+      if (!b.extra) {
+        if (unexpected == nullptr) unexpected = key;
+        return 0;
+      }
+      return PyDict_SetItem(b.extra.get(), key, value) < 0 ? -1 : 0;
+    });
+    if (r < 0) return -1;
   }
-
-  Bound b;
-  b.args = Ref::steal(PyTuple_New(static_cast<Py_ssize_t>(n)));
+  bool missing = nargs == 0;  // not even the object
+  for (Py_ssize_t i = given; i < op.npos; ++i) {
+    missing = missing || (b.values[i] == nullptr && !op.params[static_cast<std::size_t>(i)].fallback);
+  }
+  if (missing) {
+    count_error(op, optional ? "at least" : "exactly", op.nrequired + 1, nargs);
+    return -1;
+  }
+  if (twice != nullptr) {
+    PyErr_Format(PyExc_TypeError, "%.200s() got multiple values for keyword argument '%U'", name,
+                 twice);
+    return -1;
+  }
+  if (unexpected != nullptr) {
+    PyErr_Format(PyExc_TypeError, "%.200s() got an unexpected keyword argument '%U'", name,
+                 unexpected);
+    return -1;
+  }
+  if (!PyObject_TypeCheck(args[0], g_raid_type)) {
+    Ref tname = getattr(reinterpret_cast<PyObject*>(Py_TYPE(args[0])), names().name);
+    if (tname) {
+      PyErr_Format(PyExc_TypeError,
+                   "descriptor '%s' for 'Raid' objects doesn't apply to a '%U' object", name,
+                   tname.get());
+    }
+    return -1;
+  }
   for (std::size_t i = 0; i < n; ++i) {
-    const Param& p = op.params[i];
-    PyObject* v = values[i];
-    if (v == nullptr) {
-      if (p.fallback) {
-        v = p.fallback.get();
-      } else if (p.kind == Kind::keyword_only) {
-        PyErr_Format(PyExc_TypeError, "%s() needs keyword-only argument %U", op.def->name,
-                     p.name.get());
-        fail();
-      } else {
-        PyErr_Format(PyExc_TypeError, "%.200s() missing required argument '%U' (pos %zd)",
-                     op.def->name, p.name.get(), static_cast<Py_ssize_t>(i) + 1);
-        fail();
+    const CParam& p = op.params[i];
+    if (b.values[i] != nullptr) continue;
+    if (p.kind == Kind::catch_all) {
+      if (!b.extra) {
+        b.extra = Ref::steal(PyDict_New());
+        if (!b.extra) return -1;
       }
+      b.values[i] = b.extra.get();
+    } else if (p.fallback) {
+      b.values[i] = p.fallback.get();
+    } else {
+      PyErr_Format(PyExc_TypeError, "%s() needs keyword-only argument %U", name, p.name.get());
+      return -1;
     }
-    Py_INCREF(v);
-    PyTuple_SetItem(b.args.get(), static_cast<Py_ssize_t>(i), v);
   }
 
-  if (n == 0 && !op.varkw && op.def->build == nullptr) return b;  // no params at all
+  if (!op.builds_params) return 0;  // no params at all
   if (op.def->build != nullptr) {
-    if (!extra) extra = Ref::steal(PyDict_New());
-    b.params = op.def->build(b.args.get(), extra.get());
-    return b;
+    if (!b.extra) {
+      b.extra = Ref::steal(PyDict_New());
+      if (!b.extra) return -1;
+    }
+    b.params = op.def->build(b.values, b.extra.get());
+    return b.params ? 0 : -1;
   }
   b.params = Ref::steal(PyDict_New());
+  if (!b.params) return -1;
   for (std::size_t i = 0; i < n; ++i) {
-    if (op.params[i].key) {
-      set_item(b.params.get(), op.params[i].key.get(),
-               PyTuple_GetItem(b.args.get(), static_cast<Py_ssize_t>(i)));
-    }
+    const CParam& p = op.params[i];
+    if (p.key && PyDict_SetItem(b.params.get(), p.key.get(), b.values[i]) < 0) return -1;
   }
-  if (extra) update(b.params.get(), extra.get());
-  return b;
+  if (b.extra && PyDict_Size(b.extra.get()) > 0 && PyDict_Update(b.params.get(), b.extra.get()) < 0) {
+    return -1;
+  }
+  return 0;
 }
 
 // ---------------------------------------------------------------------------
 // Variant objects: real callables with the variant's name, holding the
-// object, params and the bound arguments for the duration of one call.
+// object, params and the bound arguments for as long as the framework keeps
+// them.
 
 struct VariantObject {
-  PyObject_HEAD PyObject* self;
+  PyObject_VAR_HEAD PyObject* self;
   PyObject* params;
-  PyObject* args;
   const CompiledOp* op;
   std::size_t index;
+  PyObject* args[1];  // Py_SIZE(o) bound arguments
 };
-
-PyTypeObject* g_variant_type = nullptr;
 
 int variant_traverse(PyObject* o, visitproc visit, void* arg) {
   auto* v = reinterpret_cast<VariantObject*>(o);
+  // Heap types made by PyType_FromSpec are visited by their instances from
+  // 3.9 on, and must not be before.
+  if (g_runtime.version >= 0x03090000) Py_VISIT(reinterpret_cast<PyObject*>(Py_TYPE(o)));
   Py_VISIT(v->self);
   Py_VISIT(v->params);
-  Py_VISIT(v->args);
+  for (Py_ssize_t i = 0; i < Py_SIZE(o); ++i) Py_VISIT(v->args[i]);
   return 0;
 }
 
@@ -255,7 +555,7 @@ int variant_clear(PyObject* o) {
   auto* v = reinterpret_cast<VariantObject*>(o);
   Py_CLEAR(v->self);
   Py_CLEAR(v->params);
-  Py_CLEAR(v->args);
+  for (Py_ssize_t i = 0; i < Py_SIZE(o); ++i) Py_CLEAR(v->args[i]);
   return 0;
 }
 
@@ -268,34 +568,163 @@ void variant_dealloc(PyObject* o) {
   Py_DECREF(tp);
 }
 
-Ref run_variant(VariantObject* v) {
-  const VariantDef& def = v->op->def->variants[v->index];
-  Call call{v->self, v->params, v->args, *v->op->def, def, v->op};
+int apply_edits(const Call& c, const CVariant& v) {
+  for (const CEdit& e : v.edits) {
+    PyObject* params = c.params;
+    switch (e.op) {
+      case Edit::Op::put:
+        if (PyDict_SetItem(params, e.key.get(), e.other.get()) < 0) return -1;
+        break;
+      case Edit::Op::rename: {
+        Ref value = call_method(params, names().pop, {e.key.get()});
+        if (!value || PyDict_SetItem(params, e.other.get(), value.get()) < 0) return -1;
+        break;
+      }
+      case Edit::Op::copy: {
+        Ref value = get(params, e.key.get());
+        if (!value || PyDict_SetItem(params, e.other.get(), value.get()) < 0) return -1;
+        break;
+      }
+      case Edit::Op::drop: {
+        const int has = PyDict_Contains(params, e.key.get());
+        if (has < 0 || (has == 1 && PyDict_DelItem(params, e.key.get()) < 0)) return -1;
+        break;
+      }
+      case Edit::Op::translate:
+      case Edit::Op::translate_or_none:
+      case Edit::Op::translate_strict: {
+        Ref value = get(params, e.key.get());
+        if (!value) return -1;
+        PyObject* to = nullptr;
+        for (const CPair& p : e.table) {
+          const int eq = PyUnicode_CheckExact(value.get())
+                             ? (PyUnicode_Compare(value.get(), p.from.get()) == 0 ? 1 : 0)
+                             : PyObject_RichCompareBool(value.get(), p.from.get(), Py_EQ);
+          if (eq < 0) return -1;
+          if (eq == 1) {
+            to = p.to.get();
+            break;
+          }
+        }
+        if (to == nullptr) {
+          if (e.op == Edit::Op::translate) break;
+          if (e.op == Edit::Op::translate_strict) {
+            Ref key_args = tuple({value.get()});
+            if (key_args) PyErr_SetObject(PyExc_KeyError, key_args.get());
+            return -1;
+          }
+          to = Py_None;
+        }
+        if (PyDict_SetItem(params, e.key.get(), to) < 0) return -1;
+        break;
+      }
+      case Edit::Op::fn:
+        if (e.prep(c) < 0) return -1;
+        break;
+    }
+  }
+  return 0;
+}
+
+Ref dispatch_name(const Call& c, PyObject* wrapper, PyObject* p, Route r) {
+  if (wrapper == nullptr) return nullptr;
+  Ref target = Ref::borrow(c.self);
+  if (r == Route::host) target = getattr(c.self, names().host);
+  if (r == Route::dispatcher) target = getattr(c.self, names().dispatcher);
+  if (p == nullptr) return call_method(target.get(), names().dispatch, {wrapper});
+  return call_method(target.get(), names().dispatch, {wrapper, p});
+}
+
+// The wrapper of a variant: its own, or the one chosen by a params value.
+Ref wrapper_of(const Call& c, const CVariant& v) {
+  if (!v.choose_key) return v.text;
+  Ref value = index(c.params, v.choose_key.get());
+  if (!value) return nullptr;
+  for (const CPair& p : v.choices) {
+    const int eq = PyObject_RichCompareBool(value.get(), p.from.get(), Py_EQ);
+    if (eq < 0) return nullptr;
+    if (eq == 1) return p.to;
+  }
+  if (!v.tail) return raise_orvex(v.head.get());
+  Ref message = concat({v.head.get(), value.get(), v.tail.get()});
+  return raise_orvex(message.get());
+}
+
+Ref shape(const Call& c, const CVariant& v, Ref x) {
+  for (const CShape& s : v.shapes) {
+    if (!x) return nullptr;
+    switch (s.op) {
+      case Shape::Op::at:
+        x = index(x.get(), s.name.get());
+        break;
+      case Shape::Op::get:
+        x = get(x.get(), s.name.get());
+        break;
+      case Shape::Op::first:
+        x = item(x.get(), 0);
+        break;
+      case Shape::Op::merge:
+        x = merge_output(x.get(), nullptr, nullptr);
+        break;
+      case Shape::Op::format:
+        if (!s.name) {
+          x = format_output(x.get(), c.tool_name(), nullptr, c.name());
+        } else {
+          Ref f = c.formatter();
+          Ref tmpl = getattr(f.get(), s.name.get());
+          if (!tmpl) return nullptr;
+          x = format_output(x.get(), c.tool_name(), tmpl.get(), c.name());
+        }
+        break;
+      case Shape::Op::post: {
+        Ref f = c.formatter();
+        x = call_method(f.get(), s.name.get(), {x.get()});
+        break;
+      }
+      case Shape::Op::method:
+        x = call_method(x.get(), s.name.get());
+        break;
+    }
+  }
+  return x;
+}
+
+Ref run_variant(VariantObject* vo) {
+  const CompiledOp& op = *vo->op;
+  const CVariant& v = op.variants[vo->index];
+  const VariantDef& def = *v.def;
+  const Call c{vo->self, vo->params, vo->args, *op.def, def, &op};
+  if (def.form == Form::refusal) return raise_orvex(v.text.get());
+  if (apply_edits(c, v) < 0) return nullptr;
   switch (def.form) {
-    case Form::refusal:
-      raise_orvex(def.text);
     case Form::checked: {
-      if (def.prep) def.prep(call);
-      Ref p = call.parsed(def.text, def.route);
-      return boolean(Call::success(p.get()));
+      Ref wrapper = wrapper_of(c, v);
+      Ref answer = dispatch_name(c, wrapper.get(), c.params, def.route);
+      Ref first = item(answer.get(), 0);
+      Ref entry = get(first.get(), names().parser);
+      if (!entry) return nullptr;
+      const int ok = Call::success(entry.get());
+      return ok < 0 ? nullptr : boolean(ok == 1);
     }
     case Form::action: {
-      if (def.prep) def.prep(call);
-      Ref r = call.raw(def.text, def.route);
-      return call.exec_format(r.get());
+      Ref wrapper = wrapper_of(c, v);
+      Ref answer = dispatch_name(c, wrapper.get(), c.params, def.route);
+      Ref first = item(answer.get(), 0);
+      return c.exec_format(first.get());
     }
-    case Form::parser:
-      if (def.prep) def.prep(call);
-      return call.parsed(def.text, def.route);
-    case Form::shaped: {
-      Ref p = call.parsed(def.text, def.route);
-      if (def.section != nullptr) p = get(p.get(), def.section);
-      return call.format_with(p.get(), def.tmpl);
+    case Form::query: {
+      Ref answer = dispatch_name(c, v.text.get(), c.params, def.route);
+      Ref first = item(answer.get(), 0);
+      Ref entry = def.strict_parser ? index(first.get(), names().parser)
+                                    : get(first.get(), names().parser);
+      return shape(c, v, std::move(entry));
     }
     case Form::custom:
-      return def.body(call);
+      return def.body(c);
+    case Form::refusal:
+      break;
   }
-  raise(PyExc_SystemError, "unknown variant form");
+  return raise(PyExc_SystemError, "unknown variant form");
 }
 
 PyObject* variant_call(PyObject* o, PyObject* args, PyObject* kwargs) {
@@ -304,12 +733,11 @@ PyObject* variant_call(PyObject* o, PyObject* args, PyObject* kwargs) {
     PyErr_Format(PyExc_TypeError, "%U() takes no arguments", v->op->variant_name.get());
     return nullptr;
   }
-  return guard([&] { return run_variant(v); });
+  return run_variant(v).release();
 }
 
 PyObject* variant_name_get(PyObject* o, void*) {
-  auto* v = reinterpret_cast<VariantObject*>(o);
-  PyObject* n = v->op->variant_name.get();
+  PyObject* n = reinterpret_cast<VariantObject*>(o)->op->variant_name.get();
   Py_INCREF(n);
   return n;
 }
@@ -345,151 +773,261 @@ PyType_Slot variant_slots[] = {
 };
 
 PyType_Spec variant_spec = {
-    "orvex.api.hostos.raid.raid.variant",    sizeof(VariantObject), 0,
-    Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC, variant_slots,
+    "orvex.api.hostos.raid.raid.variant",
+    static_cast<int>(offsetof(VariantObject, args)),
+    static_cast<int>(sizeof(PyObject*)),
+    Py_TPFLAGS_DEFAULT | Py_TPFLAGS_HAVE_GC,
+    variant_slots,
 };
 
-Ref new_variant(PyObject* self, PyObject* params, PyObject* args, const CompiledOp* op,
-                std::size_t index) {
+Ref new_variant(PyObject* self, const Bound& b, const CompiledOp& op, std::size_t index) {
   auto alloc = reinterpret_cast<allocfunc>(PyType_GetSlot(g_variant_type, Py_tp_alloc));
-  PyObject* o = alloc(g_variant_type, 0);
-  if (o == nullptr) fail();
+  const Py_ssize_t n = static_cast<Py_ssize_t>(op.params.size());
+  PyObject* o = alloc(g_variant_type, n);
+  if (o == nullptr) return nullptr;
   auto* v = reinterpret_cast<VariantObject*>(o);
   Py_INCREF(self);
   v->self = self;
-  Py_XINCREF(params);
-  v->params = params;
-  Py_INCREF(args);
-  v->args = args;
-  v->op = op;
+  Py_XINCREF(b.params.get());
+  v->params = b.params.get();
+  v->op = &op;
   v->index = index;
+  for (Py_ssize_t i = 0; i < n; ++i) {
+    Py_INCREF(b.values[i]);
+    v->args[i] = b.values[i];
+  }
   return Ref::steal(o);
-}
-
-// ---------------------------------------------------------------------------
-// Framework names
-
-struct Framework {
-  Ref host_os_base;
-  Ref hostos_ns;
-  Ref host_type;
-  Ref obj_attr_decorator;
-  Ref load_from_file;
-  Ref orvex_exception;
-  Ref output_formatter;
-  Ref namedtuple;
-  Ref module;
-  Ref config_dir;  // "<module dir>/config/" once known
-};
-Framework* g_fw = nullptr;  // lives for the process
-
-Ref import_name(const char* module, const char* name) {
-  Ref m = Ref::steal(PyImport_ImportModule(module));
-  return getattr(m.get(), name);
 }
 
 // ---------------------------------------------------------------------------
 // Operation entry
 
-Ref distributor_of(PyObject* self) {
-  Ref current = getattr(self, S().u_distributor);
-  if (truthy(current.get())) return current;
+Ref make_distributor(PyObject* self, PyObject* tool) {
   Ref fields = Ref::steal(PyList_New(0));
-  append(fields.get(), S().raid_tool);
+  if (append(fields.get(), names().raid_tool) < 0) return nullptr;
   Ref name = str("Distributor");
   Ref type = call(g_fw->namedtuple.get(), {name.get(), fields.get()});
-  Ref dispatcher = getattr(self, S().dispatcher);
-  Ref tool = call_method(dispatcher.get(), "get_raid_tool");
-  Ref record = call(type.get(), {tool.get()});
+  Ref record = call(type.get(), {tool});
   Ref built = call(g_fw->obj_attr_decorator.get(), {record.get()});
-  setattr(self, "_distributor", built.get());
+  if (setattr(self, names().u_distributor, built.get()) < 0) return nullptr;
   return built;
 }
 
-Ref run_op(const CompiledOp& op, PyObject* self, PyObject* args, PyObject* kw) {
-  Bound b = bind(op, args, kw);
+Ref distributor_of(PyObject* self) {
+  Ref current = getattr(self, names().u_distributor);
+  const int set = truthy(current.get());
+  if (set < 0) return nullptr;
+  if (set == 1) return current;
+  Ref dispatcher = getattr(self, names().dispatcher);
+  Ref tool = call_method(dispatcher.get(), "get_raid_tool");
+  if (!tool) return nullptr;
+  return make_distributor(self, tool.get());
+}
+
+Ref run_op(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const Keywords& kw) {
+  Bound b;
+  if (bind(op, args, nargs, kw, b) < 0) return nullptr;
+  PyObject* self = args[0];
   const OpDef& def = *op.def;
-  if (def.direct != nullptr) return def.direct(self, b.args.get(), b.params.get());
+  if (def.direct != nullptr) return def.direct(self, b.values);
 
   Ref last;
-  Ref empty = Ref::steal(PyTuple_New(0));
-  for (std::size_t i = 0; i < def.variants.size(); ++i) {
-    Ref dist = getattr(self, S().distributor);
-    Ref kwargs = Ref::steal(PyDict_New());
-    set_item(kwargs.get(), S().raid_tool, tool_string(def.variants[i].tool));
-    Ref decorator = Ref::steal(PyObject_Call(dist.get(), empty.get(), kwargs.get()));
-    Ref variant = new_variant(self, b.params.get(), b.args.get(), &op, i);
-    last = call(decorator.get(), {variant.get()});
+  for (std::size_t i = 0; i < op.variants.size(); ++i) {
+    Ref dist = getattr(self, names().distributor);
+    if (!dist) return nullptr;
+    PyObject* stack[2] = {nullptr, tool_string(def.variants[i].tool)};
+    Ref decorator = Ref::steal(vcall(dist.get(), stack + 1, 0, names().raid_tool_kw));
+    if (!decorator) return nullptr;
+    Ref variant = new_variant(self, b, op, i);
+    if (!variant) return nullptr;
+    PyObject* vstack[2] = {nullptr, variant.get()};
+    last = Ref::steal(vcall(decorator.get(), vstack + 1, 1, nullptr));
+    if (!last) return nullptr;
   }
-  if (!last) raise(PyExc_SystemError, "operation without variants");
   Ref result = call(last.get());
-
-  if (def.result != ResultType::any && result.get() != Py_None) {
-    bool ok = def.result == ResultType::dict ? PyDict_CheckExact(result.get())
-                                             : PyList_CheckExact(result.get());
-    if (!ok) {
-      Ref tname = getattr(reinterpret_cast<PyObject*>(Py_TYPE(result.get())), "__name__");
-      PyErr_Format(PyExc_TypeError, "Expected %s, got %U",
-                   def.result == ResultType::dict ? "dict" : "list", tname.get());
-      fail();
-    }
+  if (!result || def.result == ResultType::any || result.get() == Py_None) return result;
+  const bool ok = def.result == ResultType::dict ? PyDict_CheckExact(result.get())
+                                                 : PyList_CheckExact(result.get());
+  if (ok) return result;
+  Ref tname = getattr(reinterpret_cast<PyObject*>(Py_TYPE(result.get())), names().name);
+  if (tname) {
+    PyErr_Format(PyExc_TypeError, "Expected %s, got %U",
+                 def.result == ResultType::dict ? "dict" : "list", tname.get());
   }
-  return result;
+  return nullptr;
 }
 
-PyObject* op_entry(std::size_t idx, PyObject* self, PyObject* args, PyObject* kw) {
-  return guard([&] { return run_op(g_ops[idx], self, args, kw); });
+// ---------------------------------------------------------------------------
+// Operation objects: the class attribute of one operation, a method
+// descriptor (signature, documentation, help).  Read from an object it gives
+// the operation's builtin function (its self is the operation object) bound
+// to that object as a method.
+
+struct OpObject {
+  PyObject_HEAD const CompiledOp* op;
+};
+
+const CompiledOp& op_of(PyObject* o) { return *reinterpret_cast<OpObject*>(o)->op; }
+
+PyObject* op_fast(PyObject* o, PyObject* const* args, Py_ssize_t nargs, PyObject* kwnames) {
+  Keywords kw;
+  if (kwnames != nullptr && PyTuple_Size(kwnames) > 0) {
+    kw.names = kwnames;
+    kw.values = args + nargs;
+  }
+  return run_op(op_of(o), args, nargs, kw).release();
 }
 
-constexpr std::size_t kMaxOps = 192;
-
-template <std::size_t I>
-PyObject* trampoline(PyObject* self, PyObject* args, PyObject* kw) {
-  return op_entry(I, self, args, kw);
+PyObject* op_tuple(PyObject* o, PyObject* args, PyObject* kwargs) {
+  const Py_ssize_t nargs = PyTuple_Size(args);
+  Keywords kw;
+  if (kwargs != nullptr && PyDict_Size(kwargs) > 0) kw.dict = kwargs;
+  PyObject* small[12];
+  std::vector<PyObject*> big;
+  PyObject** stack = small;
+  if (nargs > 12) {
+    big.resize(static_cast<std::size_t>(nargs));
+    stack = big.data();
+  }
+  for (Py_ssize_t i = 0; i < nargs; ++i) stack[i] = PyTuple_GetItem(args, i);  // borrowed
+  return run_op(op_of(o), stack, nargs, kw).release();
 }
 
-template <std::size_t... I>
-constexpr std::array<PyCFunctionWithKeywords, sizeof...(I)> make_trampolines(
-    std::index_sequence<I...>) {
-  return {&trampoline<I>...};
+PyObject* op_descr_get(PyObject* o, PyObject* obj, PyObject*) {
+  if (obj == nullptr || obj == Py_None) {
+    Py_INCREF(o);
+    return o;
+  }
+  PyObject* f = op_of(o).function;
+  if (g_runtime.method_new != nullptr) return g_runtime.method_new(f, obj);
+  return call(g_fw->method_type.get(), {f, obj}).release();
 }
 
-const auto g_trampolines = make_trampolines(std::make_index_sequence<kMaxOps>{});
+// Raid.<operation>(raid, ...)
+PyObject* op_call(PyObject* o, PyObject* args, PyObject* kwargs) {
+  return PyObject_Call(op_of(o).function, args, kwargs);
+}
+
+// The declaration, for the type stub: ((name, kind, default, type), ...).
+PyObject* op_parameters_get(PyObject* o, void*) {
+  const OpDef& def = *op_of(o).def;
+  Ref out = Ref::steal(PyTuple_New(static_cast<Py_ssize_t>(def.params.size())));
+  if (!out) return nullptr;
+  static const char* const kinds[] = {"positional", "keyword_only", "catch_all"};
+  for (std::size_t i = 0; i < def.params.size(); ++i) {
+    const ParamDef& p = def.params[i];
+    PyObject* entry = Py_BuildValue("(sszs)", p.name, kinds[static_cast<int>(p.kind)], p.fallback,
+                                    p.type);
+    if (entry == nullptr) return nullptr;
+    PyTuple_SetItem(out.get(), static_cast<Py_ssize_t>(i), entry);
+  }
+  return out.release();
+}
+
+// The result type as declared: the row's annotation, its checked result
+// type, or bool when every variant that runs is a checked action.
+PyObject* op_returns_get(PyObject* o, void*) {
+  const OpDef& def = *op_of(o).def;
+  if (def.returns_doc != nullptr) return PyUnicode_FromString(def.returns_doc);
+  if (def.result == ResultType::dict) return PyUnicode_FromString("dict");
+  if (def.result == ResultType::list) return PyUnicode_FromString("list");
+  bool checked_only = def.direct == nullptr;
+  bool any_checked = false;
+  for (const VariantDef& v : def.variants) {
+    any_checked = any_checked || v.form == Form::checked;
+    checked_only = checked_only && (v.form == Form::checked || v.form == Form::refusal);
+  }
+  if (checked_only && any_checked) return PyUnicode_FromString("bool");
+  Py_RETURN_NONE;
+}
+
+PyObject* op_name_get(PyObject* o, void*) {
+  PyObject* n = op_of(o).name.get();
+  Py_INCREF(n);
+  return n;
+}
+
+PyObject* op_doc_get(PyObject* o, void*) {
+  const char* doc = op_of(o).def->doc;
+  return PyUnicode_FromString(doc == nullptr ? "" : doc);
+}
+
+PyObject* op_qualname_get(PyObject* o, void*) {
+  return PyUnicode_FromFormat("Raid.%U", op_of(o).name.get());
+}
+
+PyObject* op_text_signature_get(PyObject* o, void*) {
+  return PyUnicode_FromString(op_of(o).text_signature.c_str());
+}
+
+PyObject* op_objclass_get(PyObject*, void*) {
+  PyObject* cls = reinterpret_cast<PyObject*>(g_raid_type);
+  if (cls == nullptr) cls = Py_None;
+  Py_INCREF(cls);
+  return cls;
+}
+
+PyObject* op_repr(PyObject* o) {
+  return PyUnicode_FromFormat("<method '%U' of 'Raid' objects>", op_of(o).name.get());
+}
+
+PyGetSetDef op_getset[] = {
+    {const_cast<char*>("__name__"), op_name_get, nullptr, nullptr, nullptr},
+    {const_cast<char*>("__qualname__"), op_qualname_get, nullptr, nullptr, nullptr},
+    {const_cast<char*>("__doc__"), op_doc_get, nullptr, nullptr, nullptr},
+    {const_cast<char*>("__text_signature__"), op_text_signature_get, nullptr, nullptr, nullptr},
+    {const_cast<char*>("__objclass__"), op_objclass_get, nullptr, nullptr, nullptr},
+    {const_cast<char*>("parameters"), op_parameters_get, nullptr, nullptr, nullptr},
+    {const_cast<char*>("returns"), op_returns_get, nullptr, nullptr, nullptr},
+    {nullptr, nullptr, nullptr, nullptr, nullptr},
+};
+
+PyType_Slot op_slots[] = {
+    {Py_tp_descr_get, reinterpret_cast<void*>(op_descr_get)},
+    {Py_tp_call, reinterpret_cast<void*>(op_call)},
+    {Py_tp_getset, op_getset},
+    {Py_tp_repr, reinterpret_cast<void*>(op_repr)},
+    {0, nullptr},
+};
+
+PyType_Spec op_spec = {
+    "orvex.api.hostos.raid.raid.operation",
+    static_cast<int>(sizeof(OpObject)),
+    0,
+    Py_TPFLAGS_DEFAULT,
+    op_slots,
+};
 
 // ---------------------------------------------------------------------------
 // Direct operations of the frame
 
-Ref init_direct(PyObject* self, PyObject*, PyObject*) {
+Ref init_direct(PyObject* self, PyObject* const*) {
   // The base class's constructor, with no arguments besides the object.
   Ref base_init = getattr(g_fw->host_os_base.get(), "__init__");
-  call(base_init.get(), {self});
-  setattr(self, "_distributor", Py_None);
+  Ref done = call(base_init.get(), {self});
+  if (!done || setattr(self, names().u_distributor, Py_None) < 0) return nullptr;
   Ref formatter = call(g_fw->output_formatter.get(), {self});
-  setattr(self, "formatter", formatter.get());
+  if (setattr(self, names().formatter, formatter.get()) < 0) return nullptr;
   return none();
 }
 
-Ref update_distributor_direct(PyObject* self, PyObject* args, PyObject*) {
-  PyObject* raid_tool = PyTuple_GetItem(args, 0);
+constexpr ParamDef kUpdateParams[] = {arg("raid_tool").unstored()};
+
+Ref update_distributor_direct(PyObject* self, PyObject* const* args) {
+  PyObject* raid_tool = args[RAID_ARG(kUpdateParams, "raid_tool")];
   if (!PyUnicode_Check(raid_tool)) {
-    Ref tname = getattr(reinterpret_cast<PyObject*>(Py_TYPE(raid_tool)), "__name__");
-    PyErr_Format(PyExc_TypeError, "update_distributor() argument 'raid_tool' must be str, not %U",
-                 tname.get());
-    fail();
+    Ref tname = getattr(reinterpret_cast<PyObject*>(Py_TYPE(raid_tool)), names().name);
+    if (tname) {
+      PyErr_Format(PyExc_TypeError, "Argument 'raid_tool' has incorrect type (expected str, got %U)",
+                   tname.get());
+    }
+    return nullptr;
   }
-  Ref fields = Ref::steal(PyList_New(0));
-  append(fields.get(), S().raid_tool);
-  Ref name = str("Distributor");
-  Ref type = call(g_fw->namedtuple.get(), {name.get(), fields.get()});
-  Ref record = call(type.get(), {raid_tool});
-  Ref built = call(g_fw->obj_attr_decorator.get(), {record.get()});
-  setattr(self, "_distributor", built.get());
-  return none();
+  Ref built = make_distributor(self, raid_tool);
+  return built ? none() : nullptr;
 }
 
-PyObject* distributor_get(PyObject* self, void*) {
-  return guard([&] { return distributor_of(self); });
-}
+PyObject* distributor_get(PyObject* self, void*) { return distributor_of(self).release(); }
 
 PyGetSetDef g_distributor_getset = {
     const_cast<char*>("distributor"), distributor_get, nullptr,
@@ -503,97 +1041,200 @@ const char* kRaidDoc =
     "storelibtest）选择对应实现，调用框架的命令封装并整理返回结果；工具不支持的功能抛出 "
     "OrvexException。";
 
+// Compiles the rows from `first` on (an earlier, failed import keeps its
+// own).
+Ref compile_all(PyObject* module_name, std::size_t first) {
+  const int flags = (g_runtime.fastcall ? kMethFastcall : METH_VARARGS) | METH_KEYWORDS;
+  PyCFunction entry = g_runtime.fastcall
+                          ? reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(op_fast))
+                          : reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(op_tuple));
+  Ref ns = Ref::steal(PyDict_New());
+  if (!ns) return nullptr;
+  for (std::size_t i = first; i < g_defs.size(); ++i) {
+    g_ops.emplace_back();
+    CompiledOp& op = g_ops.back();
+    op.def = &g_defs[i];
+    op.index = i;
+    const OpDef& def = g_defs[i];
+    if (def.name == nullptr || !is_identifier(def.name)) {
+      return raise(PyExc_SystemError, "Raid: an operation without a valid name");
+    }
+    op.name = intern(def.name);
+    op.variant_name = intern(def.variant_name != nullptr ? def.variant_name : def.name);
+    if (!op.name || !op.variant_name) return nullptr;
+    if (PyDict_GetItemWithError(ns.get(), op.name.get()) != nullptr) {
+      return declaration_error(def.name, "a second row of that name", nullptr);
+    }
+    if (compile_params(op) < 0 || compile_variants(op) < 0) return nullptr;
+    op.method = PyMethodDef{def.name, entry, flags, op.doc.c_str()};
+    PyObject* o = PyType_GenericAlloc(g_op_type, 0);
+    if (o == nullptr) return nullptr;
+    Ref holder = Ref::steal(o);
+    reinterpret_cast<OpObject*>(o)->op = &op;
+    // Kept for the process, like the operation itself.
+    op.function = PyCFunction_NewEx(&op.method, o, module_name);
+    if (op.function == nullptr) return nullptr;
+    if (PyDict_SetItem(ns.get(), op.name.get(), o) < 0) return nullptr;
+  }
+  return ns;
+}
+
 }  // namespace
+
+// ---------------------------------------------------------------------------
+// Rows
+
+VariantDef refuse(Tool t, const char* message) { return VariantDef{t, Form::refusal, message}; }
+VariantDef checked(Tool t, const char* wrapper) { return VariantDef{t, Form::checked, wrapper}; }
+VariantDef action(Tool t, const char* wrapper) { return VariantDef{t, Form::action, wrapper}; }
+VariantDef query(Tool t, const char* wrapper) { return VariantDef{t, Form::query, wrapper}; }
+
+VariantDef custom(Tool t, Body body, const void* data) {
+  VariantDef v{t, Form::custom};
+  v.body = body;
+  v.data = data;
+  return v;
+}
+
+VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
+                      const char* tail) {
+  return VariantDef{t, Form::checked}.choose(key, std::move(wrappers), head, tail);
+}
+
+namespace {
+
+VariantDef with_edit(VariantDef&& v, Edit e) {
+  v.edits.push_back(std::move(e));
+  return std::move(v);
+}
+
+VariantDef with_shape(VariantDef&& v, Shape::Op op, const char* name) {
+  v.shapes.push_back(Shape{op, name});
+  return std::move(v);
+}
+
+}  // namespace
+
+VariantDef VariantDef::via(Route r) && {
+  route = r;
+  return std::move(*this);
+}
+VariantDef VariantDef::put(const char* key, const char* text) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::put, key, text, {}, nullptr});
+}
+VariantDef VariantDef::rename(const char* key, const char* to) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::rename, key, to, {}, nullptr});
+}
+VariantDef VariantDef::copy(const char* key, const char* to) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::copy, key, to, {}, nullptr});
+}
+VariantDef VariantDef::drop(const char* key) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::drop, key, nullptr, {}, nullptr});
+}
+VariantDef VariantDef::translate(const char* key, std::vector<Pair> table) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::translate, key, nullptr, std::move(table), nullptr});
+}
+VariantDef VariantDef::translate_or_none(const char* key, std::vector<Pair> table) && {
+  return with_edit(std::move(*this),
+                   Edit{Edit::Op::translate_or_none, key, nullptr, std::move(table), nullptr});
+}
+VariantDef VariantDef::translate_strict(const char* key, std::vector<Pair> table) && {
+  return with_edit(std::move(*this),
+                   Edit{Edit::Op::translate_strict, key, nullptr, std::move(table), nullptr});
+}
+VariantDef VariantDef::prep(Prep fn) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::fn, nullptr, nullptr, {}, fn});
+}
+VariantDef VariantDef::choose(const char* key, std::vector<Pair> wrappers, const char* head,
+                              const char* tail) && {
+  choose_key = key;
+  choices = std::move(wrappers);
+  refuse_head = head;
+  refuse_tail = tail;
+  return std::move(*this);
+}
+VariantDef VariantDef::strict() && {
+  strict_parser = true;
+  return std::move(*this);
+}
+VariantDef VariantDef::at(const char* key) && { return with_shape(std::move(*this), Shape::Op::at, key); }
+VariantDef VariantDef::get(const char* key) && { return with_shape(std::move(*this), Shape::Op::get, key); }
+VariantDef VariantDef::first() && { return with_shape(std::move(*this), Shape::Op::first, nullptr); }
+VariantDef VariantDef::merge() && { return with_shape(std::move(*this), Shape::Op::merge, nullptr); }
+VariantDef VariantDef::format(const char* formatter_attr) && {
+  return with_shape(std::move(*this), Shape::Op::format, formatter_attr);
+}
+VariantDef VariantDef::post(const char* formatter_method) && {
+  return with_shape(std::move(*this), Shape::Op::post, formatter_method);
+}
+VariantDef VariantDef::method(const char* name) && {
+  return with_shape(std::move(*this), Shape::Op::method, name);
+}
 
 // ---------------------------------------------------------------------------
 // Frame operations table
 
 void add_frame_ops(OpList& ops) {
-  ops.push_back(OpDef{"__init__",
-                      "",
-                      "构造 Raid 对象：先初始化框架基类，再创建 formatter。",
-                      {},
-                      ResultType::any,
-                      nullptr,
-                      nullptr,
-                      init_direct});
-  ops.push_back(OpDef{"update_distributor",
-                      "raid_tool",
-                      "切换本对象使用的 RAID 工具。\n\n"
-                      "参数:\n    raid_tool (str): 工具类型，storcli64 / arcconf / sorbctl / "
-                      "storelibtest。\n\n返回:\n    None。raid_tool 不是字符串时抛出 TypeError，"
-                      "且不做任何修改。",
-                      {},
-                      ResultType::any,
-                      nullptr,
-                      nullptr,
-                      update_distributor_direct});
+  ops.push_back(Op("__init__").doc("构造 Raid 对象：先初始化框架基类，再创建 formatter。").direct(init_direct));
+  ops.push_back(Op("update_distributor")
+                    .params(kUpdateParams)
+                    .doc("切换本对象使用的 RAID 工具。\n\n"
+                         "参数:\n    raid_tool (str): 工具类型，storcli64 / arcconf / sorbctl / "
+                         "storelibtest。\n\n返回:\n    None。raid_tool 不是字符串时抛出 TypeError，"
+                         "且不做任何修改。")
+                    .returns_doc("None")
+                    .direct(update_distributor_direct));
 }
 
 // ---------------------------------------------------------------------------
 // Call helpers
 
-PyObject* tool_string(Tool t) { return S().tools[static_cast<int>(t)]; }
+PyObject* tool_string(Tool t) { return names().tools[static_cast<int>(t)]; }
 
 PyObject* Call::tool_name() const { return tool_string(variant.tool); }
 
-const char* Call::variant_name() const {
-  return op.variant_name != nullptr ? op.variant_name : op.name;
-}
-
-PyObject* Call::arg(const char* name) const {
-  for (std::size_t i = 0; i < compiled->params.size(); ++i) {
-    if (PyUnicode_CompareWithASCIIString(compiled->params[i].name.get(), name) == 0) {
-      return PyTuple_GetItem(args, static_cast<Py_ssize_t>(i));
-    }
+PyObject* Call::name() const {
+  if (compiled != nullptr) return compiled->variant_name.get();
+  for (const CompiledOp& o : g_ops) {
+    if (o.def == &op) return o.variant_name.get();
   }
-  PyErr_Format(PyExc_SystemError, "%s has no argument %s", op.name, name);
-  fail();
+  return names().empty;
 }
 
-Ref Call::p_get(const char* key) const { return get(params, key); }
+Ref Call::p_get(const char* key) const {
+  if (params == nullptr) return raise(PyExc_SystemError, "operation without params");
+  return get(params, key);
+}
 
-bool Call::p_has(const char* key) const {
+int Call::p_has(const char* key) const {
   Ref k = str(key);
-  int r = PyDict_Contains(params, k.get());
-  if (r < 0) fail();
-  return r == 1;
+  if (!k) return -1;
+  return PyDict_Contains(params, k.get());
 }
 
-void Call::p_set(const char* key, PyObject* v) const { set_item(params, key, v); }
+int Call::p_set(const char* key, PyObject* v) const { return set_item(params, key, v); }
 
-void Call::p_set(const char* key, const char* text) const {
+int Call::p_set(const char* key, const char* text) const {
   Ref v = str(text);
-  set_item(params, key, v.get());
+  return set_item(params, key, v.get());
 }
 
 Ref Call::p_pop(const char* key) const {
   Ref k = str(key);
-  return call_method(params, "pop", {k.get()});
+  return call_method(params, names().pop, {k.get()});
 }
 
-void Call::p_del_if(const char* key) const {
+int Call::p_del_if(const char* key) const {
   Ref k = str(key);
-  if (PyDict_Contains(params, k.get()) == 1 && PyDict_DelItem(params, k.get()) < 0) fail();
+  if (!k) return -1;
+  const int has = PyDict_Contains(params, k.get());
+  if (has <= 0) return has;
+  return PyDict_DelItem(params, k.get());
 }
 
 Ref Call::dispatch_with(const char* wrapper, PyObject* p, Route r) const {
-  Ref target;
-  switch (r) {
-    case Route::self:
-      target = Ref::borrow(self);
-      break;
-    case Route::host:
-      target = getattr(self, S().host);
-      break;
-    case Route::dispatcher:
-      target = getattr(self, S().dispatcher);
-      break;
-  }
-  Ref fn = getattr(target.get(), S().dispatch);
   Ref name = str(wrapper);
-  if (p == nullptr) return call(fn.get(), {name.get()});
-  return call(fn.get(), {name.get(), p});
+  return dispatch_name(*this, name.get(), p, r);
 }
 
 Ref Call::dispatch(const char* wrapper, Route r) const { return dispatch_with(wrapper, params, r); }
@@ -605,34 +1246,45 @@ Ref Call::raw(const char* wrapper, Route r) const {
 
 Ref Call::parsed(const char* wrapper, Route r) const {
   Ref first = raw(wrapper, r);
-  return get(first.get(), S().parser);
+  return get(first.get(), names().parser);
 }
 
 Ref Call::parsed_index(const char* wrapper, Route r) const {
   Ref first = raw(wrapper, r);
-  return index(first.get(), S().parser);
+  return index(first.get(), names().parser);
 }
 
-bool Call::success(PyObject* parser_entry) {
-  if (parser_entry == Py_None) return false;
-  return contains(parser_entry, S().success);
+int Call::success(PyObject* parser_entry) {
+  if (parser_entry == nullptr) return -1;
+  if (parser_entry == Py_None) return 0;
+  return contains(parser_entry, names().success);
 }
 
-Ref Call::formatter() const { return getattr(self, S().formatter); }
+Ref Call::checked(const char* wrapper, Route r) const {
+  Ref entry = parsed(wrapper, r);
+  const int ok = success(entry.get());
+  return ok < 0 ? nullptr : boolean(ok == 1);
+}
+
+Ref Call::formatter() const { return getattr(self, names().formatter); }
 
 Ref Call::exec_format(PyObject* raw_output) const {
+  if (raw_output == nullptr) return nullptr;
   Ref f = formatter();
-  return call_method(f.get(), "parser_exec_cmd_format", {raw_output, tool_name()});
+  return call_method(f.get(), names().parser_exec_cmd_format, {raw_output, tool_name()});
 }
 
 Ref Call::format(PyObject* data) const {
-  return format_output(data, tool_name(), nullptr, variant_name());
+  if (data == nullptr) return nullptr;
+  return format_output(data, tool_name(), nullptr, name());
 }
 
 Ref Call::format_with(PyObject* data, const char* formatter_attr) const {
+  if (data == nullptr) return nullptr;
   Ref f = formatter();
   Ref tmpl = getattr(f.get(), formatter_attr);
-  return format_output(data, tool_name(), tmpl.get(), variant_name());
+  if (!tmpl) return nullptr;
+  return format_output(data, tool_name(), tmpl.get(), name());
 }
 
 Ref Call::formatter_call(const char* method_name, std::initializer_list<PyObject*> a,
@@ -641,67 +1293,83 @@ Ref Call::formatter_call(const char* method_name, std::initializer_list<PyObject
   return call_method(f.get(), method_name, a, kwargs);
 }
 
-Ref Call::method(const char* name, PyObject* kwargs) const {
-  Ref m = getattr(self, name);
-  Ref empty = Ref::steal(PyTuple_New(0));
-  return Ref::steal(PyObject_Call(m.get(), empty.get(), kwargs));
+Ref Call::method(const char* method_name, PyObject* kwargs) const {
+  Ref m = getattr(self, method_name);
+  return call(m.get(), {}, kwargs);
 }
 
-void Call::log_info(PyObject* msg) const {
-  Ref logger = getattr(self, "logger");
-  call_method(logger.get(), "info", {msg});
+int Call::log_info(PyObject* msg) const {
+  Ref logger = getattr(self, names().logger);
+  Ref r = call_method(logger.get(), names().info, {msg});
+  return r ? 0 : -1;
 }
 
-void Call::log_error(PyObject* msg) const {
-  Ref logger = getattr(self, "logger");
-  call_method(logger.get(), "error", {msg});
+int Call::log_error(PyObject* msg) const {
+  Ref logger = getattr(self, names().logger);
+  Ref r = call_method(logger.get(), names().error, {msg});
+  return r ? 0 : -1;
 }
 
-void Call::refuse(const char* message) const { raise_orvex(message); }
-void Call::refuse(PyObject* message) const { raise_orvex(message); }
+Ref Call::refuse(const char* message) const { return raise_orvex(message); }
+Ref Call::refuse(PyObject* message) const { return raise_orvex(message); }
 
 PyObject* orvex_exception() { return g_fw->orvex_exception.get(); }
 
-void raise_orvex(PyObject* message) { raise_obj(g_fw->orvex_exception.get(), message); }
+Ref raise_orvex(PyObject* message) { return raise_obj(g_fw->orvex_exception.get(), message); }
 
-void raise_orvex(const char* message) {
+Ref raise_orvex(const char* message) {
   Ref m = str(message);
-  raise_orvex(m.get());
+  return raise_orvex(m.get());
 }
 
-Ref load_template(const char* caller) {
+Ref load_template(PyObject* caller) {
+  if (caller == nullptr) return nullptr;
   if (!g_fw->config_dir) {
     Ref file = getattr(g_fw->module.get(), "__file__");
     Ref path = Ref::steal(PyImport_ImportModule("os.path"));
     Ref abs = call_method(path.get(), "abspath", {file.get()});
     Ref dir = call_method(path.get(), "dirname", {abs.get()});
     Ref config = str("config");
-    Ref empty = str("");
-    g_fw->config_dir = call_method(path.get(), "join", {dir.get(), config.get(), empty.get()});
+    g_fw->config_dir = call_method(path.get(), "join", {dir.get(), config.get(), names().empty});
+    if (!g_fw->config_dir) return nullptr;
   }
-  Ref file = format("%U%s.yaml", g_fw->config_dir.get(), caller);
-  Ref kwargs = dict({{"file_type", S().yaml}});
-  return call(g_fw->load_from_file.get(), {file.get()}, kwargs.get());
+  Ref file = py::format("%U%U.yaml", g_fw->config_dir.get(), caller);
+  if (!file) return nullptr;
+  PyObject* stack[3] = {nullptr, file.get(), names().yaml};
+  return Ref::steal(vcall(g_fw->load_from_file.get(), stack + 1, 1, names().file_type_kw));
 }
 
 // ---------------------------------------------------------------------------
 // The class
 
 Ref build_raid_class(PyObject* module) {
-  init_strings();
+  init_runtime();
+  if (init_names() < 0) return nullptr;
   g_fw = new Framework();
   g_fw->module = Ref::borrow(module);
-  g_fw->host_os_base = import_name("orvex.api.hostos.hostos_base", "HostOSBase");
-  g_fw->hostos_ns = import_name("orvex.api.hostos.hostos_base", "hostos_ns");
-  g_fw->host_type = import_name("orvex.config.enum", "HostType");
-  g_fw->obj_attr_decorator = import_name("orvex.utils.decorator", "obj_attr_decorator");
-  g_fw->load_from_file = import_name("orvex.utils.file_parser", "load_from_file");
-  g_fw->orvex_exception = import_name("orvex.exception.orvex_exception", "OrvexException");
-  g_fw->output_formatter = import_name("orvex.api.hostos.raid.output_format", "OutputFormatter");
-  g_fw->namedtuple = import_name("collections", "namedtuple");
-
+  struct Import {
+    Ref* into;
+    const char* module;
+    const char* name;
+  };
+  const Import imports[] = {
+      {&g_fw->host_os_base, "orvex.api.hostos.hostos_base", "HostOSBase"},
+      {&g_fw->hostos_ns, "orvex.api.hostos.hostos_base", "hostos_ns"},
+      {&g_fw->host_type, "orvex.config.enum", "HostType"},
+      {&g_fw->obj_attr_decorator, "orvex.utils.decorator", "obj_attr_decorator"},
+      {&g_fw->load_from_file, "orvex.utils.file_parser", "load_from_file"},
+      {&g_fw->orvex_exception, "orvex.exception.orvex_exception", "OrvexException"},
+      {&g_fw->output_formatter, "orvex.api.hostos.raid.output_format", "OutputFormatter"},
+      {&g_fw->namedtuple, "collections", "namedtuple"},
+      {&g_fw->method_type, "types", "MethodType"},
+  };
+  for (const Import& i : imports) {
+    *i.into = import_name(i.module, i.name);
+    if (!*i.into) return nullptr;
+  }
   g_variant_type = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(&variant_spec));
-  if (g_variant_type == nullptr) fail();
+  g_op_type = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(&op_spec));
+  if (g_variant_type == nullptr || g_op_type == nullptr) return nullptr;
 
   OpList all;
   add_frame_ops(all);
@@ -722,42 +1390,32 @@ Ref build_raid_class(PyObject* module) {
   add_patrol_read_ops(all);
   add_consistency_check_ops(all);
   add_fault_policies_ops(all);
-  if (all.size() > kMaxOps) raise(PyExc_SystemError, "too many Raid operations");
+  const std::size_t first = g_defs.size();
+  for (OpDef& d : all) g_defs.push_back(std::move(d));
 
-  for (OpDef& d : all) g_defs_storage.push_back(std::move(d));
-  g_ops.reserve(g_defs_storage.size());
-  g_methods.reserve(g_defs_storage.size() + 1);
-  for (std::size_t i = 0; i < g_defs_storage.size(); ++i) {
-    g_ops.push_back(compile(g_defs_storage[i]));
-    PyMethodDef m;
-    m.ml_name = g_defs_storage[i].name;
-    m.ml_meth = reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(g_trampolines[i]));
-    m.ml_flags = METH_VARARGS | METH_KEYWORDS;
-    m.ml_doc = g_ops[i].doc.c_str();
-    g_methods.push_back(m);
-  }
-  g_methods.push_back(PyMethodDef{nullptr, nullptr, 0, nullptr});
+  Ref module_name = getattr(module, "__name__");
+  Ref ns = compile_all(module_name.get(), first);
+  if (!ns) return nullptr;
 
   PyObject* base = g_fw->host_os_base.get();
   PyObject* meta = reinterpret_cast<PyObject*>(Py_TYPE(base));
-  Ref ns = Ref::steal(PyDict_New());
   Ref modname = str("orvex.api.hostos.raid.raid");
   Ref qualname = str("Raid");
   Ref doc = str(kRaidDoc);
-  set_item(ns.get(), "__module__", modname.get());
-  set_item(ns.get(), "__qualname__", qualname.get());
-  set_item(ns.get(), "__doc__", doc.get());
+  if (set_item(ns.get(), "__module__", modname.get()) < 0 ||
+      set_item(ns.get(), "__qualname__", qualname.get()) < 0 ||
+      set_item(ns.get(), "__doc__", doc.get()) < 0) {
+    return nullptr;
+  }
   Ref bases = tuple({base});
   Ref cls = call(meta, {qualname.get(), bases.get(), ns.get()});
-  if (!PyType_Check(cls.get())) raise(PyExc_TypeError, "HostOSBase's metaclass made no type");
-  auto* type = reinterpret_cast<PyTypeObject*>(cls.get());
+  if (!cls) return nullptr;
+  if (!PyType_Check(cls.get())) return raise(PyExc_TypeError, "HostOSBase's metaclass made no type");
+  g_raid_type = reinterpret_cast<PyTypeObject*>(cls.get());
+  Py_INCREF(cls.get());  // kept for the process: the binder checks against it
 
-  for (std::size_t i = 0; i + 1 < g_methods.size(); ++i) {
-    Ref descr = Ref::steal(PyDescr_NewMethod(type, &g_methods[i]));
-    setattr(cls.get(), g_methods[i].ml_name, descr.get());
-  }
-  Ref prop = Ref::steal(PyDescr_NewGetSet(type, &g_distributor_getset));
-  setattr(cls.get(), "distributor", prop.get());
+  Ref prop = Ref::steal(PyDescr_NewGetSet(g_raid_type, &g_distributor_getset));
+  if (setattr(cls.get(), names().distributor, prop.get()) < 0) return nullptr;
 
   Ref host_os = getattr(g_fw->host_type.get(), "HostOS");
   Ref decorate = call_method(g_fw->hostos_ns.get(), "dispatchertype", {host_os.get()});

@@ -1,25 +1,28 @@
 // The frame every Raid operation follows.
 //
-// An operation is declared as data (OpDef): its name, its signature in a
-// small text form, its Chinese documentation, its declared result type and
-// its variants in registration order.  The generic entry point binds the
-// call's arguments, builds `params`, registers each variant through the
-// framework's registration decorator (read afresh from `self.distributor`)
-// and calls the last registration.
+// An operation is a row of data (Op): its name, its parameters (declared
+// once, typed), its Chinese documentation, its declared result type and its
+// variants in registration order.  The generic entry point binds the call's
+// arguments, builds `params`, registers each variant through the framework's
+// registration decorator (read afresh from `self.distributor`) and calls the
+// last registration.
 //
-// Signature text, as in Python but with two additions:
-//   "mode, **kwargs"                 positional-or-keyword `mode`, catch-all
-//   "*, eid, sid, state, **kwargs"   keyword-only required parameters
-//   "information='all', **kwargs"    a default (string literals or None)
-//   "*, cc_state:cc, **kwargs"       stored in params under the key `cc`
-//   "reset_type, phy_input:-"        `phy_input` is bound but not put in params
-// Without "**kwargs" unknown keywords are rejected.  An operation with no
-// parameters and no catch-all builds no params at all (variants dispatch with
-// the wrapper name alone).
+// Errors travel as Python errors (see py.hpp): a body returns an empty Ref
+// with the error set; nothing here throws.
+//
+// A row, for example:
+//
+//   ops.push_back(Op("set_ctl_mode")
+//                     .params({arg("mode"), kwargs()})
+//                     .doc("设置控制卡工作模式 ...")
+//                     .variants({action(Tool::arcconf, "ctr_set_ctrl_mode_arcconf"),
+//                                refuse(Tool::sorbctl, "7460卡sorbctl工具没有 ..."),
+//                                refuse(Tool::storcli64, "LSI卡storcli64工具没有 ...")}));
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "py.hpp"
@@ -32,146 +35,311 @@ enum class Tool : std::uint8_t { storcli64, arcconf, sorbctl, storelibtest };
 enum class Route : std::uint8_t { self, host, dispatcher };
 enum class ResultType : std::uint8_t { any, dict, list };
 
+// ---------------------------------------------------------------------------
+// Parameters, declared once per operation.  The binder, `params`, the text
+// signature (inspect.signature, help) and the type stub all come from here.
+
+enum class Kind : std::uint8_t { positional, keyword_only, catch_all };
+
+struct ParamDef {
+  const char* name;
+  Kind kind = Kind::positional;
+  const char* fallback = nullptr;  // default as a Python literal: "None", "'eug'", "1"
+  const char* key = nullptr;       // key in params when it differs from the name
+  bool stored = true;              // false: bound, but not put into params
+  const char* type = "str";        // documented type (stub): "str", "bool", "list", "Any", ...
+
+  constexpr ParamDef or_(const char* literal) const {  // with a default
+    ParamDef p = *this;
+    p.fallback = literal;
+    return p;
+  }
+  constexpr ParamDef as(const char* params_key) const {  // stored under another key
+    ParamDef p = *this;
+    p.key = params_key;
+    return p;
+  }
+  constexpr ParamDef unstored() const {
+    ParamDef p = *this;
+    p.stored = false;
+    return p;
+  }
+  constexpr ParamDef typed(const char* t) const {
+    ParamDef p = *this;
+    p.type = t;
+    return p;
+  }
+};
+
+constexpr ParamDef arg(const char* name) { return {name, Kind::positional}; }
+constexpr ParamDef kw(const char* name) { return {name, Kind::keyword_only}; }
+constexpr ParamDef kwargs() { return {"kwargs", Kind::catch_all, nullptr, nullptr, false, "Any"}; }
+
+constexpr bool same_text(const char* a, const char* b) {
+  while (*a != '\0' && *a == *b) {
+    ++a;
+    ++b;
+  }
+  return *a == *b;
+}
+
+// Position of a declared parameter; a name not declared stops the build
+// (in a constant expression the throw is a compile error).
+template <std::size_t N>
+constexpr std::size_t param_index(const ParamDef (&params)[N], const char* name) {
+  for (std::size_t i = 0; i < N; ++i) {
+    if (same_text(params[i].name, name)) return i;
+  }
+  throw "no parameter of that name";
+}
+
+// RAID_ARG(kParams, "mode"): the bound value's position, checked when the
+// module is compiled.
+#define RAID_ARG(params, name) \
+  (std::integral_constant<std::size_t, ::raid::param_index(params, name)>::value)
+
+// ---------------------------------------------------------------------------
+// Variants
+
 struct Call;
 struct CompiledOp;
-using Prep = void (*)(Call&);  // edits params before a mechanical dispatch
-using Body = Ref (*)(Call&);   // a variant that computes its own result
-// Direct operations (constructor, normalisers, update_distributor) bypass the
-// variant machinery: they get self and the bound declared arguments.
-using Direct = Ref (*)(PyObject* self, PyObject* args, PyObject* params);
-// Builds params from the bound arguments when the standard rule does not fit.
-using Builder = Ref (*)(PyObject* args, PyObject* extra);
+using Body = Ref (*)(const Call&);                           // a variant that computes
+using Prep = int (*)(const Call&);                           // edits params; -1 on error
+using Builder = Ref (*)(PyObject* const* args, PyObject* extra);  // builds params
+// Direct operations (constructor, normalisers, update_distributor) bypass
+// the variants: they get self and the bound arguments.
+using Direct = Ref (*)(PyObject* self, PyObject* const* args);
+
+struct Pair {  // a translation: caller's value -> value sent to the tool
+  const char* from;
+  const char* to;
+};
+
+// One edit of params before the dispatch, applied in the row's order.
+struct Edit {
+  enum class Op : std::uint8_t {
+    put,                // params[key] = text
+    rename,             // params[other] = params.pop(key)
+    copy,               // params[other] = params.get(key)
+    drop,               // del params[key] when present
+    translate,          // params[key] = table[params.get(key)]; other values stay
+    translate_or_none,  // ... other values become None
+    translate_strict,   // ... other values fail with KeyError(value)
+    fn,                 // prep(call)
+  };
+  Op op;
+  const char* key = nullptr;
+  const char* other = nullptr;  // put: the text; rename/copy: the new key
+  std::vector<Pair> table;
+  Prep prep = nullptr;
+};
+
+// One step of shaping a query's answer, applied in the row's order to the
+// value at hand (first the parser entry).
+struct Shape {
+  enum class Op : std::uint8_t {
+    at,        // x = x[key]       (lookup error when missing)
+    get,       // x = x.get(key)   (None when missing)
+    first,     // x = x[0]
+    merge,     // x = _merge_output(x)
+    format,    // x = _format_output(x, tool, template): template = formatter.<name>,
+               //     or the file named after the variant when name is null
+    post,      // x = formatter.<name>(x)
+    method,    // x = x.<name>()   (e.g. "upper")
+  };
+  Op op;
+  const char* name = nullptr;
+};
 
 enum class Form : std::uint8_t {
   refusal,  // raise OrvexException(message) before anything is dispatched
   checked,  // True exactly when "success" is in the answer's parser entry
   action,   // formatter.parser_exec_cmd_format(answer, tool)
-  parser,   // the answer's parser entry, as it stands
-  shaped,   // a section of the parser entry through a formatter template
+  query,    // the answer's parser entry, shaped by the row's Shape steps
   custom,   // body(call)
 };
 
 struct VariantDef {
   Tool tool;
   Form form;
-  const char* text;  // wrapper name, or the refusal message
+  const char* text = nullptr;  // wrapper name, or the refusal message
   Route route = Route::self;
-  Prep prep = nullptr;
+  bool strict_parser = false;  // query: answer["parser"] rather than .get("parser")
+  std::vector<Edit> edits;
+  std::vector<Shape> shapes;
+  // choose: the wrapper by the value of params[choose_key]; any other value
+  // refuses with refuse_head + value + refuse_tail (str concatenation); a
+  // null refuse_tail makes refuse_head alone the message (a fixed refusal).
+  // The value is read after the row's edits.
+  const char* choose_key = nullptr;
+  std::vector<Pair> choices;  // value -> wrapper
+  const char* refuse_head = nullptr;
+  const char* refuse_tail = nullptr;
   Body body = nullptr;
-  const char* section = nullptr;  // shaped: parser.get(section), or the whole entry
-  const char* tmpl = nullptr;     // shaped: formatter attribute used as template
+  const void* data = nullptr;  // custom: the body's own data
+
+  // Modifiers, so a row says only what differs.
+  VariantDef via(Route r) &&;
+  VariantDef put(const char* key, const char* text) &&;
+  VariantDef rename(const char* key, const char* to) &&;
+  VariantDef copy(const char* key, const char* to) &&;
+  VariantDef drop(const char* key) &&;
+  VariantDef translate(const char* key, std::vector<Pair> table) &&;
+  VariantDef translate_or_none(const char* key, std::vector<Pair> table) &&;
+  VariantDef translate_strict(const char* key, std::vector<Pair> table) &&;
+  VariantDef prep(Prep fn) &&;
+  VariantDef choose(const char* key, std::vector<Pair> wrappers, const char* head,
+                    const char* tail) &&;
+  VariantDef strict() &&;
+  VariantDef at(const char* key) &&;
+  VariantDef get(const char* key) &&;
+  VariantDef first() &&;
+  VariantDef merge() &&;
+  VariantDef format(const char* formatter_attr = nullptr) &&;
+  VariantDef post(const char* formatter_method) &&;
+  VariantDef method(const char* name) &&;
 };
 
-// Variant constructors, to keep operation tables short.
-inline VariantDef refuse(Tool t, const char* message) { return {t, Form::refusal, message}; }
-inline VariantDef checked(Tool t, const char* wrapper, Route r = Route::self, Prep p = nullptr) {
-  return {t, Form::checked, wrapper, r, p};
-}
-inline VariantDef checked(Tool t, const char* wrapper, Prep p) {
-  return {t, Form::checked, wrapper, Route::self, p};
-}
-inline VariantDef action(Tool t, const char* wrapper, Route r = Route::self, Prep p = nullptr) {
-  return {t, Form::action, wrapper, r, p};
-}
-inline VariantDef action(Tool t, const char* wrapper, Prep p) {
-  return {t, Form::action, wrapper, Route::self, p};
-}
-inline VariantDef parser(Tool t, const char* wrapper, Route r = Route::self, Prep p = nullptr) {
-  return {t, Form::parser, wrapper, r, p};
-}
-inline VariantDef parser(Tool t, const char* wrapper, Prep p) {
-  return {t, Form::parser, wrapper, Route::self, p};
-}
-// _format_output(parser.get(section) or parser, tool, formatter.<tmpl>)
-inline VariantDef shaped(Tool t, const char* wrapper, const char* section, const char* tmpl) {
-  return {t, Form::shaped, wrapper, Route::self, nullptr, nullptr, section, tmpl};
-}
-inline VariantDef custom(Tool t, Body b) {
-  return {t, Form::custom, nullptr, Route::self, nullptr, b};
-}
+VariantDef refuse(Tool t, const char* message);
+VariantDef checked(Tool t, const char* wrapper);
+VariantDef action(Tool t, const char* wrapper);
+VariantDef query(Tool t, const char* wrapper);
+VariantDef custom(Tool t, Body body, const void* data = nullptr);
+// checked/action whose wrapper is chosen by params[key] (see VariantDef::choose)
+VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
+                      const char* tail);
+
+// ---------------------------------------------------------------------------
+// Operations
 
 struct OpDef {
-  const char* name;
-  const char* signature;  // see the header comment
-  const char* doc;        // Chinese documentation shown by help()
-  std::vector<VariantDef> variants;
+  const char* name = nullptr;
+  std::vector<ParamDef> params;
+  const char* doc = "";                // Chinese documentation shown by help()
+  const char* returns_doc = nullptr;   // the stub's result annotation ("bool", "dict", ...)
   ResultType result = ResultType::any;
   const char* variant_name = nullptr;  // function name of the variants; default: name
-  Builder build = nullptr;             // custom params construction
-  Direct direct = nullptr;             // not a tool operation (see Direct)
+  std::vector<VariantDef> variants;
+  Builder build = nullptr;             // params built by code
+  Direct direct = nullptr;             // not a tool operation
+};
+
+// Builds an OpDef with named setters.
+class Op {
+ public:
+  explicit Op(const char* name) { def_.name = name; }
+  Op& params(std::initializer_list<ParamDef> ps) {
+    def_.params.assign(ps);
+    return *this;
+  }
+  template <std::size_t N>
+  Op& params(const ParamDef (&ps)[N]) {
+    def_.params.assign(ps, ps + N);
+    return *this;
+  }
+  Op& doc(const char* text) {
+    def_.doc = text;
+    return *this;
+  }
+  Op& returns(ResultType t) {
+    def_.result = t;
+    return *this;
+  }
+  Op& returns_doc(const char* annotation) {
+    def_.returns_doc = annotation;
+    return *this;
+  }
+  Op& variant_name(const char* n) {
+    def_.variant_name = n;
+    return *this;
+  }
+  Op& build(Builder b) {
+    def_.build = b;
+    return *this;
+  }
+  Op& direct(Direct d) {
+    def_.direct = d;
+    return *this;
+  }
+  Op& variants(std::vector<VariantDef> vs) {
+    def_.variants = std::move(vs);
+    return *this;
+  }
+  operator OpDef() && { return std::move(def_); }  // NOLINT(google-explicit-constructor)
+  // A row is written as one chain of setters, which leaves an lvalue.
+  operator OpDef() & { return def_; }  // NOLINT(google-explicit-constructor)
+
+ private:
+  OpDef def_;
 };
 
 using OpList = std::vector<OpDef>;
 
-// The state one variant sees: the Raid object, params and the bound
-// declared arguments (in signature order).  Helpers throw py::PyError.
+// What one variant sees: the Raid object, params and the bound declared
+// arguments (in declaration order; a catch-all's slot holds the extra
+// keywords as a dict).  Every helper returns an empty Ref / -1 on error.
 struct Call {
   PyObject* self;
   PyObject* params;  // dict, or nullptr for operations that build none
-  PyObject* args;    // tuple of the declared arguments
+  PyObject* const* args;
   const OpDef& op;
   const VariantDef& variant;
-  const CompiledOp* compiled;
+  const CompiledOp* compiled = nullptr;  // the frame's own view of op
 
   Tool tool() const { return variant.tool; }
   PyObject* tool_name() const;       // "storcli64", ... (borrowed, interned)
-  const char* variant_name() const;  // the name templates are looked up by
-
-  // Declared argument by name (borrowed); throws on an unknown name.
-  PyObject* arg(const char* name) const;
+  PyObject* name() const;            // the variants' function name (borrowed, interned)
+  PyObject* arg(std::size_t i) const { return args[i]; }  // c.arg(RAID_ARG(kParams, "x"))
+  template <class T>
+  const T& data() const {
+    return *static_cast<const T*>(variant.data);
+  }
 
   // params helpers
   Ref p_get(const char* key) const;  // params.get(key): value or None
-  bool p_has(const char* key) const;
-  void p_set(const char* key, PyObject* v) const;
-  void p_set(const char* key, const char* text) const;
+  int p_has(const char* key) const;
+  int p_set(const char* key, PyObject* v) const;
+  int p_set(const char* key, const char* text) const;
   Ref p_pop(const char* key) const;  // params.pop(key): KeyError when absent
-  void p_del_if(const char* key) const;
+  int p_del_if(const char* key) const;
 
-  // Dispatch through the given route with params (or the wrapper name alone
-  // when params is nullptr); the whole answer sequence.
+  // Dispatch through the route with params (or the wrapper name alone when
+  // params is nullptr): the whole answer sequence.
   Ref dispatch(const char* wrapper, Route r = Route::self) const;
   Ref dispatch_with(const char* wrapper, PyObject* p, Route r = Route::self) const;
-  // The first element of the answer (the raw output).
-  Ref raw(const char* wrapper, Route r = Route::self) const;
-  // raw(...).get("parser")
-  Ref parsed(const char* wrapper, Route r = Route::self) const;
-  // raw(...)["parser"]
-  Ref parsed_index(const char* wrapper, Route r = Route::self) const;
+  Ref raw(const char* wrapper, Route r = Route::self) const;           // answer[0]
+  Ref parsed(const char* wrapper, Route r = Route::self) const;        // answer[0].get("parser")
+  Ref parsed_index(const char* wrapper, Route r = Route::self) const;  // answer[0]["parser"]
 
-  // The checked-action test on a parser entry.
-  static bool success(PyObject* parser_entry);
-  // formatter.parser_exec_cmd_format(raw, tool)
-  Ref exec_format(PyObject* raw) const;
+  static int success(PyObject* parser_entry);  // "success" in entry (None: 0)
+  Ref checked(const char* wrapper, Route r = Route::self) const;  // the checked-action form
+  Ref exec_format(PyObject* raw) const;  // formatter.parser_exec_cmd_format(raw, tool)
 
-  // _format_output with the template file named after this variant.
-  Ref format(PyObject* data) const;
-  // _format_output with the formatter attribute `attr` as template.
+  Ref format(PyObject* data) const;                              // template file of the variant
   Ref format_with(PyObject* data, const char* formatter_attr) const;
   Ref formatter() const;
   Ref formatter_call(const char* method, std::initializer_list<PyObject*> args,
                      PyObject* kwargs = nullptr) const;
-  // Calls another public operation of the same object: self.<name>(**kwargs).
+  // Another public operation of the same object: self.<name>(**kwargs).
   Ref method(const char* name, PyObject* kwargs = nullptr) const;
-  void log_info(PyObject* msg) const;
-  void log_error(PyObject* msg) const;
+  int log_info(PyObject* msg) const;
+  int log_error(PyObject* msg) const;
 
-  [[noreturn]] void refuse(const char* message) const;
-  [[noreturn]] void refuse(PyObject* message) const;
+  // OrvexException(message); returns an empty Ref for `return c.refuse(...)`.
+  Ref refuse(const char* message) const;
+  Ref refuse(PyObject* message) const;
 };
 
-// The tool kind string (interned).
-PyObject* tool_string(Tool t);
+PyObject* tool_string(Tool t);  // the tool kind string (interned, borrowed)
 
 // Normalisers, shared by variants and the public methods.
-Ref format_output(PyObject* raw, PyObject* tool, PyObject* tmpl, const char* caller);
-Ref load_template(const char* caller);
+Ref format_output(PyObject* raw, PyObject* tool, PyObject* tmpl, PyObject* caller);
+Ref load_template(PyObject* caller);
 Ref merge_output(PyObject* raw, PyObject* res, PyObject* structure);
 
-// OrvexException as imported from the framework (borrowed).
-PyObject* orvex_exception();
-[[noreturn]] void raise_orvex(PyObject* message);
-[[noreturn]] void raise_orvex(const char* message);
+PyObject* orvex_exception();  // as imported from the framework (borrowed)
+Ref raise_orvex(PyObject* message);
+Ref raise_orvex(const char* message);
 
 // Operation tables, one function per source file.
 void add_frame_ops(OpList&);
@@ -193,7 +361,7 @@ void add_patrol_read_ops(OpList&);
 void add_consistency_check_ops(OpList&);
 void add_fault_policies_ops(OpList&);
 
-// Builds the class; called once from the module's init.
+// Builds the class; called once from the module's init.  Empty on error.
 Ref build_raid_class(PyObject* module);
 
 }  // namespace raid

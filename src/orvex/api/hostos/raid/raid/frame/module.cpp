@@ -18,11 +18,10 @@ PyModuleDef g_module = {
 }  // namespace
 
 PyMODINIT_FUNC PyInit_raid() {
-  return raid::py::guard([]() -> raid::Ref {
-    raid::Ref module = raid::Ref::steal(PyModule_Create(&g_module));
-    raid::Ref cls = raid::build_raid_class(module.get());
-    if (PyModule_AddObject(module.get(), "Raid", cls.get()) < 0) raid::py::fail();
-    cls.release();  // PyModule_AddObject stole it
-    return module;
-  });
+  raid::Ref module = raid::Ref::steal(PyModule_Create(&g_module));
+  if (!module) return nullptr;
+  raid::Ref cls = raid::build_raid_class(module.get());
+  if (!cls || PyModule_AddObject(module.get(), "Raid", cls.get()) < 0) return nullptr;
+  cls.release();  // PyModule_AddObject stole it
+  return module.release();
 }

@@ -1,11 +1,13 @@
 // Result normalisers: field renaming by template (_format_output) and
-// flattening or picking by layer map (_merge_output).
-#include <string>
+// flattening or picking by layer map (_merge_output).  Both walk nested
+// answers under py::Depth: past the recursion limit they raise
+// RecursionError, as the same walk written in Python would.
 #include <utility>
 #include <vector>
 
 #include "frame.hpp"
-#include "strings.hpp"
+#include "runtime.hpp"
+#include "toolkit.hpp"
 
 namespace raid {
 
@@ -13,254 +15,274 @@ using namespace py;
 
 namespace {
 
+constexpr const char* kWhile = " while normalising an answer";
+
 // A field map as (output key, raw key) pairs, read once per call.
 using FieldMap = std::vector<std::pair<Ref, Ref>>;
 
-FieldMap read_field_map(PyObject* tmpl, PyObject* tool) {
-  Ref contents = index(tmpl, S().contents);
+int read_field_map(PyObject* tmpl, PyObject* tool, FieldMap& map) {
+  Ref contents = index(tmpl, names().contents);
   Ref fields = index(contents.get(), tool);
-  FieldMap map;
+  if (!fields) return -1;
   if (PyDict_Check(fields.get())) {
     map.reserve(static_cast<std::size_t>(PyDict_Size(fields.get())));
     Py_ssize_t pos = 0;
-    PyObject* k;
-    PyObject* v;
+    PyObject* k = nullptr;
+    PyObject* v = nullptr;
     while (PyDict_Next(fields.get(), &pos, &k, &v)) {
       map.emplace_back(Ref::borrow(k), Ref::borrow(v));
     }
-    return map;
+    return 0;
   }
   // Any other mapping: go through its items(); None fails here with the
   // attribute error of the missing method.
-  Ref items = call_method(fields.get(), "items");
-  Ref it = Ref::steal(PyObject_GetIter(items.get()));
-  while (Ref pair = Ref::steal_or_null(PyIter_Next(it.get()))) {
-    map.emplace_back(item(pair.get(), 0), item(pair.get(), 1));
-  }
-  if (PyErr_Occurred()) fail();
-  return map;
+  return kit::each_item(fields.get(), [&](PyObject* k, PyObject* v) {
+    map.emplace_back(Ref::borrow(k), Ref::borrow(v));
+    return 0;
+  });
 }
 
 Ref format_dict(PyObject* raw, const FieldMap& map) {
   Ref out = Ref::steal(PyDict_New());
+  if (!out) return nullptr;
   for (const auto& kv : map) {
     PyObject* v = PyDict_GetItemWithError(raw, kv.second.get());
     if (v == nullptr) {
-      if (PyErr_Occurred()) fail();
-      v = S().empty;
+      if (PyErr_Occurred() != nullptr) return nullptr;
+      v = names().empty;
     }
-    if (PyDict_SetItem(out.get(), kv.first.get(), v) < 0) fail();
+    if (PyDict_SetItem(out.get(), kv.first.get(), v) < 0) return nullptr;
   }
-  if (PyDict_SetItem(out.get(), S().raw_data, raw) < 0) fail();
+  if (PyDict_SetItem(out.get(), names().raw_data, raw) < 0) return nullptr;
   return out;
 }
 
-Ref format_one(PyObject* raw, PyObject* tool, PyObject* tmpl, FieldMap& map, bool& loaded) {
+struct Formatting {
+  PyObject* tool;
+  PyObject* tmpl;
+  FieldMap map;
+  bool loaded = false;
+};
+
+Ref format_one(PyObject* raw, Formatting& f) {
   if (PyDict_Check(raw)) {
-    if (!loaded) {
-      map = read_field_map(tmpl, tool);
-      loaded = true;
+    if (!f.loaded) {
+      if (read_field_map(f.tmpl, f.tool, f.map) < 0) return nullptr;
+      f.loaded = true;
     }
-    return format_dict(raw, map);
+    return format_dict(raw, f.map);
   }
   if (PyList_Check(raw)) {
+    const Depth depth(kWhile);
+    if (!depth.ok()) return nullptr;
     const Py_ssize_t n = PyList_Size(raw);
     Ref out = Ref::steal(PyList_New(n));
-    for (Py_ssize_t i = 0; i < n; ++i) {
+    if (!out) return nullptr;
+    for (Py_ssize_t i = 0; i < n && i < PyList_Size(raw); ++i) {
       Ref element = Ref::borrow(PyList_GetItem(raw, i));
-      Ref r = format_one(element.get(), tool, tmpl, map, loaded);
+      Ref r = format_one(element.get(), f);
+      if (!r) return nullptr;
       PyList_SetItem(out.get(), i, r.release());
     }
     return out;
   }
   Ref msg = format("Unsupported data type [%S] found in template.",
                    reinterpret_cast<PyObject*>(Py_TYPE(raw)));
-  raise_orvex(msg.get());
+  return raise_orvex(msg.get());
 }
 
-[[noreturn]] void duplicate_key(PyObject* key, PyObject* value, PyObject* existing) {
+Ref duplicate_key(PyObject* key, PyObject* value, PyObject* existing) {
   Ref msg = format("Existing key [%S] found in res, current value: [%S], existing value: [%S]", key,
                    value, existing);
-  PyErr_SetObject(PyExc_Exception, msg.get());
-  fail();
+  if (msg) PyErr_SetObject(PyExc_Exception, msg.get());
+  return nullptr;
 }
 
-void merge_flat_pair(PyObject* key, PyObject* value, PyObject* res);
+int merge_flat(PyObject* raw, PyObject* res);
 
-void merge_flat(PyObject* raw, PyObject* res) {
-  if (PyDict_Check(raw)) {
-    // Iterate over a snapshot when raw is res itself or may change under us.
-    if (PyDict_CheckExact(raw) && raw != res) {
-      Py_ssize_t pos = 0;
-      PyObject* k;
-      PyObject* v;
-      while (PyDict_Next(raw, &pos, &k, &v)) {
-        Ref hk = Ref::borrow(k);
-        Ref hv = Ref::borrow(v);
-        merge_flat_pair(hk.get(), hv.get(), res);
-      }
-      return;
+int merge_flat_pair(PyObject* key, PyObject* value, PyObject* res) {
+  if (PyDict_Check(value) || PyList_Check(value)) return merge_flat(value, res);
+  PyObject* existing = PyDict_GetItemWithError(res, key);
+  if (existing != nullptr) {
+    Ref hold = Ref::borrow(existing);
+    duplicate_key(key, value, hold.get());
+    return -1;
+  }
+  if (PyErr_Occurred() != nullptr) return -1;
+  return PyDict_SetItem(res, key, value);
+}
+
+int merge_flat(PyObject* raw, PyObject* res) {
+  const Depth depth(kWhile);
+  if (!depth.ok()) return -1;
+  if (PyDict_CheckExact(raw) && raw != res) {
+    Py_ssize_t pos = 0;
+    PyObject* k = nullptr;
+    PyObject* v = nullptr;
+    while (PyDict_Next(raw, &pos, &k, &v)) {
+      Ref hk = Ref::borrow(k);
+      Ref hv = Ref::borrow(v);
+      if (merge_flat_pair(hk.get(), hv.get(), res) < 0) return -1;
     }
-  } else if (PyList_Check(raw)) {
+    return 0;
+  }
+  if (PyList_Check(raw)) {
+    // A snapshot: the walk may change what it walks.
     Ref snapshot = Ref::steal(PySequence_List(raw));
+    if (!snapshot) return -1;
     const Py_ssize_t n = PyList_Size(snapshot.get());
-    for (Py_ssize_t i = 0; i < n; ++i) merge_flat(PyList_GetItem(snapshot.get(), i), res);
-    return;
+    for (Py_ssize_t i = 0; i < n; ++i) {
+      if (merge_flat(PyList_GetItem(snapshot.get(), i), res) < 0) return -1;
+    }
+    return 0;
   }
   // Any other input goes through items(): mappings work, anything else
   // fails with the attribute error of the missing method.
-  Ref items = call_method(raw, "items");
-  Ref pairs = Ref::steal(PySequence_List(items.get()));
+  Ref items = call_method(raw, names().items);
+  Ref pairs = Ref::steal(items ? PySequence_List(items.get()) : nullptr);
+  if (!pairs) return -1;
   const Py_ssize_t n = PyList_Size(pairs.get());
   for (Py_ssize_t i = 0; i < n; ++i) {
     PyObject* pair = PyList_GetItem(pairs.get(), i);
     Ref k = item(pair, 0);
     Ref v = item(pair, 1);
-    merge_flat_pair(k.get(), v.get(), res);
+    if (!k || !v || merge_flat_pair(k.get(), v.get(), res) < 0) return -1;
   }
+  return 0;
 }
 
-void merge_flat_pair(PyObject* key, PyObject* value, PyObject* res) {
-  if (PyDict_Check(value) || PyList_Check(value)) {
-    merge_flat(value, res);
-    return;
-  }
-  PyObject* existing = PyDict_GetItemWithError(res, key);
-  if (existing != nullptr) {
-    Ref hold = Ref::borrow(existing);
-    duplicate_key(key, value, hold.get());
-  }
-  if (PyErr_Occurred()) fail();
-  if (PyDict_SetItem(res, key, value) < 0) fail();
-}
-
-void merge_layers(PyObject* raw, PyObject* res, PyObject* structure) {
-  Ref sep = str("//");
-  Ref items = call_method(structure, "items");
-  Ref pairs = Ref::steal(PySequence_List(items.get()));
-  const Py_ssize_t n = PyList_Size(pairs.get());
-  for (Py_ssize_t i = 0; i < n; ++i) {
-    PyObject* pair = PyList_GetItem(pairs.get(), i);
-    Ref path = item(pair, 0);
-    Ref flag = item(pair, 1);
-    const bool merge = truthy(flag.get());
-    if (!contains(path.get(), sep.get())) {
-      if (merge) {
-        Ref v = index(raw, path.get());
-        update(res, v.get());
-      } else {
-        Ref v = get(raw, path.get());
-        set_item(res, path.get(), v.get());
-      }
-      continue;
+int merge_layer(PyObject* raw, PyObject* res, PyObject* path, PyObject* flag) {
+  const int merge = truthy(flag);
+  const int nested = contains(path, names().sep);
+  if (merge < 0 || nested < 0) return -1;
+  if (nested == 0) {
+    if (merge == 1) {
+      Ref v = index(raw, path);
+      return update(res, v.get());
     }
-    Ref segments = Ref::steal(PyUnicode_Split(path.get(), sep.get(), -1));
-    const Py_ssize_t m = PyList_Size(segments.get());
-    Ref node = Ref::borrow(raw);
-    bool last_is_position = false;
-    PyObject* last = nullptr;
-    for (Py_ssize_t j = 0; j < m; ++j) {
-      PyObject* seg = PyList_GetItem(segments.get(), j);
-      last = seg;
-      last_is_position = PyUnicode_GetLength(seg) > 0 && PyUnicode_ReadChar(seg, 0) == '$';
-      if (last_is_position) {
-        Ref digits = Ref::steal(PyUnicode_Substring(seg, 1, PyUnicode_GetLength(seg)));
-        Ref number = Ref::steal(PyNumber_Long(digits.get()));
-        node = index(node.get(), number.get());
-      } else {
-        node = index(node.get(), seg);
-      }
-    }
-    if (last_is_position || merge) {
-      update(res, node.get());
+    Ref v = get(raw, path);
+    return set_item(res, path, v.get());
+  }
+  Ref segments = Ref::steal(PyUnicode_Split(path, names().sep, -1));
+  if (!segments) return -1;
+  const Py_ssize_t m = PyList_Size(segments.get());
+  Ref node = Ref::borrow(raw);
+  bool last_is_position = false;
+  PyObject* last = nullptr;
+  for (Py_ssize_t j = 0; j < m; ++j) {
+    PyObject* seg = PyList_GetItem(segments.get(), j);
+    last = seg;
+    const Py_ssize_t len = PyUnicode_GetLength(seg);
+    last_is_position = len > 0 && PyUnicode_ReadChar(seg, 0) == '$';
+    if (last_is_position) {
+      Ref digits = Ref::steal(PyUnicode_Substring(seg, 1, len));
+      Ref number = Ref::steal(digits ? PyNumber_Long(digits.get()) : nullptr);
+      node = index(node.get(), number.get());
     } else {
-      set_item(res, last, node.get());
+      node = index(node.get(), seg);
     }
+    if (!node) return -1;
   }
+  if (last_is_position || merge == 1) return update(res, node.get());
+  return set_item(res, last, node.get());
+}
+
+Ref merge_layers(PyObject* raw, PyObject* res, PyObject* structure) {
+  const int r = kit::each_item(structure, [&](PyObject* path, PyObject* flag) {
+    return merge_layer(raw, res, path, flag) < 0 ? -1 : 0;
+  });
+  return r < 0 ? nullptr : Ref::borrow(res);
 }
 
 // The name of the Python function that called us (for template lookup).
-std::string caller_name() {
+Ref caller_name() {
   PyObject* frame = reinterpret_cast<PyObject*>(PyEval_GetFrame());
-  if (frame == nullptr) return std::string();
+  if (frame == nullptr) return Ref::borrow(names().empty);
   Ref code = getattr(frame, "f_code");
-  Ref name = getattr(code.get(), "co_name");
-  Ref bytes = Ref::steal(PyUnicode_AsUTF8String(name.get()));
-  return PyBytes_AsString(bytes.get());
+  return getattr(code.get(), "co_name");
 }
 
-Ref format_output_direct(PyObject*, PyObject* args, PyObject*) {
-  PyObject* raw = PyTuple_GetItem(args, 0);
-  PyObject* tool = PyTuple_GetItem(args, 1);
-  PyObject* tmpl = PyTuple_GetItem(args, 2);
+constexpr ParamDef kFormatParams[] = {
+    arg("raw_data").typed("dict | list"),
+    arg("tool"),
+    arg("template").or_("None").typed("dict"),
+};
+
+constexpr ParamDef kMergeParams[] = {
+    arg("raw_output").typed("dict | list"),
+    arg("res").or_("None").typed("dict"),
+    arg("structure").or_("None").typed("dict"),
+};
+
+Ref format_output_direct(PyObject*, PyObject* const* args) {
+  PyObject* raw = args[RAID_ARG(kFormatParams, "raw_data")];
+  PyObject* tool = args[RAID_ARG(kFormatParams, "tool")];
+  PyObject* tmpl = args[RAID_ARG(kFormatParams, "template")];
   if (tmpl != Py_None) return format_output(raw, tool, tmpl, nullptr);
-  std::string name = caller_name();
-  return format_output(raw, tool, nullptr, name.c_str());
+  Ref name = caller_name();
+  return format_output(raw, tool, nullptr, name.get());
 }
 
-Ref merge_output_direct(PyObject*, PyObject* args, PyObject*) {
-  return merge_output(PyTuple_GetItem(args, 0), PyTuple_GetItem(args, 1), PyTuple_GetItem(args, 2));
+Ref merge_output_direct(PyObject*, PyObject* const* args) {
+  return merge_output(args[RAID_ARG(kMergeParams, "raw_output")],
+                      args[RAID_ARG(kMergeParams, "res")],
+                      args[RAID_ARG(kMergeParams, "structure")]);
 }
 
 }  // namespace
 
-Ref format_output(PyObject* raw, PyObject* tool, PyObject* tmpl, const char* caller) {
-  Ref loaded_tmpl;
+Ref format_output(PyObject* raw, PyObject* tool, PyObject* tmpl, PyObject* caller) {
+  if (raw == nullptr || tool == nullptr) return nullptr;
+  Ref loaded;
   if (tmpl == nullptr || tmpl == Py_None) {
-    loaded_tmpl = load_template(caller);
-    tmpl = loaded_tmpl.get();
+    loaded = load_template(caller);
+    if (!loaded) return nullptr;
+    tmpl = loaded.get();
   }
-  FieldMap map;
-  bool loaded = false;
-  return format_one(raw, tool, tmpl, map, loaded);
+  Formatting f{tool, tmpl, {}};
+  return format_one(raw, f);
 }
 
 Ref merge_output(PyObject* raw, PyObject* res, PyObject* structure) {
+  if (raw == nullptr) return nullptr;
   Ref result = (res == nullptr || res == Py_None) ? Ref::steal(PyDict_New()) : Ref::borrow(res);
-  if (structure == nullptr || structure == Py_None) {
-    if (!PyDict_Check(result.get())) {
-      raise(PyExc_TypeError, "_merge_output() res must be a dict");
-    }
-    merge_flat(raw, result.get());
-  } else {
-    merge_layers(raw, result.get(), structure);
+  if (!result) return nullptr;
+  if (structure != nullptr && structure != Py_None) {
+    return merge_layers(raw, result.get(), structure);
   }
+  if (!PyDict_Check(result.get())) return raise(PyExc_TypeError, "_merge_output() res must be a dict");
+  if (merge_flat(raw, result.get()) < 0) return nullptr;
   return result;
 }
 
 void add_normalise_ops(OpList& ops) {
-  ops.push_back(OpDef{
-      "_format_output",
-      "raw_data, tool, template=None",
-      "按模板重命名查询结果的字段。\n\n"
-      "参数:\n"
-      "    raw_data (dict | list): 工具返回的原始数据；列表逐项处理（可嵌套）。\n"
-      "    tool (str): 工具类型，选择模板 contents 下的字段映射。\n"
-      "    template (dict): 已加载的模板；为 None 时按调用函数名读取 config/<函数名>.yaml。\n\n"
-      "返回:\n"
-      "    dict 或 list：每个输出键取原始数据中对应键的值（缺失为 \"\"），并附 raw_data "
-      "保存原始字典。其他类型抛出 OrvexException。",
-      {},
-      ResultType::any,
-      nullptr,
-      nullptr,
-      format_output_direct});
   ops.push_back(
-      OpDef{"_merge_output",
-            "raw_output, res=None, structure=None",
-            "展平嵌套结果，或按层级映射挑选其中部分。\n\n"
-            "参数:\n"
-            "    raw_output (dict | list): 原始数据。\n"
-            "    res (dict): 要填充的结果字典，为 None 时新建。\n"
-            "    structure (dict): 层级映射 {路径: 是否合并}，路径以 // 分段，$n 表示列表第 n 项；"
-            "为 None 时把所有叶子键合并进 res（重复键抛出 Exception）。\n\n"
-            "返回:\n"
-            "    dict：就地修改后的 res。",
-            {},
-            ResultType::any,
-            nullptr,
-            nullptr,
-            merge_output_direct});
+      Op("_format_output")
+          .params(kFormatParams)
+          .doc("按模板重命名查询结果的字段。\n\n"
+               "参数:\n"
+               "    raw_data (dict | list): 工具返回的原始数据；列表逐项处理（可嵌套）。\n"
+               "    tool (str): 工具类型，选择模板 contents 下的字段映射。\n"
+               "    template (dict): 已加载的模板；为 None 时按调用函数名读取 "
+               "config/<函数名>.yaml。\n\n"
+               "返回:\n"
+               "    dict 或 list：每个输出键取原始数据中对应键的值（缺失为 \"\"），并附 raw_data "
+               "保存原始字典。其他类型抛出 OrvexException。")
+          .returns_doc("dict | list")
+          .direct(format_output_direct));
+  ops.push_back(
+      Op("_merge_output")
+          .params(kMergeParams)
+          .doc("展平嵌套结果，或按层级映射挑选其中部分。\n\n"
+               "参数:\n"
+               "    raw_output (dict | list): 原始数据。\n"
+               "    res (dict): 要填充的结果字典，为 None 时新建。\n"
+               "    structure (dict): 层级映射 {路径: 是否合并}，路径以 // 分段，$n 表示列表第 n "
+               "项；为 None 时把所有叶子键合并进 res（重复键抛出 Exception）。\n\n"
+               "返回:\n"
+               "    dict：就地修改后的 res。")
+          .returns_doc("dict")
+          .direct(merge_output_direct));
 }
 
 }  // namespace raid

@@ -1,9 +1,15 @@
-// Owned references and thin, throwing wrappers over the CPython C API.
+// Owned references and thin wrappers over the CPython C API.
 //
-// Every function here either returns a valid owned reference or throws
-// PyError with the Python exception already set.  Entry points from Python
-// (method trampolines, tp_call slots, getters) catch PyError and return NULL,
-// so no C++ exception ever crosses into the interpreter.
+// Errors are Python errors and travel as return values, never as C++
+// exceptions:
+//   - a function returning Ref returns an empty Ref when it fails, with the
+//     interpreter's error indicator set;
+//   - a function returning int returns -1 when it fails (error set), else 0,
+//     or 0/1 for a predicate;
+//   - every function here passes a NULL input straight through (empty Ref or
+//     -1, nothing called): the step that produced the NULL has set the error.
+// So a straight run of steps needs one test at its end; test before
+// branching on a value (a predicate's -1 is not "false").
 #pragma once
 
 #include <Python.h>
@@ -13,11 +19,6 @@
 #include <utility>
 
 namespace raid::py {
-
-// Thrown when a Python exception is set; carries nothing else.
-struct PyError {};
-
-[[noreturn]] inline void fail() { throw PyError{}; }
 
 // Owned reference.  Moves transfer ownership; copies add a reference.
 class Ref {
@@ -32,13 +33,8 @@ class Ref {
     return *this;
   }
 
-  // Takes over a new reference; throws if it is NULL (error already set).
-  static Ref steal(PyObject* p) {
-    if (p == nullptr) fail();
-    return Ref(p, 0);
-  }
-  // Takes over a new reference that may legitimately be NULL.
-  static Ref steal_or_null(PyObject* p) noexcept { return Ref(p, 0); }
+  // Takes over a new reference (NULL allowed: the error is already set).
+  static Ref steal(PyObject* p) noexcept { return Ref(p, 0); }
   // Adds a reference to a borrowed pointer (NULL allowed).
   static Ref borrow(PyObject* p) noexcept {
     Py_XINCREF(p);
@@ -58,18 +54,23 @@ class Ref {
   PyObject* p_ = nullptr;
 };
 
-// Runs f() and converts a PyError into a NULL return for the interpreter.
-template <class F>
-PyObject* guard(F&& f) noexcept {
-  try {
-    return f().release();
-  } catch (const PyError&) {
-    return nullptr;
-  } catch (...) {
-    PyErr_SetString(PyExc_SystemError, "unexpected C++ exception in raid");
-    return nullptr;
-  }
-}
+// The one place an error is caught: owns the fetched (normalised) error
+// until it is restored or dropped.
+class Fetched {
+ public:
+  Fetched() noexcept;  // takes the error currently set (if any)
+  Fetched(const Fetched&) = delete;
+  Fetched& operator=(const Fetched&) = delete;
+  ~Fetched();                             // drops it
+  bool matches(PyObject* type) const;     // isinstance of type (or a tuple of types)
+  PyObject* value() const { return value_; }  // the exception object (borrowed)
+  std::nullptr_t restore();               // sets it again; returns nullptr for `return`
+
+ private:
+  PyObject* type_ = nullptr;
+  PyObject* value_ = nullptr;
+  PyObject* trace_ = nullptr;
+};
 
 inline Ref none() { return Ref::borrow(Py_None); }
 inline Ref boolean(bool b) { return Ref::borrow(b ? Py_True : Py_False); }
@@ -79,9 +80,10 @@ Ref integer(long v);
 
 Ref getattr(PyObject* o, const char* name);
 Ref getattr(PyObject* o, PyObject* name);
-void setattr(PyObject* o, const char* name, PyObject* v);
+int setattr(PyObject* o, const char* name, PyObject* v);
+int setattr(PyObject* o, PyObject* name, PyObject* v);
 
-// o[key], raising on a missing key or index.
+// o[key], failing with the lookup error on a missing key or index.
 Ref index(PyObject* o, PyObject* key);
 Ref index(PyObject* o, const char* key);
 Ref item(PyObject* seq, Py_ssize_t i);  // sequence element, negative allowed
@@ -90,35 +92,55 @@ Ref item(PyObject* seq, Py_ssize_t i);  // sequence element, negative allowed
 Ref get(PyObject* o, PyObject* key);
 Ref get(PyObject* o, const char* key);
 
+// Calls use the vectorcall protocol where the running interpreter offers
+// it (looked up once at module init) and build no argument tuple then.
 Ref call(PyObject* f);
 Ref call(PyObject* f, std::initializer_list<PyObject*> args, PyObject* kwargs = nullptr);
+Ref call_method(PyObject* o, PyObject* name, std::initializer_list<PyObject*> args = {},
+                PyObject* kwargs = nullptr);
 Ref call_method(PyObject* o, const char* name, std::initializer_list<PyObject*> args = {},
                 PyObject* kwargs = nullptr);
 
-// Keyword dictionary helper: kw({{"raid_tool", obj}, ...})
 struct KV {
   const char* key;
   PyObject* value;
 };
-Ref dict(std::initializer_list<KV> items = {});
+Ref dict(std::initializer_list<KV> items = {});  // {key: value, ...} in order
 Ref tuple(std::initializer_list<PyObject*> items);
 Ref list();
-void append(PyObject* list, PyObject* v);
-void set_item(PyObject* d, PyObject* key, PyObject* v);
-void set_item(PyObject* d, const char* key, PyObject* v);
-// dict.update(other) with the full semantics of the Python method.
-void update(PyObject* d, PyObject* other);
+int append(PyObject* list, PyObject* v);
+int set_item(PyObject* d, PyObject* key, PyObject* v);
+int set_item(PyObject* d, const char* key, PyObject* v);
+int update(PyObject* d, PyObject* other);  // dict.update(other), full semantics
 
-bool truthy(PyObject* o);
-bool equals(PyObject* a, const char* text);  // a == text (str comparison)
-bool contains(PyObject* container, PyObject* item);
+int truthy(PyObject* o);                    // bool(o)
+int equals(PyObject* a, const char* text);  // a == text
+int contains(PyObject* container, PyObject* item);
 Ref to_str(PyObject* o);           // str(o)
 Ref upper(PyObject* o);            // o.upper()
 Ref lower(PyObject* o);            // o.lower()
+Ref concat(std::initializer_list<PyObject*> texts);  // texts joined; a non-str fails (TypeError)
 Ref format(const char* fmt, ...);  // PyUnicode_FromFormat
 
-// Raise helpers (they always throw).
-[[noreturn]] void raise(PyObject* type, const char* msg);
-[[noreturn]] void raise_obj(PyObject* type, PyObject* msg);
+// Set an error and return an empty Ref: `return raise(PyExc_TypeError, "...");`
+Ref raise(PyObject* type, const char* msg);
+// Builds type(msg) and raises that instance (framework exceptions whose
+// constructor takes exactly one message argument are honoured).
+Ref raise_obj(PyObject* type, PyObject* msg);
+
+// Recursion guard for walks over nested answers: honours the interpreter's
+// recursion limit and raises RecursionError past it, as a Python-level walk
+// would; also stops well before the C stack runs out.
+class Depth {
+ public:
+  explicit Depth(const char* where) noexcept;  // sets RecursionError when too deep
+  ~Depth();
+  Depth(const Depth&) = delete;
+  Depth& operator=(const Depth&) = delete;
+  bool ok() const noexcept { return ok_; }
+
+ private:
+  bool ok_;
+};
 
 }  // namespace raid::py

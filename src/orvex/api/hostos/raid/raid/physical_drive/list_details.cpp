@@ -10,139 +10,134 @@ using namespace kit;
 
 namespace {
 
-// --- short list ------------------------------------------------------------
+constexpr ParamDef kNoParams[] = {kwargs()};
+constexpr ParamDef kDriveParams[] = {kw("eid"), kw("sid"), kwargs()};
 
-Ref list_sorbctl(Call& c) {
-  Ref parser = c.parsed("get_controller_pdlist_sorbctl");
-  Ref drives = get(parser.get(), "Drives");
-  return c.format(drives.get());
-}
+const Regex kDetailedSection("^Drive.*Detailed Information$");
 
-Ref list_storcli64(Call& c) {
-  Ref parser = c.parsed("ctr_get_all_cfg_storcli64");
-  Ref drives = get(parser.get(), "PD LIST");
-  Ref shaped = c.format(drives.get());
-  return c.formatter_call("get_physical_drive_list_format", {shaped.get()});
-}
-
-Ref list_arcconf(Call& c) {
+// arcconf lists enclosure services devices among the drives: leave them out
+// and keep each drive's key as its "eid:sid".
+Ref list_arcconf(const Call& c) {
   Ref parser = c.parsed("ctr_get_cfg_arcconf");
   Ref devices = get(parser.get(), "physical_device_information");
   Ref records = list();
-  each(call_method(devices.get(), "items").get(), [&](PyObject* pair) {
-    Ref key = item(pair, 0);
-    Ref record = item(pair, 1);
-    Ref type = get(record.get(), "Type");
-    if (equals(type.get(), "Enclosure Services Device")) return;
-    Ref copy = Ref::steal(PyDict_New());
-    update(copy.get(), record.get());
-    set_item(copy.get(), "eid:sid", key.get());
-    append(records.get(), copy.get());
+  if (!records) return nullptr;
+  const int r = each_item(devices.get(), [&](PyObject* key, PyObject* record) {
+    Ref type = get(record, "Type");
+    const int enclosure = equals(type.get(), "Enclosure Services Device");
+    if (enclosure != 0) return enclosure < 0 ? -1 : 0;
+    Ref copy = dict();
+    if (update(copy.get(), record) < 0 || set_item(copy.get(), "eid:sid", key) < 0) return -1;
+    return append(records.get(), copy.get());
   });
+  if (r < 0) return nullptr;
   Ref shaped = c.format(records.get());
   return c.formatter_call("get_physical_drive_list_format", {shaped.get()});
 }
 
-// --- one drive -------------------------------------------------------------
+// storcli64 drive sections flattened by the formatter's layer map.
+Ref treated_storcli64(const Call& c, PyObject* sections) {
+  Ref layers = c.formatter_call("storcli64_get_one_physical_drive_treatments", {sections});
+  if (!layers) return nullptr;
+  return merge_output(sections, nullptr, layers.get());
+}
 
-Ref one_storcli64(Call& c) {
+Ref one_storcli64(const Call& c) {
   Ref parser = c.parsed("ctr_get_pd_cfg_storcli64", Route::host);
-  Ref layers = c.formatter_call("storcli64_get_one_physical_drive_treatments", {parser.get()});
-  Ref merged = merge_output(parser.get(), nullptr, layers.get());
+  if (!parser) return nullptr;
+  Ref merged = treated_storcli64(c, parser.get());
   Ref shaped = c.format(merged.get());
   return c.formatter_call("get_one_physical_drive_info_format", {shaped.get()});
 }
 
 // arcconf answers one drive from the full listing of the first controller.
-Ref one_arcconf(Call& c) {
+Ref one_arcconf(const Call& c) {
+  PyObject* eid = c.arg(RAID_ARG(kDriveParams, "eid"));
+  PyObject* sid = c.arg(RAID_ARG(kDriveParams, "sid"));
   Ref all = c.method("get_all_physical_drive_info");
-  Ref eid = c.p_get("eid");
-  Ref sid = c.p_get("sid");
-  Ref it = Ref::steal(PyObject_GetIter(all.get()));
-  for (;;) {
-    Ref record = Ref::steal_or_null(PyIter_Next(it.get()));
-    if (!record) {
-      if (PyErr_Occurred()) fail();
-      break;
-    }
-    Ref r_eid = get(record.get(), "eid");
-    Ref r_sid = get(record.get(), "sid");
-    if (same(r_eid.get(), eid.get()) && same(r_sid.get(), sid.get())) return record;
-  }
-  Ref message = format("Physical drive not found. eid: [%S], sid: [%S]", eid.get(), sid.get());
-  raise_orvex(message.get());
+  Ref found;
+  const int r = each(all.get(), [&](PyObject* record) {
+    Ref r_eid = get(record, "eid");
+    const int same_eid = same(r_eid.get(), eid);
+    if (same_eid <= 0) return same_eid;
+    Ref r_sid = get(record, "sid");
+    const int same_sid = same(r_sid.get(), sid);
+    if (same_sid <= 0) return same_sid;
+    found = Ref::borrow(record);
+    return 1;
+  });
+  if (r < 0) return nullptr;
+  if (found) return found;
+  Ref message = format("Physical drive not found. eid: [%S], sid: [%S]", eid, sid);
+  if (!message) return nullptr;
+  return c.refuse(message.get());
 }
-
-Ref one_sorbctl(Call& c) {
-  Ref parser = c.parsed("get_controller_pd_info_sorbctl", Route::host);
-  Ref merged = merge_output(parser.get(), nullptr, nullptr);
-  Ref shaped = c.format(merged.get());
-  return c.formatter_call("get_one_physical_drive_info_format", {shaped.get()});
-}
-
-// --- all drives ------------------------------------------------------------
 
 // sorbctl has no bulk detail query: one detail request per listed drive.
 // The detail requests carry only eid and sid.
-Ref all_sorbctl(Call& c) {
+Ref all_sorbctl(const Call& c) {
   Ref drives = c.method("_get_physical_drive_list", c.params);
   Ref out = list();
-  Ref it = Ref::steal(PyObject_GetIter(drives.get()));
-  for (;;) {
-    Ref record = Ref::steal_or_null(PyIter_Next(it.get()));
-    if (!record) {
-      if (PyErr_Occurred()) fail();
-      break;
-    }
-    Ref eid = index(record.get(), "eid");
-    Ref sid = index(record.get(), "sid");
-    Ref kw = dict({{"eid", eid.get()}, {"sid", sid.get()}});
-    Ref one = c.method("get_one_physical_drive_info", kw.get());
-    append(out.get(), one.get());
-  }
+  if (!out) return nullptr;
+  const int r = each(drives.get(), [&](PyObject* record) {
+    Ref eid = index(record, "eid");
+    Ref sid = index(record, "sid");
+    if (!eid || !sid) return -1;
+    Ref address = dict({{"eid", eid.get()}, {"sid", sid.get()}});
+    if (!address) return -1;
+    Ref one = c.method("get_one_physical_drive_info", address.get());
+    return append(out.get(), one.get());
+  });
+  if (r < 0) return nullptr;
   return out;
 }
 
-Ref all_storcli64(Call& c) {
-  c.p_set("eid", "all");
-  c.p_set("sid", "all");
+// Each "Drive ... Detailed Information" section goes with its summary
+// section, named by the part of its key before the dash.
+Ref all_storcli64(const Call& c) {
+  if (c.p_set("eid", "all") < 0 || c.p_set("sid", "all") < 0) return nullptr;
   Ref parser = c.parsed("ctr_get_pd_cfg_storcli64", Route::host);
-  Ref re = Ref::steal(PyImport_ImportModule("re"));
-  Ref pattern = str("^Drive.*Detailed Information$");
   Ref dash = str("-");
   Ref out = list();
-  each(call_method(parser.get(), "items").get(), [&](PyObject* pair) {
-    Ref key = item(pair, 0);
-    Ref value = item(pair, 1);
-    Ref match = call_method(re.get(), "match", {pattern.get(), key.get()});
-    if (match.get() == Py_None) return;
-    Ref working = Ref::steal(PyDict_New());
-    set_item(working.get(), key.get(), value.get());
-    Ref parts = call_method(key.get(), "split", {dash.get()});
+  if (!parser || !dash || !out) return nullptr;
+  const int r = each_item(parser.get(), [&](PyObject* key, PyObject* value) {
+    Ref match = kDetailedSection.match(key);
+    if (!match) return -1;
+    if (match.get() == Py_None) return 0;
+    Ref parts = call_method(key, "split", {dash.get()});
     Ref head = item(parts.get(), 0);
     Ref summary_key = call_method(head.get(), "strip");
     Ref summary = index(parser.get(), summary_key.get());
-    set_item(working.get(), summary_key.get(), summary.get());
-    Ref layers = c.formatter_call("storcli64_get_one_physical_drive_treatments", {working.get()});
-    Ref merged = merge_output(working.get(), nullptr, layers.get());
-    append(out.get(), merged.get());
+    Ref working = dict();
+    if (!summary || set_item(working.get(), key, value) < 0 ||
+        set_item(working.get(), summary_key.get(), summary.get()) < 0) {
+      return -1;
+    }
+    Ref merged = treated_storcli64(c, working.get());
+    return append(out.get(), merged.get());
   });
+  if (r < 0) return nullptr;
   Ref shaped = c.format(out.get());
   return c.formatter_call("get_all_physical_drive_info_format", {shaped.get()});
 }
 
 // Enclosure records (those carrying enclosure_id) are not drives.
-Ref all_arcconf(Call& c) {
+Ref all_arcconf(const Call& c) {
   Ref parser = c.parsed("ctr_get_pd_cfg_arcconf", Route::host);
   Ref groups = get(parser.get(), "physical_device_information");
-  Ref records = list();
+  Ref group_list = call_method(groups.get(), "values");
   Ref enclosure = str("enclosure_id");
-  each(call_method(groups.get(), "values").get(), [&](PyObject* group) {
-    each(call_method(group, "values").get(), [&](PyObject* record) {
-      if (contains(record, enclosure.get())) return;
-      append(records.get(), record);
+  Ref records = list();
+  if (!enclosure || !records) return nullptr;
+  const int r = each(group_list.get(), [&](PyObject* group) {
+    Ref members = call_method(group, "values");
+    return each(members.get(), [&](PyObject* record) {
+      const int skip = contains(record, enclosure.get());
+      if (skip != 0) return skip < 0 ? -1 : 0;
+      return append(records.get(), record);
     });
   });
+  if (r < 0) return nullptr;
   Ref shaped = c.format(records.get());
   return c.formatter_call("get_all_physical_drive_info_format", {shaped.get()});
 }
@@ -150,50 +145,60 @@ Ref all_arcconf(Call& c) {
 }  // namespace
 
 void add_pd_list_details_ops(OpList& ops) {
-  ops.push_back(OpDef{"_get_physical_drive_list",
-                      "**kwargs",
-                      "查询控制器下的物理盘简要列表（模块内部使用，暂不对外开放）。\n\n"
-                      "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                      "返回:\n"
-                      "    list: 每块硬盘一条记录，键为 eid, sid, did, interface（如 \"SATA\"）, "
-                      "media（如 \"HDD\"）, type（如 \"member\"）, status（如 \"online\"）, "
-                      "size（如 \"5.458TB\"）, model, raw_data（工具的原始记录）。",
-                      {custom(Tool::sorbctl, list_sorbctl), custom(Tool::storcli64, list_storcli64),
-                       custom(Tool::arcconf, list_arcconf)},
-                      ResultType::list,
-                      "get_physical_drive_list_raid"});
-  ops.push_back(OpDef{
-      "get_one_physical_drive_info",
-      "*, eid, sid, **kwargs",
-      "查询单块物理盘的详细信息。\n\n"
-      "参数:\n"
-      "    eid (str): 硬盘所在的 enclosure（通道）编号，如 \"65\"（仅限关键字传入）。\n"
-      "    sid (str): 硬盘的槽位（设备）编号，如 \"0\"（仅限关键字传入）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器；arcconf 总是在第一个控制器中查找。\n\n"
-      "返回:\n"
-      "    dict: eid, sid, did, slot, interface, media, link_speed（如 \"6.0G\"）, size, "
-      "spin_status（如 \"Spin Up\"）, model, type, status, sas_address, disk_name（如 \"NA\"）, "
-      "serial_number, firmware_version, logical_sector_size（如 \"512B\"）, "
-      "physical_sector_size（如 \"4096B\"）, write_cache（如 \"Off\"）, raw_data。\n\n"
-      "异常:\n    OrvexException: arcconf 下找不到该硬盘时抛出。",
-      {custom(Tool::storcli64, one_storcli64), custom(Tool::arcconf, one_arcconf),
-       custom(Tool::sorbctl, one_sorbctl)},
-      ResultType::dict,
-      "get_one_physical_drive_info_raid"});
   ops.push_back(
-      OpDef{"get_all_physical_drive_info",
-            "**kwargs",
-            "查询控制器下所有物理盘的详细信息。\n\n"
-            "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-            "返回:\n"
-            "    list: 每块硬盘一条详细记录，键与 get_one_physical_drive_info 的结果相同"
-            "（eid, sid, did, slot, interface, media, link_speed, size, spin_status, model, type, "
-            "status, sas_address, disk_name, serial_number, firmware_version, logical_sector_size, "
-            "physical_sector_size, write_cache, raw_data）。",
-            {custom(Tool::sorbctl, all_sorbctl), custom(Tool::storcli64, all_storcli64),
-             custom(Tool::arcconf, all_arcconf)},
-            ResultType::list,
-            "get_all_physical_drive_info_raid"});
+      Op("_get_physical_drive_list")
+          .params(kNoParams)
+          .doc("查询控制器下的物理盘简要列表（模块内部使用，暂不对外开放）。\n\n"
+               "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n"
+               "    list: 每块硬盘一条记录，键为 eid, sid, did, interface（如 \"SATA\"）, "
+               "media（如 \"HDD\"）, type（如 \"member\"）, status（如 \"online\"）, "
+               "size（如 \"5.458TB\"）, model, raw_data（工具的原始记录）。")
+          .returns(ResultType::list)
+          .variant_name("get_physical_drive_list_raid")
+          .variants({query(Tool::sorbctl, "get_controller_pdlist_sorbctl").get("Drives").format(),
+                     query(Tool::storcli64, "ctr_get_all_cfg_storcli64")
+                         .get("PD LIST")
+                         .format()
+                         .post("get_physical_drive_list_format"),
+                     custom(Tool::arcconf, list_arcconf)}));
+  ops.push_back(
+      Op("get_one_physical_drive_info")
+          .params(kDriveParams)
+          .doc("查询单块物理盘的详细信息。\n\n"
+               "参数:\n"
+               "    eid (str): 硬盘所在的 enclosure（通道）编号，如 \"65\"（仅限关键字传入）。\n"
+               "    sid (str): 硬盘的槽位（设备）编号，如 \"0\"（仅限关键字传入）。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器；arcconf "
+               "总是在第一个控制器中查找。\n\n"
+               "返回:\n"
+               "    dict: eid, sid, did, slot, interface, media, link_speed（如 \"6.0G\"）, size, "
+               "spin_status（如 \"Spin Up\"）, model, type, status, sas_address, disk_name（如 "
+               "\"NA\"）, serial_number, firmware_version, logical_sector_size（如 \"512B\"）, "
+               "physical_sector_size（如 \"4096B\"）, write_cache（如 \"Off\"）, raw_data。\n\n"
+               "异常:\n    OrvexException: arcconf 下找不到该硬盘时抛出。")
+          .returns(ResultType::dict)
+          .variant_name("get_one_physical_drive_info_raid")
+          .variants({custom(Tool::storcli64, one_storcli64), custom(Tool::arcconf, one_arcconf),
+                     query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
+                         .via(Route::host)
+                         .merge()
+                         .format()
+                         .post("get_one_physical_drive_info_format")}));
+  ops.push_back(
+      Op("get_all_physical_drive_info")
+          .params(kNoParams)
+          .doc("查询控制器下所有物理盘的详细信息。\n\n"
+               "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n"
+               "    list: 每块硬盘一条详细记录，键与 get_one_physical_drive_info 的结果相同"
+               "（eid, sid, did, slot, interface, media, link_speed, size, spin_status, model, "
+               "type, status, sas_address, disk_name, serial_number, firmware_version, "
+               "logical_sector_size, physical_sector_size, write_cache, raw_data）。")
+          .returns(ResultType::list)
+          .variant_name("get_all_physical_drive_info_raid")
+          .variants({custom(Tool::sorbctl, all_sorbctl), custom(Tool::storcli64, all_storcli64),
+                     custom(Tool::arcconf, all_arcconf)}));
 }
 
 }  // namespace raid

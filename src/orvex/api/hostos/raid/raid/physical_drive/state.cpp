@@ -10,268 +10,266 @@ using namespace kit;
 
 namespace {
 
+constexpr ParamDef kDriveParams[] = {kw("eid"), kw("sid"), kwargs()};
+constexpr ParamDef kStateParams[] = {kw("eid"), kw("sid"), kw("state"), kwargs()};
+constexpr ParamDef kOperParams[] = {kw("eid"), kw("sid"), kw("oper"), kwargs()};
+
+// The wrapper a checked variant runs unless the state is "eed".
+struct StateWrapper {
+  const char* wrapper;
+};
+constexpr StateWrapper kStateStorcli64{"pd_set_state_storcli64"};
+constexpr StateWrapper kStateSorbctl{"set_controller_pd_state_sorbctl"};
+
 // "eed" is a placeholder state that the tools do not know: accept it
 // without running anything.
-template <const char* Wrapper>
-Ref state_skipping_eed(Call& c) {
-  Ref state = c.p_get("state");
-  if (equals(state.get(), "eed")) return boolean(true);
-  Ref p = c.parsed(Wrapper);
-  return boolean(Call::success(p.get()));
+Ref state_skipping_eed(const Call& c) {
+  const int eed = equals(c.arg(RAID_ARG(kStateParams, "state")), "eed");
+  if (eed < 0) return nullptr;
+  if (eed == 1) return boolean(true);
+  return c.checked(c.data<StateWrapper>().wrapper);
 }
 
-constexpr char kPdSetStateStorcli64[] = "pd_set_state_storcli64";
-constexpr char kPdStateSorbctl[] = "set_controller_pd_state_sorbctl";
-
-// Like translate, but a value outside the table becomes None (sorbctl) or
-// fails with the lookup error (arcconf).
-void map_strict(Call& c, const char* key, std::initializer_list<Pair> table, bool lenient) {
-  Ref v = c.p_get(key);
-  for (const Pair& p : table) {
-    if (equals(v.get(), p.from)) {
-      c.p_set(key, p.to);
-      return;
-    }
-  }
-  if (lenient) {
-    c.p_set(key, Py_None);
-    return;
-  }
-  PyErr_SetObject(PyExc_KeyError, v.get());
-  fail();
+// Leaving pass-through forces the drive back to good.
+int jbod_storcli64(const Call& c) {
+  Ref state = c.p_get("state");
+  const int on = equals(state.get(), "on");
+  if (on != 0) return on < 0 ? -1 : c.p_set("state", "jbod");
+  const int off = equals(state.get(), "off");
+  if (off != 1) return off;
+  if (c.p_set("state", "good") < 0) return -1;
+  return c.p_set("force", Py_True);
 }
 
 // Releasing a spare needs its array: the caller's ar_id, else the array of
 // the first logical drive.
-Ref hotspare_arcconf(Call& c) {
-  map_strict(c, "oper", {{"add", "hsp"}, {"delete", "rdy"}}, false);
+int hotspare_array_arcconf(const Call& c) {
   Ref oper = c.p_get("oper");
+  const int release = equals(oper.get(), "rdy");
+  if (release != 1) return release;
   Ref ar_id = c.p_get("ar_id");
-  if (equals(oper.get(), "rdy") && !truthy(ar_id.get())) {
-    Ref drives = c.method("get_all_virtual_drive_info");
-    if (!truthy(drives.get())) c.refuse("当前环境不存在逻辑盘");
-    Ref first = item(drives.get(), 0);
-    Ref array = index(first.get(), "array");
-    c.p_set("ar_id", array.get());
+  const int given = truthy(ar_id.get());
+  if (given != 0) return given < 0 ? -1 : 0;
+  Ref drives = c.method("get_all_virtual_drive_info");
+  const int any = truthy(drives.get());
+  if (any < 0) return -1;
+  if (any == 0) {
+    c.refuse("当前环境不存在逻辑盘");
+    return -1;
   }
-  Ref p = c.parsed("set_controller_pd_hotspare_arcconf", Route::host);
-  return boolean(Call::success(p.get()));
+  Ref first = item(drives.get(), 0);
+  Ref array = index(first.get(), "array");
+  return c.p_set("ar_id", array.get());
 }
 
-Ref rebuild_status_storcli64(Call& c) {
+Ref rebuild_status_storcli64(const Call& c) {
   Ref p = c.parsed("ctr_get_rebuild_cfg_storcli64");
-  if (!truthy(p.get())) {
-    Ref eid = c.p_get("eid");
-    Ref sid = c.p_get("sid");
-    Ref a = str("获取[eid:");
-    Ref b = str(", sid:");
-    Ref d = str("]硬盘重构功能状态失败");
-    c.refuse(concat({a.get(), eid.get(), b.get(), sid.get(), d.get()}).get());
+  const int found = truthy(p.get());
+  if (found < 0) return nullptr;
+  if (found == 0) {
+    Ref head = str("获取[eid:");
+    Ref middle = str(", sid:");
+    Ref tail = str("]硬盘重构功能状态失败");
+    Ref message = concat({head.get(), c.arg(RAID_ARG(kDriveParams, "eid")), middle.get(),
+                          c.arg(RAID_ARG(kDriveParams, "sid")), tail.get()});
+    if (!message) return nullptr;
+    return c.refuse(message.get());
   }
   return c.format_with(p.get(), "get_pd_rebuild_status_format");
 }
 
-Ref rebuild_status_sorbctl(Call& c) {
-  Ref p = c.parsed("get_controller_pd_info_sorbctl");
-  Ref detail = index(p.get(), "DriveDetailInformation");
-  return c.format_with(detail.get(), "get_pd_rebuild_status_format");
-}
-
 // arcconf shows rebuilds only as background tasks of logical devices: find
 // the rebuild task whose logical device has this drive as a member.
-Ref rebuild_status_arcconf(Call& c) {
-  Ref eid = c.p_get("eid");
-  Ref sid = c.p_get("sid");
-  Ref address = dict({{"eid", eid.get()}, {"sid", sid.get()}});
+Ref rebuild_status_arcconf(const Call& c) {
+  Ref address = dict({{"eid", c.arg(RAID_ARG(kDriveParams, "eid"))},
+                      {"sid", c.arg(RAID_ARG(kDriveParams, "sid"))}});
+  if (!address) return nullptr;
   Ref drive = c.method("get_one_physical_drive_info", address.get());
-  Ref data = Ref::steal(PyDict_New());
+  Ref data = dict();
   Ref status = get(drive.get(), "status");
-  if (equals(status.get(), "reconstructing")) {
+  const int rebuilding = equals(status.get(), "reconstructing");
+  if (rebuilding < 0 || !data) return nullptr;
+  if (rebuilding == 1) {
     Ref p = c.parsed("ctr_get_controller_bgtask_arcconf");
     Ref tasks = index(p.get(), "logical_device_task");
-    Ref it = Ref::steal(PyObject_GetIter(tasks.get()));
-    for (;;) {
-      Ref task = Ref::steal_or_null(PyIter_Next(it.get()));
-      if (!task) {
-        if (PyErr_Occurred()) fail();
-        break;
-      }
-      Ref op = get(task.get(), "current_operation");
-      if (!equals(op.get(), "Rebuild")) continue;
-      Ref vid = index(task.get(), "logical_device");
+    const int r = each(tasks.get(), [&](PyObject* task) {
+      Ref op = get(task, "current_operation");
+      const int rebuild = equals(op.get(), "Rebuild");
+      if (rebuild != 1) return rebuild;
+      Ref vid = index(task, "logical_device");
+      if (!vid) return -1;
       Ref kw = dict({{"vid", vid.get()}});
+      if (!kw) return -1;
       Ref members = c.method("get_virtual_drive_member_drives", kw.get());
-      if (contains(members.get(), address.get())) {
-        data = task;
-        break;
-      }
-    }
+      const int member = contains(members.get(), address.get());
+      if (member == 1) data = Ref::borrow(task);
+      return member;
+    });
+    if (r < 0) return nullptr;
   }
   return c.format_with(data.get(), "get_pd_rebuild_status_format");
 }
 
-Ref bootdrive_storcli64(Call& c) { return boot_drive_storcli64(c, "pd_set_bootdrive_storcli64"); }
+Ref bootdrive_storcli64(const Call& c) {
+  return boot_drive_storcli64(c, "pd_set_bootdrive_storcli64");
+}
 
 }  // namespace
 
 void add_pd_state_ops(OpList& ops) {
-  ops.push_back(OpDef{"set_disk_state",
-                      "*, eid, sid, state, **kwargs",
-                      "设置物理盘状态。\n\n"
-                      "参数:\n"
-                      "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-                      "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-                      "    state (str): 目标状态，按工具取值；\"eed\" 在 storcli64、sorbctl "
-                      "下不执行任何命令，直接返回 True。\n"
-                      "    force (bool): 强制执行。\n"
-                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                      "返回:\n    bool: 设置是否成功。",
-                      {custom(Tool::storcli64, state_skipping_eed<kPdSetStateStorcli64>),
-                       custom(Tool::sorbctl, state_skipping_eed<kPdStateSorbctl>),
-                       checked(Tool::arcconf, "pd_set_state_arcconf")}});
-  ops.push_back(OpDef{
-      "set_disk_offline",
-      "*, eid, sid, **kwargs",
-      "将物理盘设置为离线（sorbctl 通过关闭硬盘的 PHY 实现）。\n\n"
-      "参数:\n"
-      "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-      "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-      "返回:\n    bool: 设置是否成功。",
-      {checked(Tool::storcli64, "pd_set_state_storcli64",
-               [](Call& c) { c.p_set("state", "offline"); }),
-       checked(Tool::sorbctl, "set_controller_phy_func_sorbctl",
-               [](Call& c) { c.p_set("oper", "disable"); }),
-       checked(Tool::arcconf, "pd_set_state_arcconf", [](Call& c) { c.p_set("state", "ddd"); })}});
+  ops.push_back(Op("set_disk_state")
+                    .params(kStateParams)
+                    .doc("设置物理盘状态。\n\n"
+                         "参数:\n"
+                         "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+                         "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+                         "    state (str): 目标状态，按工具取值；\"eed\" 在 storcli64、sorbctl "
+                         "下不执行任何命令，直接返回 True。\n"
+                         "    force (bool): 强制执行。\n"
+                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                         "返回:\n    bool: 设置是否成功。")
+                    .returns_doc("bool")
+                    .variants({custom(Tool::storcli64, state_skipping_eed, &kStateStorcli64),
+                               custom(Tool::sorbctl, state_skipping_eed, &kStateSorbctl),
+                               checked(Tool::arcconf, "pd_set_state_arcconf")}));
   ops.push_back(
-      OpDef{"set_disk_jbod_state",
-            "*, eid, sid, state, **kwargs",
-            "RAID-设置或取消硬盘直通状态。\n\n"
-            "参数:\n"
-            "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-            "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-            "    state (str): \"on\" 设为直通，\"off\" 取消直通（storcli64 取消时强制执行）。\n"
-            "    force (bool): 强制执行（storcli64）。\n"
-            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-            "返回:\n    bool: 设置是否成功。",
-            {checked(Tool::storcli64, "pd_set_state_storcli64",
-                     [](Call& c) {
-                       Ref state = c.p_get("state");
-                       if (equals(state.get(), "on")) {
-                         c.p_set("state", "jbod");
-                       } else if (equals(state.get(), "off")) {
-                         c.p_set("state", "good");
-                         c.p_set("force", Py_True);
-                       }
-                     }),
-             checked(Tool::sorbctl, "set_controller_pd_state_sorbctl",
-                     [](Call& c) {
-                       translate(c, "state", {{"on", "jbod"}, {"off", "free"}});
-                     }),
-             refuse(Tool::arcconf, "PMC卡arcconf工具没有 RAID-设置或取消硬盘直通状态 功能")}});
-  ops.push_back(OpDef{"set_disk_led_state",
-                      "eid, sid, state, **kwargs",
-                      "设置硬盘定位灯（仅 sorbctl）。\n\n"
-                      "参数:\n"
-                      "    eid (str): enclosure（通道）编号。\n"
-                      "    sid (str): 槽位（设备）编号。\n"
-                      "    state (str): \"on\" 或 \"off\"。\n"
-                      "    led_type (str): \"err\"（故障灯）或 \"locate\"（定位灯）。\n"
-                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                      "返回:\n    bool: 设置是否成功。",
-                      {refuse(Tool::storcli64, "博通卡 暂未提供设置硬盘定位灯 功能"),
-                       checked(Tool::sorbctl, "set_controller_pd_led_sorbctl"),
-                       refuse(Tool::arcconf, "PMC卡 暂未提供设置硬盘定位灯 功能")}});
+      Op("set_disk_offline")
+          .params(kDriveParams)
+          .doc("将物理盘设置为离线（sorbctl 通过关闭硬盘的 PHY 实现）。\n\n"
+               "参数:\n"
+               "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+               "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n    bool: 设置是否成功。")
+          .variants(
+              {checked(Tool::storcli64, "pd_set_state_storcli64").put("state", "offline"),
+               checked(Tool::sorbctl, "set_controller_phy_func_sorbctl").put("oper", "disable"),
+               checked(Tool::arcconf, "pd_set_state_arcconf").put("state", "ddd")}));
   ops.push_back(
-      OpDef{"set_pd_hotspare_drive",
-            "eid, sid, oper, **kwargs",
-            "设置或取消热备盘。\n\n"
-            "参数:\n"
-            "    eid (str): enclosure（通道）编号。\n"
-            "    sid (str): 槽位（设备）编号。\n"
-            "    oper (str): \"add\" 设为热备，\"delete\" 取消热备。\n"
-            "    ar_id (str): 阵列编号；arcconf 取消热备时缺省取第一个逻辑盘的阵列。\n"
-            "    type (str): \"1\" 局部热备，\"2\" 全局热备（仅 arcconf）。\n"
-            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-            "返回:\n    bool: 设置是否成功。\n\n"
-            "异常:\n    OrvexException: arcconf 取消热备而环境中没有逻辑盘时抛出。",
-            {checked(Tool::storcli64, "pd_set_hotspare_drive_storcli64", Route::host),
-             checked(Tool::sorbctl, "set_controller_pd_hotspare_sorbctl", Route::host,
-                     [](Call& c) {
-                       map_strict(c, "oper", {{"add", "hotspare"}, {"delete", "free"}}, true);
-                     }),
-             custom(Tool::arcconf, hotspare_arcconf)}});
-  ops.push_back(OpDef{"set_disk_rebuild",
-                      "*, eid, sid, oper, **kwargs",
-                      "设置硬盘重构功能操作（仅 storcli64）。\n\n"
-                      "参数:\n"
-                      "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-                      "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-                      "    oper (str): \"start\"、\"stop\"、\"pause\" 或 \"resume\"。\n"
-                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                      "返回:\n    bool: 设置是否成功。",
-                      {checked(Tool::storcli64, "ctr_set_rebuild_storcli64"),
-                       refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置硬盘重构功能操作 功能"),
-                       refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置硬盘重构功能操作 功能")}});
-  ops.push_back(OpDef{"get_pd_rebuild_status",
-                      "*, eid, sid, **kwargs",
-                      "查询硬盘重构状态。\n\n"
-                      "参数:\n"
-                      "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-                      "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                      "返回:\n"
-                      "    dict: status, progress, estimated_time_left, raw_data；arcconf "
-                      "下硬盘不在重构时各项为空。\n\n"
-                      "异常:\n    OrvexException: storcli64 查询结果为空时抛出。",
-                      {custom(Tool::storcli64, rebuild_status_storcli64),
-                       custom(Tool::sorbctl, rebuild_status_sorbctl),
-                       custom(Tool::arcconf, rebuild_status_arcconf)}});
+      Op("set_disk_jbod_state")
+          .params(kStateParams)
+          .doc("RAID-设置或取消硬盘直通状态。\n\n"
+               "参数:\n"
+               "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+               "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+               "    state (str): \"on\" 设为直通，\"off\" 取消直通（storcli64 取消时强制执行）。\n"
+               "    force (bool): 强制执行（storcli64）。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n    bool: 设置是否成功。")
+          .variants(
+              {checked(Tool::storcli64, "pd_set_state_storcli64").prep(jbod_storcli64),
+               checked(Tool::sorbctl, "set_controller_pd_state_sorbctl")
+                   .translate("state", {{"on", "jbod"}, {"off", "free"}}),
+               refuse(Tool::arcconf, "PMC卡arcconf工具没有 RAID-设置或取消硬盘直通状态 功能")}));
+  ops.push_back(Op("set_disk_led_state")
+                    .params({arg("eid"), arg("sid"), arg("state"), kwargs()})
+                    .doc("设置硬盘定位灯（仅 sorbctl）。\n\n"
+                         "参数:\n"
+                         "    eid (str): enclosure（通道）编号。\n"
+                         "    sid (str): 槽位（设备）编号。\n"
+                         "    state (str): \"on\" 或 \"off\"。\n"
+                         "    led_type (str): \"err\"（故障灯）或 \"locate\"（定位灯）。\n"
+                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                         "返回:\n    bool: 设置是否成功。")
+                    .variants({refuse(Tool::storcli64, "博通卡 暂未提供设置硬盘定位灯 功能"),
+                               checked(Tool::sorbctl, "set_controller_pd_led_sorbctl"),
+                               refuse(Tool::arcconf, "PMC卡 暂未提供设置硬盘定位灯 功能")}));
   ops.push_back(
-      OpDef{"set_pd_insert",
-            "*, eid, sid, dg, arr, row, **kwargs",
-            "将发生故障的硬盘加入RAID组（仅 storcli64）。\n\n"
-            "参数:\n"
-            "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-            "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-            "    dg (str): 故障所在的磁盘组。\n"
-            "    arr (str): 阵列编号。\n"
-            "    row (str): 硬盘在阵列中的行号。\n"
-            "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-            "返回:\n    命令的解析结果，原样返回。",
-            {parser(Tool::storcli64, "set_pd_insert_storcli64"),
-             refuse(Tool::sorbctl, "7460卡sorbctl工具没有 将发生故障的硬盘加入RAID组 功能"),
-             refuse(Tool::arcconf, "PMC卡arcconf工具没有 将发生故障的硬盘加入RAID组 功能")}});
-  ops.push_back(OpDef{"pd_set_bootdrive",
-                      "*, eid, sid, state, **kwargs",
-                      "设置硬盘为启动盘。\n\n"
-                      "参数:\n"
-                      "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-                      "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-                      "    state (str): \"primary\"（第一启动盘）、\"secondary\"（第二启动盘）或 "
-                      "\"off\"（取消）。\n"
-                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                      "返回:\n    bool: 设置是否成功（storcli64 不支持按固件排序时只记录日志）。",
-                      {custom(Tool::storcli64, bootdrive_storcli64),
-                       checked(Tool::sorbctl, "set_controller_pd_boot_sorbctl",
-                               [](Call& c) {
-                                 translate(c, "state", {{"primary", "on"}, {"secondary", "on"}});
-                               }),
-                       checked(Tool::arcconf, "set_controller_pd_boot_arcconf", [](Call& c) {
-                         translate(c, "state", {{"off", "none"}});
-                       })}});
-  ops.push_back(OpDef{"set_pd_pdcache",
-                      "*, eid, sid, state, **kwargs",
-                      "设置单块硬盘的硬盘缓存（仅 sorbctl）。\n\n"
-                      "参数:\n"
-                      "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-                      "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-                      "    state (str): \"on\" 或 \"off\"。\n"
-                      "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                      "返回:\n    bool: 设置是否成功。",
-                      {refuse(Tool::storcli64, "There is no such command in storcli64"),
-                       checked(Tool::sorbctl, "set_controller_pdcache_sorbctl"),
-                       refuse(Tool::arcconf, "There is no such command in arcconf")}});
+      Op("set_pd_hotspare_drive")
+          .params({arg("eid"), arg("sid"), arg("oper"), kwargs()})
+          .doc("设置或取消热备盘。\n\n"
+               "参数:\n"
+               "    eid (str): enclosure（通道）编号。\n"
+               "    sid (str): 槽位（设备）编号。\n"
+               "    oper (str): \"add\" 设为热备，\"delete\" 取消热备。\n"
+               "    ar_id (str): 阵列编号；arcconf 取消热备时缺省取第一个逻辑盘的阵列。\n"
+               "    type (str): \"1\" 局部热备，\"2\" 全局热备（仅 arcconf）。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n    bool: 设置是否成功。\n\n"
+               "异常:\n    OrvexException: arcconf 取消热备而环境中没有逻辑盘时抛出。")
+          .variants({checked(Tool::storcli64, "pd_set_hotspare_drive_storcli64").via(Route::host),
+                     checked(Tool::sorbctl, "set_controller_pd_hotspare_sorbctl")
+                         .via(Route::host)
+                         .translate_or_none("oper", {{"add", "hotspare"}, {"delete", "free"}}),
+                     checked(Tool::arcconf, "set_controller_pd_hotspare_arcconf")
+                         .via(Route::host)
+                         .translate_strict("oper", {{"add", "hsp"}, {"delete", "rdy"}})
+                         .prep(hotspare_array_arcconf)}));
+  ops.push_back(
+      Op("set_disk_rebuild")
+          .params(kOperParams)
+          .doc("设置硬盘重构功能操作（仅 storcli64）。\n\n"
+               "参数:\n"
+               "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+               "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+               "    oper (str): \"start\"、\"stop\"、\"pause\" 或 \"resume\"。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n    bool: 设置是否成功。")
+          .variants({checked(Tool::storcli64, "ctr_set_rebuild_storcli64"),
+                     refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置硬盘重构功能操作 功能"),
+                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置硬盘重构功能操作 功能")}));
+  ops.push_back(Op("get_pd_rebuild_status")
+                    .params(kDriveParams)
+                    .doc("查询硬盘重构状态。\n\n"
+                         "参数:\n"
+                         "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+                         "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                         "返回:\n"
+                         "    dict: status, progress, estimated_time_left, raw_data；arcconf "
+                         "下硬盘不在重构时各项为空。\n\n"
+                         "异常:\n    OrvexException: storcli64 查询结果为空时抛出。")
+                    .returns_doc("dict")
+                    .variants({custom(Tool::storcli64, rebuild_status_storcli64),
+                               query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
+                                   .at("DriveDetailInformation")
+                                   .format("get_pd_rebuild_status_format"),
+                               custom(Tool::arcconf, rebuild_status_arcconf)}));
+  ops.push_back(
+      Op("set_pd_insert")
+          .params({kw("eid"), kw("sid"), kw("dg"), kw("arr"), kw("row"), kwargs()})
+          .doc("将发生故障的硬盘加入RAID组（仅 storcli64）。\n\n"
+               "参数:\n"
+               "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+               "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+               "    dg (str): 故障所在的磁盘组。\n"
+               "    arr (str): 阵列编号。\n"
+               "    row (str): 硬盘在阵列中的行号。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n    命令的解析结果，原样返回。")
+          .variants(
+              {query(Tool::storcli64, "set_pd_insert_storcli64"),
+               refuse(Tool::sorbctl, "7460卡sorbctl工具没有 将发生故障的硬盘加入RAID组 功能"),
+               refuse(Tool::arcconf, "PMC卡arcconf工具没有 将发生故障的硬盘加入RAID组 功能")}));
+  ops.push_back(
+      Op("pd_set_bootdrive")
+          .params(kStateParams)
+          .doc("设置硬盘为启动盘。\n\n"
+               "参数:\n"
+               "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+               "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+               "    state (str): \"primary\"（第一启动盘）、\"secondary\"（第二启动盘）或 "
+               "\"off\"（取消）。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n    bool: 设置是否成功（storcli64 不支持按固件排序时只记录日志）。")
+          .returns_doc("bool")
+          .variants({custom(Tool::storcli64, bootdrive_storcli64),
+                     checked(Tool::sorbctl, "set_controller_pd_boot_sorbctl")
+                         .translate("state", {{"primary", "on"}, {"secondary", "on"}}),
+                     checked(Tool::arcconf, "set_controller_pd_boot_arcconf")
+                         .translate("state", {{"off", "none"}})}));
+  ops.push_back(Op("set_pd_pdcache")
+                    .params(kStateParams)
+                    .doc("设置单块硬盘的硬盘缓存（仅 sorbctl）。\n\n"
+                         "参数:\n"
+                         "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+                         "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+                         "    state (str): \"on\" 或 \"off\"。\n"
+                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                         "返回:\n    bool: 设置是否成功。")
+                    .variants({refuse(Tool::storcli64, "There is no such command in storcli64"),
+                               checked(Tool::sorbctl, "set_controller_pdcache_sorbctl"),
+                               refuse(Tool::arcconf, "There is no such command in arcconf")}));
 }
 
 }  // namespace raid
