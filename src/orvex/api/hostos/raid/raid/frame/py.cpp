@@ -1,7 +1,5 @@
 #include "py.hpp"
 
-#include <dlfcn.h>
-
 #include <cstdarg>
 #include <cstdint>
 
@@ -15,19 +13,50 @@ namespace raid::py {
 
 Runtime g_runtime;
 
+namespace {
+
+// The address of an exported function of the running interpreter, or
+// nullptr.  Looked up through ctypes' handle on the process rather than
+// dlsym, whose symbol version moved in glibc 2.34 (the module needs nothing
+// newer than glibc 2.17).
+void* exported(PyObject* ctypes, const char* name) {
+  Ref api = Ref::steal(PyObject_GetAttrString(ctypes, "pythonapi"));
+  Ref fn = api ? Ref::steal(PyObject_GetAttrString(api.get(), name)) : Ref();
+  Ref cast = fn ? Ref::steal(PyObject_GetAttrString(ctypes, "cast")) : Ref();
+  Ref c_void_p = cast ? Ref::steal(PyObject_GetAttrString(ctypes, "c_void_p")) : Ref();
+  Ref pointer = c_void_p ? Ref::steal(PyObject_CallFunctionObjArgs(cast.get(), fn.get(),
+                                                                     c_void_p.get(), nullptr))
+                         : Ref();
+  Ref value = pointer ? Ref::steal(PyObject_GetAttrString(pointer.get(), "value")) : Ref();
+  void* address = value && value.get() != Py_None ? PyLong_AsVoidPtr(value.get()) : nullptr;
+  if (PyErr_Occurred() != nullptr) {
+    PyErr_Clear();
+    return nullptr;
+  }
+  return address;
+}
+
+}  // namespace
+
 void init_runtime() {
   Runtime& rt = g_runtime;
   Ref sys = Ref::steal(PyImport_ImportModule("sys"));
   Ref hex = getattr(sys.get(), "hexversion");
   rt.version = hex ? PyLong_AsLong(hex.get()) : 0x03070000;
   if (PyErr_Occurred() != nullptr) PyErr_Clear();
-  // Exported functions only; versions that lack one take the tuple path.
-  rt.vectorcall = reinterpret_cast<Vectorcall>(dlsym(RTLD_DEFAULT, "PyObject_Vectorcall"));
-  rt.vectorcall_dict =
-      reinterpret_cast<VectorcallDict>(dlsym(RTLD_DEFAULT, "PyObject_VectorcallDict"));
-  rt.vectorcall_method =
-      reinterpret_cast<Vectorcall>(dlsym(RTLD_DEFAULT, "PyObject_VectorcallMethod"));
-  rt.method_new = reinterpret_cast<MethodNew>(dlsym(RTLD_DEFAULT, "PyMethod_New"));
+  // Exported functions only; versions that lack one (or an interpreter
+  // without ctypes) take the tuple path.
+  Ref ctypes = Ref::steal(PyImport_ImportModule("ctypes"));
+  if (ctypes) {
+    rt.vectorcall = reinterpret_cast<Vectorcall>(exported(ctypes.get(), "PyObject_Vectorcall"));
+    rt.vectorcall_dict =
+        reinterpret_cast<VectorcallDict>(exported(ctypes.get(), "PyObject_VectorcallDict"));
+    rt.vectorcall_method =
+        reinterpret_cast<Vectorcall>(exported(ctypes.get(), "PyObject_VectorcallMethod"));
+    rt.method_new = reinterpret_cast<MethodNew>(exported(ctypes.get(), "PyMethod_New"));
+  } else {
+    PyErr_Clear();
+  }
   // Arguments arrive as a C array (METH_FASTCALL) where the stable ABI has
   // it (3.10 and later); before, as a tuple and a dict.
   rt.fastcall = rt.version >= 0x030A0000;
