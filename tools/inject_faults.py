@@ -135,6 +135,7 @@ def main():
     ap.add_argument("--per-kind", type=int, default=6)
     ap.add_argument("--seed", type=int, default=1)
     ap.add_argument("--timeout", type=int, default=600)
+    ap.add_argument("--only", help="operation folders to draw from, e.g. controller,virtual_drive")
     ap.add_argument("--json")
     ap.add_argument("--keep", help="scratch directory to use and keep")
     args = ap.parse_args()
@@ -166,7 +167,8 @@ def main():
             sys.exit("suite %s fails on the unchanged module" % name)
 
     rng = random.Random(args.seed)
-    sources = sorted(p for d in OP_DIRS for p in (tree / OPS / d).glob("*.cpp"))
+    dirs = args.only.split(",") if args.only else OP_DIRS
+    sources = sorted(p for d in dirs for p in (tree / OPS / d).glob("*.cpp"))
     pool = {}
     for path in sources:
         lines = path.read_text().splitlines(keepends=True)
