@@ -1,5 +1,5 @@
-"""Every operation of Raid, under every tool kind, on success and error
-paths, called a few thousand times: memory stays flat.
+"""Every operation of Raid (the normalisers too), under every tool kind, on
+success and error paths, called a few thousand times: memory stays flat.
 
 The operations are enumerated from the class, so an operation added later is
 covered without touching this file.  Three backends answer:
@@ -60,15 +60,17 @@ def declared(name):
     return [p for p in params if p.kind not in (p.VAR_POSITIONAL, p.VAR_KEYWORD)]
 
 
-def call_plan(name, tool, eid):
-    """(positional args, keyword args) of a plausible call of `name`."""
+def call_plans(name, tool, eid):
+    """[(positional args, keyword args), ...]: plausible calls of `name`."""
     if name == "update_distributor":
-        return (tool,), {}
+        return [((tool,), {})]
     if name == "_format_output":
         tmpl = {"contents": {tool: {"a": "A", "b": "B"}}}
-        return ([{"A": 1}, {"B": "x"}], tool, tmpl), {}
+        return [(([{"A": 1}, {"B": "x"}], tool, tmpl), {}), ((1, tool, tmpl), {})]
     if name == "_merge_output":
-        return ({"x": [{"y": {"z": 1}}], "w": {"v": 2}},), {}
+        return [(({"x": [{"y": {"z": 1}}], "w": {"v": 2}},), {}),
+                (({"a": 1, "b": {"a": 2}},), {}),  # duplicate key
+                (({"x": [{"y": {"z": 1}}]}, None, {"x//$0//y": False, "x//$0": True}), {})]
     kwargs = {}
     for p in declared(name):
         if p.default is not p.empty:
@@ -79,7 +81,7 @@ def call_plan(name, tool, eid):
             kwargs[p.name] = ["%s:3" % eid, "%s:4" % eid]
         else:
             kwargs[p.name] = VALUES.get(p.name, "0")
-    return (), kwargs
+    return [((), kwargs)]
 
 
 class Null:
@@ -144,7 +146,7 @@ class Sweep:
         capture.advance(5)
         captured.update_distributor(tool)
         self.ops = operations()
-        self.plans = {name: call_plan(name, tool, self.eid) for name in self.ops}
+        self.plans = {name: call_plans(name, tool, self.eid) for name in self.ops}
         self.arity = {name: len(declared(name)) for name in self.ops}
         self.required = {name: any(p.default is p.empty for p in declared(name))
                          for name in self.ops}
@@ -156,18 +158,20 @@ class Sweep:
         self.outcomes = {}
 
     def _one(self, raid, name):
-        args, kwargs = self.plans[name]
-        try:
-            getattr(raid, name)(*args, **kwargs)
-        except Exception as exc:  # noqa: BLE001 - every outcome is a path to walk
-            return type(exc).__name__
-        return "ok"
+        outcomes = set()
+        for args, kwargs in self.plans[name]:
+            try:
+                getattr(raid, name)(*args, **kwargs)
+            except Exception as exc:  # noqa: BLE001 - every outcome is a path to walk
+                outcomes.add(type(exc).__name__)
+            else:
+                outcomes.add("ok")
+        return outcomes
 
     def run(self):
         for raid in self.objects:
             for name in self.ops:
-                outcome = self._one(raid, name)
-                self.outcomes.setdefault(name, set()).add(outcome)
+                self.outcomes.setdefault(name, set()).update(self._one(raid, name))
                 method = getattr(raid, name)
                 try:
                     method(*range(self.arity[name] + 1))  # one positional too many
