@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "runtime.hpp"
+#include "structmember.h"
 
 namespace raid {
 
@@ -26,6 +27,7 @@ struct CParam {
   Ref key;       // key in params; null when not stored
   Ref fallback;  // default value; null when required
   Kind kind;
+  mutable Ref missing;  // "needs keyword-only argument" message, made on first use
 };
 
 struct CPair {
@@ -75,6 +77,7 @@ struct CompiledOp {
   PyMethodDef method{};
   std::vector<CVariant> variants;
   PyObject* function = nullptr;  // the builtin bound to the operation object
+  mutable std::vector<Ref> too_few;  // count messages by arguments given, made on first use
 };
 
 namespace {
@@ -382,10 +385,15 @@ bool same_name(PyObject* a, PyObject* b) {
   return PyUnicode_Check(b) && PyUnicode_Compare(a, b) == 0;
 }
 
+Ref count_message(const CompiledOp& op, const char* how, Py_ssize_t expected, Py_ssize_t given) {
+  return format("%.200s() takes %.8s %zd positional argument%.1s (%zd given)", op.def->name, how,
+                expected, expected == 1 ? "" : "s", given);
+}
+
 PyObject* count_error(const CompiledOp& op, const char* how, Py_ssize_t expected,
                       Py_ssize_t given) {
-  PyErr_Format(PyExc_TypeError, "%.200s() takes %.8s %zd positional argument%.1s (%zd given)",
-               op.def->name, how, expected, expected == 1 ? "" : "s", given);
+  Ref message = count_message(op, how, expected, given);
+  if (message) PyErr_SetObject(PyExc_TypeError, message.get());
   return nullptr;
 }
 
@@ -467,7 +475,13 @@ int bind(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const Ke
     missing = missing || (b.values[i] == nullptr && !op.params[static_cast<std::size_t>(i)].fallback);
   }
   if (missing) {
-    count_error(op, optional ? "at least" : "exactly", op.nrequired + 1, nargs);
+    // The same few messages again and again: each made once.
+    Ref& message = op.too_few[static_cast<std::size_t>(nargs)];
+    if (!message) {
+      message = count_message(op, optional ? "at least" : "exactly", op.nrequired + 1, nargs);
+      if (!message) return -1;
+    }
+    PyErr_SetObject(PyExc_TypeError, message.get());
     return -1;
   }
   if (twice != nullptr) {
@@ -501,7 +515,12 @@ int bind(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const Ke
     } else if (p.fallback) {
       b.values[i] = p.fallback.get();
     } else {
-      PyErr_Format(PyExc_TypeError, "%s() needs keyword-only argument %U", name, p.name.get());
+      Ref& message = p.missing;
+      if (!message) {
+        message = format("%s() needs keyword-only argument %U", name, p.name.get());
+        if (!message) return -1;
+      }
+      PyErr_SetObject(PyExc_TypeError, message.get());
       return -1;
     }
   }
@@ -865,6 +884,7 @@ Ref run_op(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const 
 
 struct OpObject {
   PyObject_HEAD const CompiledOp* op;
+  py::Vectorcall vectorcall;  // called unbound by the interpreter (3.9+)
 };
 
 const CompiledOp& op_of(PyObject* o) { return *reinterpret_cast<OpObject*>(o)->op; }
@@ -876,6 +896,12 @@ PyObject* op_fast(PyObject* o, PyObject* const* args, Py_ssize_t nargs, PyObject
     kw.values = args + nargs;
   }
   return run_op(op_of(o), args, nargs, kw).release();
+}
+
+// raid.<operation>(...) from 3.9 on: the interpreter calls the class
+// attribute with the object first, without binding a method.
+PyObject* op_vectorcall(PyObject* o, PyObject* const* args, std::size_t nargsf, PyObject* kwnames) {
+  return op_fast(o, args, static_cast<Py_ssize_t>(nargsf & ~kVectorcallOffset), kwnames);
 }
 
 PyObject* op_tuple(PyObject* o, PyObject* args, PyObject* kwargs) {
@@ -982,7 +1008,14 @@ PyGetSetDef op_getset[] = {
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
+PyMemberDef op_members[] = {
+    {const_cast<char*>("__vectorcalloffset__"), T_PYSSIZET,
+     static_cast<Py_ssize_t>(offsetof(OpObject, vectorcall)), READONLY, nullptr},
+    {nullptr, 0, 0, 0, nullptr},
+};
+
 PyType_Slot op_slots[] = {
+    {Py_tp_members, op_members},
     {Py_tp_descr_get, reinterpret_cast<void*>(op_descr_get)},
     {Py_tp_call, reinterpret_cast<void*>(op_call)},
     {Py_tp_getset, op_getset},
@@ -1052,6 +1085,7 @@ Ref compile_all(PyObject* module_name, std::size_t first) {
   if (!ns) return nullptr;
   for (std::size_t i = first; i < g_defs.size(); ++i) {
     g_ops.emplace_back();
+    g_ops.back().too_few.resize(g_defs[i].params.size() + 2);
     CompiledOp& op = g_ops.back();
     op.def = &g_defs[i];
     op.index = i;
@@ -1071,6 +1105,7 @@ Ref compile_all(PyObject* module_name, std::size_t first) {
     if (o == nullptr) return nullptr;
     Ref holder = Ref::steal(o);
     reinterpret_cast<OpObject*>(o)->op = &op;
+    reinterpret_cast<OpObject*>(o)->vectorcall = op_vectorcall;
     // Kept for the process, like the operation itself.
     op.function = PyCFunction_NewEx(&op.method, o, module_name);
     if (op.function == nullptr) return nullptr;
@@ -1084,13 +1119,25 @@ Ref compile_all(PyObject* module_name, std::size_t first) {
 // ---------------------------------------------------------------------------
 // Rows
 
-VariantDef refuse(Tool t, const char* message) { return VariantDef{t, Form::refusal, message}; }
-VariantDef checked(Tool t, const char* wrapper) { return VariantDef{t, Form::checked, wrapper}; }
-VariantDef action(Tool t, const char* wrapper) { return VariantDef{t, Form::action, wrapper}; }
-VariantDef query(Tool t, const char* wrapper) { return VariantDef{t, Form::query, wrapper}; }
+namespace {
+
+VariantDef variant(Tool t, Form f, const char* text) {
+  VariantDef v{};
+  v.tool = t;
+  v.form = f;
+  v.text = text;
+  return v;
+}
+
+}  // namespace
+
+VariantDef refuse(Tool t, const char* message) { return variant(t, Form::refusal, message); }
+VariantDef checked(Tool t, const char* wrapper) { return variant(t, Form::checked, wrapper); }
+VariantDef action(Tool t, const char* wrapper) { return variant(t, Form::action, wrapper); }
+VariantDef query(Tool t, const char* wrapper) { return variant(t, Form::query, wrapper); }
 
 VariantDef custom(Tool t, Body body, const void* data) {
-  VariantDef v{t, Form::custom};
+  VariantDef v = variant(t, Form::custom, nullptr);
   v.body = body;
   v.data = data;
   return v;
@@ -1098,7 +1145,7 @@ VariantDef custom(Tool t, Body body, const void* data) {
 
 VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
                       const char* tail) {
-  return VariantDef{t, Form::checked}.choose(key, std::move(wrappers), head, tail);
+  return variant(t, Form::checked, nullptr).choose(key, std::move(wrappers), head, tail);
 }
 
 namespace {
@@ -1368,6 +1415,9 @@ Ref build_raid_class(PyObject* module) {
     if (!*i.into) return nullptr;
   }
   g_variant_type = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(&variant_spec));
+  // From 3.9 the interpreter calls an operation as a method descriptor,
+  // through its vectorcall slot, without binding a method first.
+  if (g_runtime.version >= 0x03090000) op_spec.flags |= kTypeVectorcall | kTypeMethodDescriptor;
   g_op_type = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(&op_spec));
   if (g_variant_type == nullptr || g_op_type == nullptr) return nullptr;
 

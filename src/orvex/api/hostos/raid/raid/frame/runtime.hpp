@@ -18,6 +18,10 @@ using MethodNew = PyObject* (*)(PyObject*, PyObject*);
 // interpreter this module runs on.
 constexpr int kMethFastcall = 0x0080;
 
+// Type flags of later interpreters, set only where they are understood.
+constexpr unsigned long kTypeVectorcall = 1UL << 11;        // 3.8+
+constexpr unsigned long kTypeMethodDescriptor = 1UL << 17;  // 3.8+
+
 // The caller's array has a free slot before args[0].
 constexpr std::size_t kVectorcallOffset = std::size_t{1} << (8 * sizeof(std::size_t) - 1);
 
