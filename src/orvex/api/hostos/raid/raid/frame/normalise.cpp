@@ -263,7 +263,8 @@ Ref merge_output(PyObject* raw, PyObject* res, PyObject* structure) {
   if (structure != nullptr && structure != Py_None) {
     return merge_layers(raw, result.get(), structure);
   }
-  if (!PyDict_Check(result.get())) return raise(PyExc_TypeError, "_merge_output() res must be a dict");
+  if (!PyDict_Check(result.get()))
+    return raise(PyExc_TypeError, "_merge_output() res must be a dict");
   if (merge_flat(raw, result.get()) < 0) return nullptr;
   return result;
 }
