@@ -1,19 +1,25 @@
 #!/usr/bin/env python3
 """Speed of the Raid module against the same work written in plain Python.
 
-    RAID_SITE=build/<dir>-site python3 bench/bench.py [--quick]
+    RAID_SITE=<install prefix of a Release build> python3 bench/bench.py [--quick]
 
-1. Per-call time of representative operations on a no-op dispatch (answers
-   captured once from the simulated host and handed back as they are), next
-   to a plain-Python version of the same operation (the same frame steps:
-   params, per-tool variants registered through the framework's decorator,
-   the same wrapper, formatter calls and normalisers), and next to the
-   framework's share alone: the per-tool registrations through its Python
-   decorator and the dispatch, which both versions must run.
-2. `_merge_output` and `_format_output` on a generated answer of a
-   240-drive controller, in ns per entry, against `dict(zip(...))` building
-   the same number of entries (the floor), and how both grow over 24, 240
-   and 2400 drives.
+Every path is timed three ways, in one process, in interleaved rounds
+(each round times every path and every version once), and reported as the
+median per call with the spread (lowest and highest round):
+
+- module: the operation of the built module, on a no-op dispatch (answers
+  captured once from the simulated host and handed back as they are);
+- plain: the same operation written as plain Python on the same framework
+  (params, the per-tool variants registered through the framework's
+  decorator, the same wrappers, formatter calls and normalisers);
+- floor: what any implementation of that path must pay the framework and
+  nothing else: the three registrations through its decorator, the final
+  call, and the framework calls the path itself makes (dispatch, formatter,
+  template file, building and raising the framework's exception); for an
+  argument error, raising the TypeError.  The normalisers' floor is
+  `dict(zip(...))` building as many entries.
+
+"own" is the time above the floor: the implementation's own work.
 """
 import collections
 import inspect
@@ -21,15 +27,12 @@ import os
 import re
 import statistics
 import sys
-import time
 import timeit
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 if os.environ.get("RAID_SITE"):
     sys.path.insert(0, os.path.abspath(os.environ["RAID_SITE"]))
 sys.path.insert(0, os.path.join(ROOT, "sim"))
-
-import yaml  # noqa: E402
 
 import orvex_sim  # noqa: E402
 from orvex.api.hostos.hostos_base import HostOSBase  # noqa: E402
@@ -44,13 +47,16 @@ import orvex.api.hostos.raid.raid as raid_module  # noqa: E402
 
 CONFIG = os.path.join(os.path.dirname(os.path.abspath(raid_module.__file__)), "config")
 QUICK = "--quick" in sys.argv
+ROUNDS = 5 if QUICK else 15
+BATCH = 0.01 if QUICK else 0.02  # seconds per timed batch
 
 
 # ---------------------------------------------------------------------------
 # No-op dispatch
 
 class Canned:
-    """Answers each wrapper with one fixed answer; does nothing else."""
+    """Answers each wrapper with one fixed answer (raised when it is an
+    exception); does nothing else."""
 
     def __init__(self, tool, answers):
         self.tool = tool
@@ -60,11 +66,16 @@ class Canned:
         return self.tool
 
     def dispatch(self, route, wrapper, params=None):
-        return self.answers[wrapper]
+        answer = self.answers[wrapper]
+        if isinstance(answer, BaseException):
+            raise answer
+        return answer
 
 
-def capture(tool, calls):
+def capture(tool, calls, drives=None):
     host = SimulatedHost(tool)
+    if drives:
+        host.model.drives = drives
     answers = {}
     real = host.dispatch
 
@@ -166,6 +177,89 @@ class PlainRaid(HostOSBase):
 
         return set_jbod_state()
 
+    def set_ctl_mode(self, mode, **kwargs):
+        params = {"mode": mode}
+        params.update(kwargs)
+
+        @self.distributor(raid_tool="arcconf")
+        def set_ctl_mode():
+            return self.formatter.parser_exec_cmd_format(
+                self.dispatch("ctr_set_ctrl_mode_arcconf", params)[0], "arcconf")
+
+        @self.distributor(raid_tool="sorbctl")
+        def set_ctl_mode():  # noqa: F811
+            raise OrvexException("7460卡sorbctl工具没有 设置控制卡工作模式 功能")
+
+        @self.distributor(raid_tool="storcli64")
+        def set_ctl_mode():  # noqa: F811
+            raise OrvexException("LSI卡storcli64工具没有 设置控制卡工作模式 功能")
+
+        return set_ctl_mode()
+
+    def get_capacitance_info(self, information="all", **kwargs):
+        params = {"information": information}
+        params.update(kwargs)
+
+        @self.distributor(raid_tool="storcli64")
+        def get_capacitance_info():
+            info = {}
+            parser = self.dispatch("ctr_get_cv_all_storcli64", params)[0].get("parser")
+            failure = parser.get("fail_Info")
+            if failure:
+                info.update(failure)
+            if information not in ("all", "simple"):
+                raise OrvexException("LSI卡查询电容all参数错误: 全部信息all=\"all\" 简要信息all=\"simple\"")
+            raise NotImplementedError  # only the refusal is measured
+
+        @self.distributor(raid_tool="sorbctl")
+        def get_capacitance_info():  # noqa: F811
+            raise NotImplementedError
+
+        @self.distributor(raid_tool="arcconf")
+        def get_capacitance_info():  # noqa: F811
+            raise NotImplementedError
+
+        result = get_capacitance_info()
+        if result is not None and type(result) is not dict:
+            raise TypeError("Expected dict, got %.200s" % type(result).__name__)
+        return result
+
+    def get_all_physical_drive_info(self, **kwargs):
+        params = {}
+        params.update(kwargs)
+
+        @self.distributor(raid_tool="sorbctl")
+        def get_all_physical_drive_info_raid():
+            raise NotImplementedError
+
+        @self.distributor(raid_tool="storcli64")
+        def get_all_physical_drive_info_raid():  # noqa: F811
+            params["eid"] = "all"
+            params["sid"] = "all"
+            parser = self.host.dispatch("ctr_get_pd_cfg_storcli64", params)[0].get("parser")
+            out = []
+            for key, value in parser.items():
+                if not re.match(r"^Drive.*Detailed Information$", key):
+                    continue
+                summary_key = key.split("-")[0].strip()
+                working = {key: value, summary_key: parser[summary_key]}
+                layers = self.formatter.storcli64_get_one_physical_drive_treatments(working)
+                out.append(self._merge_output(working, None, layers))
+            shaped = self._format_output(out, "storcli64")
+            return self.formatter.get_all_physical_drive_info_format(shaped)
+
+        @self.distributor(raid_tool="arcconf")
+        def get_all_physical_drive_info_raid():  # noqa: F811
+            raise NotImplementedError
+
+        result = get_all_physical_drive_info_raid()
+        if result is not None and type(result) is not list:
+            raise TypeError("Expected list, got %.200s" % type(result).__name__)
+        return result
+
+    def set_disk_state(self, *, eid, sid, state, **kwargs):
+        raise NotImplementedError  # argument errors only
+
     def get_controller_status_raid(self, **kwargs):
         params = {}
         params.update(kwargs)
@@ -220,81 +314,204 @@ class PlainRaid(HostOSBase):
 # ---------------------------------------------------------------------------
 # Measuring
 
-def per_call(func, target=0.25):
-    """Best per-call seconds over a few repeats."""
+def batch_size(func):
     n = 1
-    while True:
-        t = timeit.timeit(func, number=n)
-        if t >= target / 5 or n >= 1 << 22:
-            break
+    while timeit.timeit(func, number=n) < BATCH / 4 and n < 1 << 22:
         n *= 4
-    repeats = 3 if QUICK else 5
-    return min(timeit.repeat(func, number=n, repeat=repeats)) / n
+    return n
 
 
-def operations_table():
+def rounds(cases):
+    """{label: {version: [seconds per call per round]}}, rounds interleaved."""
+    sizes = {(label, v): batch_size(f) for label, versions in cases for v, f in versions.items()}
+    times = {label: {v: [] for v in versions} for label, versions in cases}
+    for _ in range(ROUNDS):
+        for label, versions in cases:
+            for v, f in versions.items():
+                n = sizes[(label, v)]
+                times[label][v].append(timeit.timeit(f, number=n) / n)
+    return times
+
+
+def med(values):
+    return statistics.median(values)
+
+
+def spread(values):
+    m = med(values)
+    return "%+.0f/%+.0f%%" % ((min(values) / m - 1) * 100, (max(values) / m - 1) * 100)
+
+
+def catching(call, error):
+    def run():
+        try:
+            call()
+        except error:
+            pass
+        else:
+            raise AssertionError("no %s" % error.__name__)
+    return run
+
+
+def registered(obj, selected):
+    """The framework's part of one call: three registrations through its
+    decorator, then the selected one called; `selected` runs the framework
+    calls the path makes."""
+    def floor():
+        def variant():
+            return selected()
+
+        def other():
+            raise NotImplementedError
+
+        tools = [t for t in ("storcli64", "arcconf", "sorbctl") if t != obj._distributor_tool]
+        obj.distributor(raid_tool=tools[0])(other)
+        obj.distributor(raid_tool=tools[1])(other)
+        return obj.distributor(raid_tool=obj._distributor_tool)(variant)()
+    return floor
+
+
+def fw(tool, answers):
+    """A module object, a plain object and a floor object on one canned host."""
+    host = Canned(tool, answers)
+    with orvex_sim.use(host):
+        module, plain, floor = Raid(), PlainRaid(), PlainRaid()
+    floor._distributor_tool = tool
+    return module, plain, floor
+
+
+def twenty_four_drives():
+    from orvex_sim.simhost.model import Drive
+    drives = []
+    for slot in range(24):
+        intf, media = ("SAS", "HDD") if slot % 3 else ("SATA", "SSD")
+        drives.append(Drive("252", slot, 10 + slot, intf, media, 1117.8, "ST1200MM0009",
+                            "WFK%05d" % (31740 + slot * 7), "N003", "12.0",
+                            "0x5000c500%08x" % (0xA1B2C300 + slot),
+                            physical_sector=512 if media == "SSD" else 4096))
+    return drives
+
+
+def operation_cases():
     answers, eid = capture("storcli64", [
         lambda r, e: r.set_jbod_state("on"),
         lambda r, e: r.get_controller_status_raid(),
         lambda r, e: r.get_one_physical_drive_info(eid=e, sid="0"),
+        lambda r, e: r.get_capacitance_info(),
     ])
-    host = Canned("storcli64", answers)
-    with orvex_sim.use(host):
-        module, plain = Raid(), PlainRaid()
-    cases = [
-        ("set_jbod_state (checked action)", lambda o: o.set_jbod_state("on", adapter_id="0")),
-        ("get_controller_status_raid (merge + format)",
-         lambda o: o.get_controller_status_raid(adapter_id="0")),
-        ("get_one_physical_drive_info (merge-heavy)",
-         lambda o: o.get_one_physical_drive_info(eid=eid, sid="0")),
-    ]
-    shares = {
-        "set_jbod_state (checked action)": framework_share(plain, "ctr_set_jbod_cfg_storcli64"),
-        "get_controller_status_raid (merge + format)":
-            framework_share(plain, "ctr_get_all_cfg_storcli64"),
-        "get_one_physical_drive_info (merge-heavy)":
-            framework_share(plain, "ctr_get_pd_cfg_storcli64", host=True),
-    }
-    rows = []
-    for label, call in cases:
-        a, b = call(module), call(plain)
-        assert a == b, (label, a, b)  # the plain version does the same work
-        rows.append((label, per_call(lambda: call(module)), per_call(lambda: call(plain)),
-                     per_call(shares[label])))
-    print("Per call on a no-op dispatch (us); ratio = plain Python / module;")
-    print("framework = its decorator registrations and dispatch alone (both versions run it);")
-    print("rest = module - framework (formatter calls, template lookup, the module's own work)")
-    print("%-46s %9s %9s %6s %10s %9s" % ("operation", "module", "plain", "ratio", "framework",
-                                         "rest"))
-    for label, tm, tp, tf in rows:
-        print("%-46s %9.2f %9.2f %5.2fx %10.2f %9.2f" % (
-            label, tm * 1e6, tp * 1e6, tp / tm, tf * 1e6, (tm - tf) * 1e6))
-    return rows
+    arcconf, _ = capture("arcconf", [lambda r, e: r.set_ctl_mode("3")])
+    lost = ConnectionError("ssh lost")
+    failing = dict(answers, ctr_set_jbod_cfg_storcli64=lost, ctr_get_all_cfg_storcli64=lost)
+    cases = []
 
+    def case(label, tool, table, call, error=None, work=None):
+        module, plain, floor = fw(tool, table)
+        wrap = (lambda o: catching(lambda: call(o), error)) if error else (lambda o: lambda: call(o))
+        if error is None:
+            assert call(module) == call(plain), label  # the plain version does the same work
+        selected = work(floor)
+        floor_call = registered(floor, selected)
+        if error is TypeError:
+            floor_call = selected  # binding fails before anything is registered
+        cases.append((label, {"module": wrap(module), "plain": wrap(plain),
+                              "floor": catching(floor_call, error) if error else floor_call}))
 
-def framework_share(obj, wrapper, host=False):
-    """What any implementation pays the framework per call: three variant
-    registrations through the decorator, the selected call, one dispatch."""
-    target = obj.host if host else obj
+    def dispatch(o, wrapper, host=False):
+        return (o.host if host else o).dispatch(wrapper, {"eid": "0", "sid": "0"})
 
-    def share():
-        params = {"eid": "0", "sid": "0"}
+    def raising(error, message):
+        def run():
+            raise error(message)
+        return run
 
-        @obj.distributor(raid_tool="storcli64")
-        def op():
-            return target.dispatch(wrapper, params)[0].get("parser")
+    case("checked action", "storcli64", answers, lambda o: o.set_jbod_state("on", adapter_id="0"),
+         work=lambda o: lambda: dispatch(o, "ctr_set_jbod_cfg_storcli64")[0].get("parser"))
+    case("action", "arcconf", arcconf, lambda o: o.set_ctl_mode("3", adapter_id="0"),
+         work=lambda o: lambda: o.formatter.parser_exec_cmd_format(
+             dispatch(o, "ctr_set_ctrl_mode_arcconf")[0], "arcconf"))
+    case("refusal from a row", "storcli64", answers, lambda o: o.set_ctl_mode("3"), OrvexException,
+         work=lambda o: raising(OrvexException, "LSI卡storcli64工具没有 设置控制卡工作模式 功能"))
 
-        @obj.distributor(raid_tool="arcconf")
-        def op():  # noqa: F811
-            raise NotImplementedError
+    def cap_refusal(o):
+        def run():
+            dispatch(o, "ctr_get_cv_all_storcli64")
+            raise OrvexException("LSI卡查询电容all参数错误")
+        return run
 
-        @obj.distributor(raid_tool="sorbctl")
-        def op():  # noqa: F811
-            raise NotImplementedError
+    case("refusal inside a computed variant", "storcli64", answers,
+         lambda o: o.get_capacitance_info("bad"), OrvexException, work=cap_refusal)
+    case("dispatch error through a checked action", "storcli64", failing,
+         lambda o: o.set_jbod_state("on"), ConnectionError,
+         work=lambda o: lambda: dispatch(o, "ctr_set_jbod_cfg_storcli64"))
+    case("dispatch error through a query", "storcli64", failing,
+         lambda o: o.get_controller_status_raid(), ConnectionError,
+         work=lambda o: lambda: dispatch(o, "ctr_get_all_cfg_storcli64"))
+    case("argument error: missing positional", "storcli64", answers, lambda o: o.set_ctl_mode(),
+         TypeError, work=lambda o: raising(TypeError, "set_ctl_mode() takes exactly 2 positional "
+                                                      "arguments (1 given)"))
+    case("argument error: missing keyword-only", "storcli64", answers,
+         lambda o: o.set_disk_state(eid="0", state="on"), TypeError,
+         work=lambda o: raising(TypeError, "set_disk_state() needs keyword-only argument sid"))
 
-        return op()
+    def query_work(o, wrapper, treatments, fmt, template_name, host=False, with_parser=False):
+        path = os.path.join(CONFIG, "%s.yaml" % template_name)
+        parser = dispatch(o, wrapper, host)[0].get("parser")
+        layers = getattr(o.formatter, treatments)(*([parser] if with_parser else []))
+        shaped = o._format_output(o._merge_output(parser, None, layers), "storcli64",
+                                  load_from_file(path, file_type="yaml"))
 
-    return share
+        def run():
+            parser = dispatch(o, wrapper, host)[0].get("parser")
+            getattr(o.formatter, treatments)(*([parser] if with_parser else []))
+            load_from_file(path, file_type="yaml")
+            return getattr(o.formatter, fmt)(shaped)
+        return run
+
+    case("query: get_controller_status_raid", "storcli64", answers,
+         lambda o: o.get_controller_status_raid(adapter_id="0"),
+         work=lambda o: query_work(o, "ctr_get_all_cfg_storcli64",
+                                   "storcli64_get_controller_status_raid_treatments",
+                                   "get_controller_status_raid_format",
+                                   "get_controller_status_raid"))
+    case("query: get_one_physical_drive_info", "storcli64", answers,
+         lambda o: o.get_one_physical_drive_info(eid=eid, sid="0"),
+         work=lambda o: query_work(o, "ctr_get_pd_cfg_storcli64",
+                                   "storcli64_get_one_physical_drive_treatments",
+                                   "get_one_physical_drive_info_format",
+                                   "get_one_physical_drive_info_raid", host=True,
+                                   with_parser=True))
+
+    many, _ = capture("storcli64", [lambda r, e: r.get_all_physical_drive_info()],
+                      drives=twenty_four_drives())
+
+    def all_work(o):
+        path = os.path.join(CONFIG, "get_all_physical_drive_info_raid.yaml")
+        parser = dispatch(o, "ctr_get_pd_cfg_storcli64", True)[0].get("parser")
+        sections = [{k: v, k.split("-")[0].strip(): parser[k.split("-")[0].strip()]}
+                    for k, v in parser.items() if k.endswith("Detailed Information")]
+        shaped = o._format_output([o._merge_output(
+            w, None, o.formatter.storcli64_get_one_physical_drive_treatments(w))
+            for w in sections], "storcli64", load_from_file(path, file_type="yaml"))
+
+        def run():
+            dispatch(o, "ctr_get_pd_cfg_storcli64", True)
+            for w in sections:
+                o.formatter.storcli64_get_one_physical_drive_treatments(w)
+            load_from_file(path, file_type="yaml")
+            return o.formatter.get_all_physical_drive_info_format(shaped)
+        return run
+
+    case("query: get_all_physical_drive_info, 24 drives", "storcli64", many,
+         lambda o: o.get_all_physical_drive_info(adapter_id="0"), work=all_work)
+
+    module, plain, _ = fw("storcli64", answers)
+    dup = {"x": 0, "a": 1, "b": {"a": 1}}
+    cases.append(("_merge_output raising on a duplicate key", {
+        "module": catching(lambda: module._merge_output(dup), Exception),
+        "plain": catching(lambda: plain._merge_output(dup), Exception),
+        "floor": catching(raising(Exception, "Existing key [a] found in res, current value: [1], "
+                                             "existing value: [1]"), Exception)}))
+    return cases
 
 
 # ---------------------------------------------------------------------------
@@ -336,59 +553,62 @@ def drive_rows(n):
 TEMPLATE = {"contents": {"storcli64": {f.lower().replace(" ", "_"): f for f in FIELDS}}}
 
 
-def normaliser_table():
+def normaliser_cases():
     with orvex_sim.use(Canned("storcli64", {})):
         module, plain = Raid(), PlainRaid()
-    sizes = (24, 240) if QUICK else (24, 240, 2400)
-    out = collections.OrderedDict()
-    for n in sizes:
-        nested = drive_answer(n)
-        layers = layer_map(n)
-        rows = drive_rows(n)
-        entries = n * len(FIELDS)
-        keys = ["k%d" % i for i in range(entries)]
-        values = list(range(entries))
-        out_keys = list(TEMPLATE["contents"]["storcli64"])
-        row_values = [tuple(r.values()) for r in rows]
-        assert module._merge_output(nested) == plain._merge_output(nested)
-        assert module._merge_output(nested, None, layers) == plain._merge_output(nested, None,
-                                                                                  layers)
-        assert module._format_output(rows, "storcli64", TEMPLATE) == plain._format_output(
-            rows, "storcli64", TEMPLATE)
-        measures = {
-            "floor: dict(zip(...))": lambda: dict(zip(keys, values)),
-            "floor: dict(zip(...)) per row": lambda: [dict(zip(out_keys, v)) for v in row_values],
-            "_merge_output flatten": lambda: module._merge_output(nested),
-            "_merge_output layer map": lambda: module._merge_output(nested, None, layers),
-            "_format_output list": lambda: module._format_output(rows, "storcli64", TEMPLATE),
-            "plain _merge_output flatten": lambda: plain._merge_output(nested),
-            "plain _merge_output layer map": lambda: plain._merge_output(nested, None, layers),
-            "plain _format_output list": lambda: plain._format_output(rows, "storcli64",
-                                                                      TEMPLATE),
-        }
-        out[n] = {k: per_call(f) / entries * 1e9 for k, f in measures.items()}
-    print()
-    print("Normalisers, ns per entry (entries = drives x %d fields)" % len(FIELDS))
-    print("%-34s" % "" + "".join("%12s" % ("%d drives" % n) for n in sizes))
-    for key in out[sizes[0]]:
-        print("%-34s" % key + "".join("%12.1f" % out[n][key] for n in sizes))
-    n = 240
-    if n in out:
-        r = out[n]
-        print()
-        print("At 240 drives: merge flatten %.1fx floor, merge layer map %.1fx floor, "
-              "format %.1fx floor (per-row floor)" % (
-                  r["_merge_output flatten"] / r["floor: dict(zip(...))"],
-                  r["_merge_output layer map"] / r["floor: dict(zip(...))"],
-                  r["_format_output list"] / r["floor: dict(zip(...)) per row"]))
-    return out
+    cases = []
+    for n in ((24, 240) if QUICK else (24, 240, 2400)):
+        cases += normalisers_at(n, module, plain)
+    return cases
+
+
+def normalisers_at(n, module, plain):
+    nested, layers, rows = drive_answer(n), layer_map(n), drive_rows(n)
+    entries = n * len(FIELDS)
+    keys, values = ["k%d" % i for i in range(entries)], list(range(entries))
+    out_keys = list(TEMPLATE["contents"]["storcli64"])
+    row_values = [tuple(r.values()) for r in rows]
+    assert module._merge_output(nested) == plain._merge_output(nested)
+    assert module._merge_output(nested, None, layers) == plain._merge_output(nested, None, layers)
+    assert module._format_output(rows, "storcli64", TEMPLATE) == plain._format_output(
+        rows, "storcli64", TEMPLATE)
+
+    def floor():
+        return dict(zip(keys, values))
+
+    return [
+        ("_merge_output flatten, %d drives" % n, {
+            "module": lambda: module._merge_output(nested),
+            "plain": lambda: plain._merge_output(nested), "floor": floor}),
+        ("_merge_output layer map, %d drives" % n, {
+            "module": lambda: module._merge_output(nested, None, layers),
+            "plain": lambda: plain._merge_output(nested, None, layers), "floor": floor}),
+        ("_format_output, %d drives" % n, {
+            "module": lambda: module._format_output(rows, "storcli64", TEMPLATE),
+            "plain": lambda: plain._format_output(rows, "storcli64", TEMPLATE),
+            "floor": lambda: [dict(zip(out_keys, v)) for v in row_values]}),
+    ]
+
+
+def report(cases, times):
+    print("%-42s %9s %12s %9s %9s %7s %8s %8s %6s" % (
+        "path (us per call, median)", "module", "spread", "plain", "floor", "ratio",
+        "own mod", "own pl", "own"))
+    for label, _ in cases:
+        t = {v: med(times[label][v]) * 1e6 for v in ("module", "plain", "floor")}
+        own_m, own_p = t["module"] - t["floor"], t["plain"] - t["floor"]
+        print("%-42s %9.2f %12s %9.2f %9.2f %6.2fx %8.2f %8.2f %5.2f" % (
+            label, t["module"], spread(times[label]["module"]), t["plain"], t["floor"],
+            t["plain"] / t["module"], own_m, own_p, own_m / own_p if own_p > 0 else float("nan")))
 
 
 def main():
-    print("Python %s, %s" % (sys.version.split()[0], os.path.basename(raid_module.__file__)))
+    print("Python %s, %s, %d interleaved rounds" % (
+        sys.version.split()[0], os.path.basename(raid_module.__file__), ROUNDS))
+    print("ratio = plain / module; own = time above the floor; last column = own module / own plain")
     print()
-    operations_table()
-    normaliser_table()
+    cases = operation_cases() + normaliser_cases()
+    report(cases, rounds(cases))
 
 
 if __name__ == "__main__":

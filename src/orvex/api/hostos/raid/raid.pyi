@@ -535,7 +535,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_disk_state(self, *, eid: str, sid: str, state: str, **kwargs: Any) -> Any:
+    def set_disk_state(self, *, eid: str, sid: str, state: str, **kwargs: Any) -> bool:
         """设置物理盘状态。
 
         参数:
@@ -626,7 +626,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_pd_rebuild_status(self, *, eid: str, sid: str, **kwargs: Any) -> Any:
+    def get_pd_rebuild_status(self, *, eid: str, sid: str, **kwargs: Any) -> Dict[str, Any]:
         """查询硬盘重构状态。
 
         参数:
@@ -658,7 +658,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def pd_set_bootdrive(self, *, eid: str, sid: str, state: str, **kwargs: Any) -> Any:
+    def pd_set_bootdrive(self, *, eid: str, sid: str, state: str, **kwargs: Any) -> bool:
         """设置硬盘为启动盘。
 
         参数:
@@ -701,7 +701,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_pd_sanitize(self, eid: str, sid: str, **kwargs: Any) -> Any:
+    def get_pd_sanitize(self, eid: str, sid: str, **kwargs: Any) -> Dict[str, Any]:
         """查询硬盘 sanitize 进度。
 
         参数:
@@ -741,7 +741,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_pd_erase(self, *, eid: str, sid: str, **kwargs: Any) -> Any:
+    def get_pd_erase(self, *, eid: str, sid: str, **kwargs: Any) -> Dict[str, Any]:
         """查询硬盘擦除进度。
 
         参数:
@@ -754,7 +754,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_copyback_info(self, **kwargs: Any) -> Any:
+    def query_copyback_info(self, **kwargs: Any) -> str:
         """RAID-查询回拷功能状态（仅 sorbctl）。
 
         参数:
@@ -765,7 +765,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_copyback_status(self, **kwargs: Any) -> Any:
+    def get_copyback_status(self, **kwargs: Any) -> str:
         """查询硬盘回拷功能状态。
 
         参数:
@@ -802,7 +802,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_copyback_rate(self, **kwargs: Any) -> Any:
+    def get_copyback_rate(self, **kwargs: Any) -> Dict[str, Any]:
         """查询回拷功能后台速率（仅 sorbctl）。
 
         参数:
@@ -813,7 +813,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_precopy_info(self, **kwargs: Any) -> Any:
+    def get_precopy_info(self, **kwargs: Any) -> Dict[str, Any]:
         """获取raid控制器预拷贝配置信息（仅 sorbctl）。
 
         参数:
@@ -850,7 +850,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_pd_copyback_info(self, *, eid: str, sid: str, **kwargs: Any) -> Any:
+    def get_pd_copyback_info(self, *, eid: str, sid: str, **kwargs: Any) -> Dict[str, Any]:
         """查询单块硬盘的回拷进度。
 
         参数:

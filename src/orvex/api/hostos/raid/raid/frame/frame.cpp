@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "runtime.hpp"
+#include "structmember.h"
 
 namespace raid {
 
@@ -26,6 +27,7 @@ struct CParam {
   Ref key;       // key in params; null when not stored
   Ref fallback;  // default value; null when required
   Kind kind;
+  mutable Ref missing;  // "needs keyword-only argument" message, made on first use
 };
 
 struct CPair {
@@ -63,18 +65,19 @@ struct CompiledOp {
   const OpDef* def = nullptr;
   std::size_t index = 0;
   std::vector<CParam> params;
-  Py_ssize_t npos = 0;      // positional-or-keyword parameters
-  Py_ssize_t nrequired = 0;  // ... of which without a default
+  Py_ssize_t npos = 0;        // positional-or-keyword parameters
+  Py_ssize_t nrequired = 0;   // ... of which without a default
   Py_ssize_t catch_all = -1;  // slot of **kwargs, or -1
-  bool only_self = false;   // no parameters at all
+  bool only_self = false;     // no parameters at all
   bool builds_params = false;
-  Ref name;          // interned operation name
-  Ref variant_name;  // interned __name__ of the variants
-  std::string doc;   // the builtin's text signature + documentation
+  Ref name;                    // interned operation name
+  Ref variant_name;            // interned __name__ of the variants
+  std::string doc;             // the builtin's text signature + documentation
   std::string text_signature;  // "($self, /, ...)" of the class attribute
   PyMethodDef method{};
   std::vector<CVariant> variants;
-  PyObject* function = nullptr;  // the builtin bound to the operation object
+  PyObject* function = nullptr;      // the builtin bound to the operation object
+  mutable std::vector<Ref> too_few;  // count messages by arguments given, made on first use
 };
 
 namespace {
@@ -263,7 +266,8 @@ int compile_variants(CompiledOp& op) {
     const bool chosen = v.choose_key != nullptr;
     switch (v.form) {
       case Form::custom:
-        if (v.body == nullptr) return declaration_error(name, "a custom variant without a body", nullptr), -1;
+        if (v.body == nullptr)
+          return declaration_error(name, "a custom variant without a body", nullptr), -1;
         break;
       case Form::refusal:
       case Form::query:
@@ -288,7 +292,8 @@ int compile_variants(CompiledOp& op) {
       ce.op = e.op;
       ce.prep = e.prep;
       if (e.op == Edit::Op::fn) {
-        if (e.prep == nullptr) return declaration_error(name, "a prep edit without its function", nullptr), -1;
+        if (e.prep == nullptr)
+          return declaration_error(name, "a prep edit without its function", nullptr), -1;
       } else if (e.key == nullptr) {
         declaration_error(name, "an edit without its key", nullptr);
         return -1;
@@ -299,7 +304,8 @@ int compile_variants(CompiledOp& op) {
       const bool needs_other =
           e.op == Edit::Op::put || e.op == Edit::Op::rename || e.op == Edit::Op::copy;
       if (needs_other) {
-        if (e.other == nullptr) return declaration_error(name, "an edit without its text or new key ", e.key), -1;
+        if (e.other == nullptr)
+          return declaration_error(name, "an edit without its text or new key ", e.key), -1;
         ce.other = intern(e.other);
         ok = ok && ce.other;
       }
@@ -315,7 +321,8 @@ int compile_variants(CompiledOp& op) {
       cs.op = s.op;
       const bool needs_name = s.op == Shape::Op::at || s.op == Shape::Op::get ||
                               s.op == Shape::Op::post || s.op == Shape::Op::method;
-      if (needs_name && s.name == nullptr) return declaration_error(name, "a shape step without its name", nullptr), -1;
+      if (needs_name && s.name == nullptr)
+        return declaration_error(name, "a shape step without its name", nullptr), -1;
       if (s.name != nullptr) {
         cs.name = intern(s.name);
         ok = ok && cs.name;
@@ -382,17 +389,22 @@ bool same_name(PyObject* a, PyObject* b) {
   return PyUnicode_Check(b) && PyUnicode_Compare(a, b) == 0;
 }
 
+Ref count_message(const CompiledOp& op, const char* how, Py_ssize_t expected, Py_ssize_t given) {
+  return format("%.200s() takes %.8s %zd positional argument%.1s (%zd given)", op.def->name, how,
+                expected, expected == 1 ? "" : "s", given);
+}
+
 PyObject* count_error(const CompiledOp& op, const char* how, Py_ssize_t expected,
                       Py_ssize_t given) {
-  PyErr_Format(PyExc_TypeError, "%.200s() takes %.8s %zd positional argument%.1s (%zd given)",
-               op.def->name, how, expected, expected == 1 ? "" : "s", given);
+  Ref message = count_message(op, how, expected, given);
+  if (message) PyErr_SetObject(PyExc_TypeError, message.get());
   return nullptr;
 }
 
 // The bound arguments of one call: the declared parameters in order (the
 // catch-all's slot holds the extra keywords), and params.
 struct Bound {
-  PyObject* small[12];
+  PyObject* small[12] = {};
   std::vector<PyObject*> big;
   PyObject** values = small;
   Ref extra;
@@ -462,12 +474,19 @@ int bind(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const Ke
     });
     if (r < 0) return -1;
   }
-  bool missing = nargs == 0;  // not even the object
+  bool missing = nargs <= 0;  // not even the object
   for (Py_ssize_t i = given; i < op.npos; ++i) {
-    missing = missing || (b.values[i] == nullptr && !op.params[static_cast<std::size_t>(i)].fallback);
+    missing =
+        missing || (b.values[i] == nullptr && !op.params[static_cast<std::size_t>(i)].fallback);
   }
   if (missing) {
-    count_error(op, optional ? "at least" : "exactly", op.nrequired + 1, nargs);
+    // The same few messages again and again: each made once.
+    Ref& message = op.too_few[static_cast<std::size_t>(nargs)];
+    if (!message) {
+      message = count_message(op, optional ? "at least" : "exactly", op.nrequired + 1, nargs);
+      if (!message) return -1;
+    }
+    PyErr_SetObject(PyExc_TypeError, message.get());
     return -1;
   }
   if (twice != nullptr) {
@@ -501,7 +520,12 @@ int bind(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const Ke
     } else if (p.fallback) {
       b.values[i] = p.fallback.get();
     } else {
-      PyErr_Format(PyExc_TypeError, "%s() needs keyword-only argument %U", name, p.name.get());
+      Ref& message = p.missing;
+      if (!message) {
+        message = format("%s() needs keyword-only argument %U", name, p.name.get());
+        if (!message) return -1;
+      }
+      PyErr_SetObject(PyExc_TypeError, message.get());
       return -1;
     }
   }
@@ -521,7 +545,8 @@ int bind(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const Ke
     const CParam& p = op.params[i];
     if (p.key && PyDict_SetItem(b.params.get(), p.key.get(), b.values[i]) < 0) return -1;
   }
-  if (b.extra && PyDict_Size(b.extra.get()) > 0 && PyDict_Update(b.params.get(), b.extra.get()) < 0) {
+  if (b.extra && PyDict_Size(b.extra.get()) > 0 &&
+      PyDict_Update(b.params.get(), b.extra.get()) < 0) {
     return -1;
   }
   return 0;
@@ -715,8 +740,8 @@ Ref run_variant(VariantObject* vo) {
     case Form::query: {
       Ref answer = dispatch_name(c, v.text.get(), c.params, def.route);
       Ref first = item(answer.get(), 0);
-      Ref entry = def.strict_parser ? index(first.get(), names().parser)
-                                    : get(first.get(), names().parser);
+      Ref entry =
+          def.strict_parser ? index(first.get(), names().parser) : get(first.get(), names().parser);
       return shape(c, v, std::move(entry));
     }
     case Form::custom:
@@ -865,6 +890,7 @@ Ref run_op(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const 
 
 struct OpObject {
   PyObject_HEAD const CompiledOp* op;
+  py::Vectorcall vectorcall;  // called unbound by the interpreter (3.9+)
 };
 
 const CompiledOp& op_of(PyObject* o) { return *reinterpret_cast<OpObject*>(o)->op; }
@@ -878,18 +904,27 @@ PyObject* op_fast(PyObject* o, PyObject* const* args, Py_ssize_t nargs, PyObject
   return run_op(op_of(o), args, nargs, kw).release();
 }
 
+// raid.<operation>(...) from 3.9 on: the interpreter calls the class
+// attribute with the object first, without binding a method.
+PyObject* op_vectorcall(PyObject* o, PyObject* const* args, std::size_t nargsf, PyObject* kwnames) {
+  return op_fast(o, args, static_cast<Py_ssize_t>(nargsf & ~kVectorcallOffset), kwnames);
+}
+
 PyObject* op_tuple(PyObject* o, PyObject* args, PyObject* kwargs) {
   const Py_ssize_t nargs = PyTuple_Size(args);
   Keywords kw;
   if (kwargs != nullptr && PyDict_Size(kwargs) > 0) kw.dict = kwargs;
-  PyObject* small[12];
+  PyObject* small[12] = {};
   std::vector<PyObject*> big;
   PyObject** stack = small;
   if (nargs > 12) {
     big.resize(static_cast<std::size_t>(nargs));
     stack = big.data();
   }
-  for (Py_ssize_t i = 0; i < nargs; ++i) stack[i] = PyTuple_GetItem(args, i);  // borrowed
+  for (Py_ssize_t i = 0; i < nargs; ++i) {
+    stack[i] = PyTuple_GetItem(args, i);  // borrowed
+    if (stack[i] == nullptr) return nullptr;
+  }
   return run_op(op_of(o), stack, nargs, kw).release();
 }
 
@@ -916,8 +951,8 @@ PyObject* op_parameters_get(PyObject* o, void*) {
   static const char* const kinds[] = {"positional", "keyword_only", "catch_all"};
   for (std::size_t i = 0; i < def.params.size(); ++i) {
     const ParamDef& p = def.params[i];
-    PyObject* entry = Py_BuildValue("(sszs)", p.name, kinds[static_cast<int>(p.kind)], p.fallback,
-                                    p.type);
+    PyObject* entry =
+        Py_BuildValue("(sszs)", p.name, kinds[static_cast<int>(p.kind)], p.fallback, p.type);
     if (entry == nullptr) return nullptr;
     PyTuple_SetItem(out.get(), static_cast<Py_ssize_t>(i), entry);
   }
@@ -982,7 +1017,14 @@ PyGetSetDef op_getset[] = {
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
+PyMemberDef op_members[] = {
+    {const_cast<char*>("__vectorcalloffset__"), T_PYSSIZET,
+     static_cast<Py_ssize_t>(offsetof(OpObject, vectorcall)), READONLY, nullptr},
+    {nullptr, 0, 0, 0, nullptr},
+};
+
 PyType_Slot op_slots[] = {
+    {Py_tp_members, op_members},
     {Py_tp_descr_get, reinterpret_cast<void*>(op_descr_get)},
     {Py_tp_call, reinterpret_cast<void*>(op_call)},
     {Py_tp_getset, op_getset},
@@ -1018,8 +1060,8 @@ Ref update_distributor_direct(PyObject* self, PyObject* const* args) {
   if (!PyUnicode_Check(raid_tool)) {
     Ref tname = getattr(reinterpret_cast<PyObject*>(Py_TYPE(raid_tool)), names().name);
     if (tname) {
-      PyErr_Format(PyExc_TypeError, "Argument 'raid_tool' has incorrect type (expected str, got %U)",
-                   tname.get());
+      PyErr_Format(PyExc_TypeError,
+                   "Argument 'raid_tool' has incorrect type (expected str, got %U)", tname.get());
     }
     return nullptr;
   }
@@ -1052,6 +1094,7 @@ Ref compile_all(PyObject* module_name, std::size_t first) {
   if (!ns) return nullptr;
   for (std::size_t i = first; i < g_defs.size(); ++i) {
     g_ops.emplace_back();
+    g_ops.back().too_few.resize(g_defs[i].params.size() + 2);
     CompiledOp& op = g_ops.back();
     op.def = &g_defs[i];
     op.index = i;
@@ -1071,6 +1114,7 @@ Ref compile_all(PyObject* module_name, std::size_t first) {
     if (o == nullptr) return nullptr;
     Ref holder = Ref::steal(o);
     reinterpret_cast<OpObject*>(o)->op = &op;
+    reinterpret_cast<OpObject*>(o)->vectorcall = op_vectorcall;
     // Kept for the process, like the operation itself.
     op.function = PyCFunction_NewEx(&op.method, o, module_name);
     if (op.function == nullptr) return nullptr;
@@ -1084,13 +1128,25 @@ Ref compile_all(PyObject* module_name, std::size_t first) {
 // ---------------------------------------------------------------------------
 // Rows
 
-VariantDef refuse(Tool t, const char* message) { return VariantDef{t, Form::refusal, message}; }
-VariantDef checked(Tool t, const char* wrapper) { return VariantDef{t, Form::checked, wrapper}; }
-VariantDef action(Tool t, const char* wrapper) { return VariantDef{t, Form::action, wrapper}; }
-VariantDef query(Tool t, const char* wrapper) { return VariantDef{t, Form::query, wrapper}; }
+namespace {
+
+VariantDef variant(Tool t, Form f, const char* text) {
+  VariantDef v{};
+  v.tool = t;
+  v.form = f;
+  v.text = text;
+  return v;
+}
+
+}  // namespace
+
+VariantDef refuse(Tool t, const char* message) { return variant(t, Form::refusal, message); }
+VariantDef checked(Tool t, const char* wrapper) { return variant(t, Form::checked, wrapper); }
+VariantDef action(Tool t, const char* wrapper) { return variant(t, Form::action, wrapper); }
+VariantDef query(Tool t, const char* wrapper) { return variant(t, Form::query, wrapper); }
 
 VariantDef custom(Tool t, Body body, const void* data) {
-  VariantDef v{t, Form::custom};
+  VariantDef v = variant(t, Form::custom, nullptr);
   v.body = body;
   v.data = data;
   return v;
@@ -1098,7 +1154,7 @@ VariantDef custom(Tool t, Body body, const void* data) {
 
 VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
                       const char* tail) {
-  return VariantDef{t, Form::checked}.choose(key, std::move(wrappers), head, tail);
+  return variant(t, Form::checked, nullptr).choose(key, std::move(wrappers), head, tail);
 }
 
 namespace {
@@ -1132,7 +1188,8 @@ VariantDef VariantDef::drop(const char* key) && {
   return with_edit(std::move(*this), Edit{Edit::Op::drop, key, nullptr, {}, nullptr});
 }
 VariantDef VariantDef::translate(const char* key, std::vector<Pair> table) && {
-  return with_edit(std::move(*this), Edit{Edit::Op::translate, key, nullptr, std::move(table), nullptr});
+  return with_edit(std::move(*this),
+                   Edit{Edit::Op::translate, key, nullptr, std::move(table), nullptr});
 }
 VariantDef VariantDef::translate_or_none(const char* key, std::vector<Pair> table) && {
   return with_edit(std::move(*this),
@@ -1157,10 +1214,18 @@ VariantDef VariantDef::strict() && {
   strict_parser = true;
   return std::move(*this);
 }
-VariantDef VariantDef::at(const char* key) && { return with_shape(std::move(*this), Shape::Op::at, key); }
-VariantDef VariantDef::get(const char* key) && { return with_shape(std::move(*this), Shape::Op::get, key); }
-VariantDef VariantDef::first() && { return with_shape(std::move(*this), Shape::Op::first, nullptr); }
-VariantDef VariantDef::merge() && { return with_shape(std::move(*this), Shape::Op::merge, nullptr); }
+VariantDef VariantDef::at(const char* key) && {
+  return with_shape(std::move(*this), Shape::Op::at, key);
+}
+VariantDef VariantDef::get(const char* key) && {
+  return with_shape(std::move(*this), Shape::Op::get, key);
+}
+VariantDef VariantDef::first() && {
+  return with_shape(std::move(*this), Shape::Op::first, nullptr);
+}
+VariantDef VariantDef::merge() && {
+  return with_shape(std::move(*this), Shape::Op::merge, nullptr);
+}
 VariantDef VariantDef::format(const char* formatter_attr) && {
   return with_shape(std::move(*this), Shape::Op::format, formatter_attr);
 }
@@ -1175,7 +1240,9 @@ VariantDef VariantDef::method(const char* name) && {
 // Frame operations table
 
 void add_frame_ops(OpList& ops) {
-  ops.push_back(Op("__init__").doc("构造 Raid 对象：先初始化框架基类，再创建 formatter。").direct(init_direct));
+  ops.push_back(Op("__init__")
+                    .doc("构造 Raid 对象：先初始化框架基类，再创建 formatter。")
+                    .direct(init_direct));
   ops.push_back(Op("update_distributor")
                     .params(kUpdateParams)
                     .doc("切换本对象使用的 RAID 工具。\n\n"
@@ -1368,6 +1435,9 @@ Ref build_raid_class(PyObject* module) {
     if (!*i.into) return nullptr;
   }
   g_variant_type = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(&variant_spec));
+  // From 3.9 the interpreter calls an operation as a method descriptor,
+  // through its vectorcall slot, without binding a method first.
+  if (g_runtime.version >= 0x03090000) op_spec.flags |= kTypeVectorcall | kTypeMethodDescriptor;
   g_op_type = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(&op_spec));
   if (g_variant_type == nullptr || g_op_type == nullptr) return nullptr;
 
@@ -1410,7 +1480,8 @@ Ref build_raid_class(PyObject* module) {
   Ref bases = tuple({base});
   Ref cls = call(meta, {qualname.get(), bases.get(), ns.get()});
   if (!cls) return nullptr;
-  if (!PyType_Check(cls.get())) return raise(PyExc_TypeError, "HostOSBase's metaclass made no type");
+  if (!PyType_Check(cls.get()))
+    return raise(PyExc_TypeError, "HostOSBase's metaclass made no type");
   g_raid_type = reinterpret_cast<PyTypeObject*>(cls.get());
   Py_INCREF(cls.get());  // kept for the process: the binder checks against it
 

@@ -103,8 +103,8 @@ constexpr std::size_t param_index(const ParamDef (&params)[N], const char* name)
 
 struct Call;
 struct CompiledOp;
-using Body = Ref (*)(const Call&);                           // a variant that computes
-using Prep = int (*)(const Call&);                           // edits params; -1 on error
+using Body = Ref (*)(const Call&);                                // a variant that computes
+using Prep = int (*)(const Call&);                                // edits params; -1 on error
 using Builder = Ref (*)(PyObject* const* args, PyObject* extra);  // builds params
 // Direct operations (constructor, normalisers, update_distributor) bypass
 // the variants: they get self and the bound arguments.
@@ -138,14 +138,14 @@ struct Edit {
 // value at hand (first the parser entry).
 struct Shape {
   enum class Op : std::uint8_t {
-    at,        // x = x[key]       (lookup error when missing)
-    get,       // x = x.get(key)   (None when missing)
-    first,     // x = x[0]
-    merge,     // x = _merge_output(x)
-    format,    // x = _format_output(x, tool, template): template = formatter.<name>,
-               //     or the file named after the variant when name is null
-    post,      // x = formatter.<name>(x)
-    method,    // x = x.<name>()   (e.g. "upper")
+    at,      // x = x[key]       (lookup error when missing)
+    get,     // x = x.get(key)   (None when missing)
+    first,   // x = x[0]
+    merge,   // x = _merge_output(x)
+    format,  // x = _format_output(x, tool, template): template = formatter.<name>,
+             //     or the file named after the variant when name is null
+    post,    // x = formatter.<name>(x)
+    method,  // x = x.<name>()   (e.g. "upper")
   };
   Op op;
   const char* name = nullptr;
@@ -215,13 +215,13 @@ VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const
 struct OpDef {
   const char* name = nullptr;
   std::vector<ParamDef> params;
-  const char* doc = "";                // Chinese documentation shown by help()
-  const char* returns_doc = nullptr;   // the stub's result annotation ("bool", "dict", ...)
+  const char* doc = "";               // Chinese documentation shown by help()
+  const char* returns_doc = nullptr;  // the stub's result annotation ("bool", "dict", ...)
   ResultType result = ResultType::any;
   const char* variant_name = nullptr;  // function name of the variants; default: name
   std::vector<VariantDef> variants;
-  Builder build = nullptr;             // params built by code
-  Direct direct = nullptr;             // not a tool operation
+  Builder build = nullptr;  // params built by code
+  Direct direct = nullptr;  // not a tool operation
 };
 
 // Builds an OpDef with named setters.
@@ -287,8 +287,8 @@ struct Call {
   const CompiledOp* compiled = nullptr;  // the frame's own view of op
 
   Tool tool() const { return variant.tool; }
-  PyObject* tool_name() const;       // "storcli64", ... (borrowed, interned)
-  PyObject* name() const;            // the variants' function name (borrowed, interned)
+  PyObject* tool_name() const;  // "storcli64", ... (borrowed, interned)
+  PyObject* name() const;       // the variants' function name (borrowed, interned)
   PyObject* arg(std::size_t i) const { return args[i]; }  // c.arg(RAID_ARG(kParams, "x"))
   template <class T>
   const T& data() const {
@@ -311,11 +311,11 @@ struct Call {
   Ref parsed(const char* wrapper, Route r = Route::self) const;        // answer[0].get("parser")
   Ref parsed_index(const char* wrapper, Route r = Route::self) const;  // answer[0]["parser"]
 
-  static int success(PyObject* parser_entry);  // "success" in entry (None: 0)
+  static int success(PyObject* parser_entry);                     // "success" in entry (None: 0)
   Ref checked(const char* wrapper, Route r = Route::self) const;  // the checked-action form
   Ref exec_format(PyObject* raw) const;  // formatter.parser_exec_cmd_format(raw, tool)
 
-  Ref format(PyObject* data) const;                              // template file of the variant
+  Ref format(PyObject* data) const;  // template file of the variant
   Ref format_with(PyObject* data, const char* formatter_attr) const;
   Ref formatter() const;
   Ref formatter_call(const char* method, std::initializer_list<PyObject*> args,

@@ -42,10 +42,32 @@ int read_field_map(PyObject* tmpl, PyObject* tool, FieldMap& map) {
   });
 }
 
-Ref format_dict(PyObject* raw, const FieldMap& map) {
-  Ref out = Ref::steal(PyDict_New());
+struct Formatting {
+  PyObject* tool;
+  PyObject* tmpl;
+  FieldMap map;
+  bool loaded = false;
+  Ref shape;  // the first record made: every later one has its keys, in its order
+  Py_ssize_t size = 0;
+};
+
+// Records after the first start as a copy of it (cheaper than growing a
+// new dictionary key by key), whose values are then all replaced.
+Ref format_dict(PyObject* raw, Formatting& f) {
+  if (!f.loaded) {
+    if (read_field_map(f.tmpl, f.tool, f.map) < 0) return nullptr;
+    f.loaded = true;
+  }
+  Ref out;
+  if (f.shape) {
+    out = Ref::steal(PyDict_Copy(f.shape.get()));
+    if (out && PyDict_Size(out.get()) != f.size) out = Ref::steal(PyDict_New());  // changed since
+  } else {
+    out = Ref::steal(PyDict_New());
+  }
   if (!out) return nullptr;
-  for (const auto& kv : map) {
+  const bool first = !f.shape;
+  for (const auto& kv : f.map) {
     PyObject* v = PyDict_GetItemWithError(raw, kv.second.get());
     if (v == nullptr) {
       if (PyErr_Occurred() != nullptr) return nullptr;
@@ -54,24 +76,15 @@ Ref format_dict(PyObject* raw, const FieldMap& map) {
     if (PyDict_SetItem(out.get(), kv.first.get(), v) < 0) return nullptr;
   }
   if (PyDict_SetItem(out.get(), names().raw_data, raw) < 0) return nullptr;
+  if (first) {
+    f.shape = out;
+    f.size = PyDict_Size(out.get());
+  }
   return out;
 }
 
-struct Formatting {
-  PyObject* tool;
-  PyObject* tmpl;
-  FieldMap map;
-  bool loaded = false;
-};
-
 Ref format_one(PyObject* raw, Formatting& f) {
-  if (PyDict_Check(raw)) {
-    if (!f.loaded) {
-      if (read_field_map(f.tmpl, f.tool, f.map) < 0) return nullptr;
-      f.loaded = true;
-    }
-    return format_dict(raw, f.map);
-  }
+  if (PyDict_Check(raw)) return format_dict(raw, f);
   if (PyList_Check(raw)) {
     const Depth depth(kWhile);
     if (!depth.ok()) return nullptr;
@@ -239,7 +252,7 @@ Ref format_output(PyObject* raw, PyObject* tool, PyObject* tmpl, PyObject* calle
     if (!loaded) return nullptr;
     tmpl = loaded.get();
   }
-  Formatting f{tool, tmpl, {}};
+  Formatting f{tool, tmpl, {}, false, {}, 0};
   return format_one(raw, f);
 }
 
@@ -250,7 +263,8 @@ Ref merge_output(PyObject* raw, PyObject* res, PyObject* structure) {
   if (structure != nullptr && structure != Py_None) {
     return merge_layers(raw, result.get(), structure);
   }
-  if (!PyDict_Check(result.get())) return raise(PyExc_TypeError, "_merge_output() res must be a dict");
+  if (!PyDict_Check(result.get()))
+    return raise(PyExc_TypeError, "_merge_output() res must be a dict");
   if (merge_flat(raw, result.get()) < 0) return nullptr;
   return result;
 }

@@ -61,10 +61,10 @@ class Fetched {
   Fetched() noexcept;  // takes the error currently set (if any)
   Fetched(const Fetched&) = delete;
   Fetched& operator=(const Fetched&) = delete;
-  ~Fetched();                             // drops it
-  bool matches(PyObject* type) const;     // isinstance of type (or a tuple of types)
+  ~Fetched();                                 // drops it
+  bool matches(PyObject* type) const;         // isinstance of type (or a tuple of types)
   PyObject* value() const { return value_; }  // the exception object (borrowed)
-  std::nullptr_t restore();               // sets it again; returns nullptr for `return`
+  std::nullptr_t restore();                   // sets it again; returns nullptr for `return`
 
  private:
   PyObject* type_ = nullptr;
@@ -116,11 +116,11 @@ int update(PyObject* d, PyObject* other);  // dict.update(other), full semantics
 int truthy(PyObject* o);                    // bool(o)
 int equals(PyObject* a, const char* text);  // a == text
 int contains(PyObject* container, PyObject* item);
-Ref to_str(PyObject* o);           // str(o)
-Ref upper(PyObject* o);            // o.upper()
-Ref lower(PyObject* o);            // o.lower()
+Ref to_str(PyObject* o);                             // str(o)
+Ref upper(PyObject* o);                              // o.upper()
+Ref lower(PyObject* o);                              // o.lower()
 Ref concat(std::initializer_list<PyObject*> texts);  // texts joined; a non-str fails (TypeError)
-Ref format(const char* fmt, ...);  // PyUnicode_FromFormat
+Ref format(const char* fmt, ...);                    // PyUnicode_FromFormat
 
 // Set an error and return an empty Ref: `return raise(PyExc_TypeError, "...");`
 Ref raise(PyObject* type, const char* msg);

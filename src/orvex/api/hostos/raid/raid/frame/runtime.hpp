@@ -18,16 +18,20 @@ using MethodNew = PyObject* (*)(PyObject*, PyObject*);
 // interpreter this module runs on.
 constexpr int kMethFastcall = 0x0080;
 
+// Type flags of later interpreters, set only where they are understood.
+constexpr unsigned long kTypeVectorcall = 1UL << 11;        // 3.8+
+constexpr unsigned long kTypeMethodDescriptor = 1UL << 17;  // 3.8+
+
 // The caller's array has a free slot before args[0].
 constexpr std::size_t kVectorcallOffset = std::size_t{1} << (8 * sizeof(std::size_t) - 1);
 
 struct Runtime {
-  long version = 0;                       // sys.hexversion
-  bool fastcall = false;                  // methods take METH_FASTCALL
-  Vectorcall vectorcall = nullptr;        // PyObject_Vectorcall (3.11+)
+  long version = 0;                          // sys.hexversion
+  bool fastcall = false;                     // methods take METH_FASTCALL
+  Vectorcall vectorcall = nullptr;           // PyObject_Vectorcall (3.11+)
   VectorcallDict vectorcall_dict = nullptr;  // PyObject_VectorcallDict (3.9+)
   Vectorcall vectorcall_method = nullptr;    // PyObject_VectorcallMethod (3.9+)
-  MethodNew method_new = nullptr;         // PyMethod_New
+  MethodNew method_new = nullptr;            // PyMethod_New
 };
 
 extern Runtime g_runtime;
@@ -65,7 +69,7 @@ struct Names {
   PyObject* name;  // "__name__"
   PyObject* parser_exec_cmd_format;
   PyObject* empty;
-  PyObject* sep;  // "//"
+  PyObject* sep;       // "//"
   PyObject* tools[4];  // indexed by Tool
 };
 
