@@ -15,8 +15,8 @@ import orvex_sim
 from orvex.api.hostos.raid import raid as raid_module
 from orvex.exception.orvex_exception import OrvexException
 from orvex_sim.simhost import SimulatedHost
+from conftest import TOOLS
 
-TOOLS = ("storcli64", "arcconf", "sorbctl")
 ALL = frozenset(TOOLS)
 NOT_OPERATIONS = {"update_distributor", "_format_output", "_merge_output", "distributor"}
 

@@ -10,8 +10,8 @@ from orvex.api.hostos.raid import raid as raid_module
 from orvex.api.hostos.raid.output_format import OutputFormatter
 from orvex.exception.orvex_exception import OrvexException
 from orvex_sim.simhost import CommandFailed, SimulatedHost, UnknownWrapper
+from conftest import TOOLS
 
-TOOLS = ("storcli64", "arcconf", "sorbctl")
 OPTIMAL = {"storcli64": "Optl", "arcconf": "Optimal", "sorbctl": "Normal"}
 FAILED = {"storcli64": "ubad", "arcconf": "failed", "sorbctl": "failed"}
 DEGRADED = {"storcli64": "Dgrd", "arcconf": "Degraded", "sorbctl": "Degraded"}

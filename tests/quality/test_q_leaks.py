@@ -25,11 +25,13 @@ import tracemalloc
 
 import pytest
 
+import conftest
+
 import orvex_sim
 from orvex.api.hostos.raid.raid import Raid
 from orvex_sim.simhost import SimulatedHost
 
-TOOLS = ("storcli64", "arcconf", "sorbctl", "storelibtest")
+TOOLS = conftest.TOOLS + ("storelibtest",)
 NOT_OPERATIONS = {"distributor"}
 # Sanitizer runs are ~10x slower; they only need the paths walked, not the
 # statistics, so they scale the rounds down.
