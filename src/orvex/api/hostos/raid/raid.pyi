@@ -60,7 +60,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_all_controllers(self) -> Any:
+    def get_all_controllers(self) -> List[Any]:
         """查询主机上的所有 RAID 控制器（仅 sorbctl）。
 
         返回:
@@ -68,7 +68,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_controller_number(self) -> Any:
+    def query_controller_number(self) -> str:
         """查询控制器数量。
 
         返回:
@@ -76,7 +76,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_controller_driver_info(self) -> Any:
+    def query_controller_driver_info(self) -> Dict[str, Any]:
         """查询控制卡驱动信息（仅 sorbctl，驱动 sorbdrv）。
 
         返回:
@@ -84,7 +84,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_raid_config(self, **kwargs: Any) -> Any:
+    def query_raid_config(self, **kwargs: Any) -> Dict[str, Any]:
         """查询控制器配置。
 
         参数:
@@ -130,7 +130,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_jbod_state(self, state: str, **kwargs: Any) -> Any:
+    def set_jbod_state(self, state: str, **kwargs: Any) -> bool:
         """打开或关闭控制器的直通（JBOD）功能。
 
         参数:
@@ -143,7 +143,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_jbod_info(self, **kwargs: Any) -> Any:
+    def query_jbod_info(self, **kwargs: Any) -> str:
         """查询控制器直通（JBOD）状态。
 
         参数:
@@ -154,7 +154,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_ctl_current_time(self, **kwargs: Any) -> Any:
+    def get_ctl_current_time(self, **kwargs: Any) -> str:
         """查询控制卡当前时间信息（仅 storcli64）。
 
         参数:
@@ -212,7 +212,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_controller_ehsp(self, **kwargs: Any) -> Any:
+    def get_controller_ehsp(self, **kwargs: Any) -> str:
         """查询紧急热备状态（storcli64、sorbctl）。
 
         参数:
@@ -248,7 +248,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_bootwithpinnedcache(self, **kwargs: Any) -> Any:
+    def get_bootwithpinnedcache(self, **kwargs: Any) -> str:
         """查询存在脏数据时的控制器启动方式（storcli64、sorbctl）。
 
         参数:
@@ -294,7 +294,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_controller_detail_log(self, **kwargs: Any) -> Any:
+    def get_controller_detail_log(self, **kwargs: Any) -> List[Any]:
         """查询控制器详细日志。
 
         sorbctl 先导出 flash 与 ram 两份日志（/root/raidlog//log-flash.txt、/root/raidlog//log-ram.txt）再读取；arcconf 导出后读取 /var/log/Support/Firmware/Controller_1_Log.txt。
@@ -348,7 +348,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def controller_command_passthru(self, eid: str, sid: str, command_passthru: str, **kwargs: Any) -> Any:
+    def controller_command_passthru(self, eid: str, sid: str, command_passthru: str, **kwargs: Any) -> Tuple[Any, ...]:
         """通过 RAID 工具向物理硬盘透传命令，返回硬盘的应答数据。
 
         参数:
@@ -365,7 +365,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_expander_cfg(self, **kwargs: Any) -> Any:
+    def get_expander_cfg(self, **kwargs: Any) -> List[Any]:
         """查询expander背板信息。
 
         参数:
@@ -379,14 +379,14 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_ctl_phyerror(self, **kwargs: Any) -> Any:
+    def get_ctl_phyerror(self, **kwargs: Any) -> Union[Dict[str, Any], List[Any]]:
         """查询控制器 PHY 误码计数。
 
         参数:
             adapter_id (str): 控制器编号，缺省为第一个控制器。
 
         返回:
-            list: 每个 PHY 一个字典，键为 phy_id、invalid_dword_count、running_disparity_error_count、loss_of_dword_sync_count、phy_reset_problem_count 与 raw_data。
+            dict 或 list: arcconf 为一个字典，以 PHY 的 phy_id 为键，每个 PHY 一项；storcli64、sorbctl 为列表，每个 PHY 一个字典。各项的键为 phy_id、invalid_dword_count、running_disparity_error_count、loss_of_dword_sync_count、phy_reset_problem_count 与 raw_data。
         """
         ...
 
@@ -404,7 +404,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def ctl_get_phy_info_storelibtest(self, phy_input: str, **kwargs: Any) -> Any:
+    def ctl_get_phy_info_storelibtest(self, phy_input: str, **kwargs: Any) -> List[Any]:
         """使用 storelibtest 工具查询 phy 信息（博通卡，需 expander 背板）。
 
         参数:
@@ -419,7 +419,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def ctl_phy_control_storelibtest(self, reset_type: str, phy_input: str, **kwargs: Any) -> Any:
+    def ctl_phy_control_storelibtest(self, reset_type: str, phy_input: str, **kwargs: Any) -> List[Any]:
         """使用 storelibtest 工具对 phy 进行 phy control（复位）操作（博通卡，需 expander 背板）。
 
         参数:
@@ -461,7 +461,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_capacitance_info(self, information: str = 'all', **kwargs: Any) -> Any:
+    def get_capacitance_info(self, information: str = 'all', **kwargs: Any) -> Dict[str, Any]:
         """查询超级电容信息。
 
         参数:
@@ -473,7 +473,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_supercap_learn(self, **kwargs: Any) -> Any:
+    def set_supercap_learn(self, **kwargs: Any) -> bool:
         """设置超级电容自学习（storcli64、sorbctl）。
 
         参数:
@@ -486,7 +486,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_supercap_self_learn_info(self, **kwargs: Any) -> Any:
+    def get_supercap_self_learn_info(self, **kwargs: Any) -> Dict[str, Any]:
         """查询超级电容自学习信息（storcli64、sorbctl）。
 
         参数:

@@ -3,7 +3,6 @@
 // the state query.
 #include "../frame/frame.hpp"
 #include "../frame/toolkit.hpp"
-#include "queries.hpp"
 
 namespace raid {
 
@@ -19,12 +18,6 @@ constexpr const char* kStateTemplate = "get_controller_ccheck_format";
 
 // switch_status goes into params under a key of each variant's own.
 constexpr ParamDef kSwitchParams[] = {arg("switch_status").unstored(), kwargs()};
-
-// storcli64 answers the rate as one property row, sorbctl within its state.
-constexpr bg::EntryQuery kRateStorcli64{"ctr_get_ccrate_storcli64", "Controller Properties",
-                                        "Value", "Rate", false};
-constexpr bg::EntryQuery kRateSorbctl{kQuerySorbctl, nullptr, "CC Rate", "Rate", false};
-constexpr bg::PropsQuery kStateStorcli64{"ctr_get_cc_storcli64", kStateTemplate};
 
 // The start of the next full hour on the controller's clock, as
 // "%Y/%m/%d %H".  The clock is read from the default controller: no
@@ -58,10 +51,6 @@ Ref switch_storcli64(const Call& c) {
   return c.checked(kScheduleStorcli64);
 }
 
-int put_switch_status(const Call& c) {
-  return c.p_set("switch_status", c.arg(RAID_ARG(kSwitchParams, "switch_status")));
-}
-
 // storcli64 takes the period in hours; it is given in days.
 int period_in_hours(const Call& c) {
   Ref delay = c.p_get("delay");
@@ -91,7 +80,7 @@ void add_consistency_check_ops(OpList& ops) {
                                 {{"on", "start_controller_ccheck_sorbctl"},
                                  {"off", "stop_controller_ccheck_sorbctl"}},
                                 "请输入正确的switch_status: ", "错误, 应为on或者off.")
-                         .prep(put_switch_status),
+                         .keep_arg("switch_status", "switch_status"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置一致性校验开关 功能")}));
   ops.push_back(
       Op("set_ctl_ccheck_state")
@@ -173,8 +162,12 @@ void add_consistency_check_ops(OpList& ops) {
                "    dict: {'Rate': 速率}；storcli64 为百分比（如 '40%'），sorbctl 为级别（如 "
                "'high'）。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, bg::entry_query, &kRateStorcli64),
-                     custom(Tool::sorbctl, bg::entry_query, &kRateSorbctl),
+          // storcli64 answers the rate as one property row, sorbctl within its state.
+          .variants({query(Tool::storcli64, "ctr_get_ccrate_storcli64")
+                         .at("Controller Properties")
+                         .at("Value")
+                         .wrap("Rate"),
+                     query(Tool::sorbctl, kQuerySorbctl).at("CC Rate").wrap("Rate"),
                      refuse(Tool::arcconf, "There is no such command in arcconf")}));
   ops.push_back(
       Op("set_ctl_ccheck_ccrate")
@@ -240,7 +233,7 @@ void add_consistency_check_ops(OpList& ops) {
                "'0'）、CC Excluded VDs（如 'None'）和 raw_data（工具的原始输出；arcconf "
                "为控制器信息部分）。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, bg::props_query, &kStateStorcli64),
+          .variants({query(Tool::storcli64, "ctr_get_cc_storcli64").props().format(kStateTemplate),
                      query(Tool::sorbctl, kQuerySorbctl).format(kStateTemplate),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
                          .via(Route::host)

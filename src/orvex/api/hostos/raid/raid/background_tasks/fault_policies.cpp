@@ -2,20 +2,8 @@
 // may eject per period, and the latency thresholds that mark a drive slow.
 // Only sorbctl manages them.
 #include "../frame/frame.hpp"
-#include "queries.hpp"
 
 namespace raid {
-
-namespace {
-
-// The kick-drive query reports failure as the literal text "fail", the
-// slow-drive query as an empty answer.
-constexpr bg::GuardedQuery kKickdriveStatus{"get_kickdrive_status_sorbctl", "fail",
-                                            "查询kickdrive失败", nullptr};
-constexpr bg::GuardedQuery kSlowdriveStatus{"get_slowdrive_status_sorbctl", nullptr,
-                                            "查询slowdrive失败", nullptr};
-
-}  // namespace
 
 void add_fault_policies_ops(OpList& ops) {
   ops.push_back(
@@ -32,7 +20,10 @@ void add_fault_policies_ops(OpList& ops) {
           .returns_doc("dict")
           .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 kickdrive 功能"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 kickdrive 功能"),
-                     custom(Tool::sorbctl, bg::guarded_query, &kKickdriveStatus)}));
+                     // failure is reported as the text "fail"
+                     query(Tool::sorbctl, "get_kickdrive_status_sorbctl")
+                         .refuse_on("fail", "查询kickdrive失败")
+                         .format()}));
   ops.push_back(Op("set_kickdrive")
                     .params({kwargs()})
                     .doc("设置慢盘踢盘（kickdrive）策略（仅 sorbctl）。\n\n"
@@ -60,7 +51,10 @@ void add_fault_policies_ops(OpList& ops) {
           .returns_doc("dict")
           .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 kickdrive 功能"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 kickdrive 功能"),
-                     custom(Tool::sorbctl, bg::guarded_query, &kSlowdriveStatus)}));
+                     // failure is reported as an empty answer
+                     query(Tool::sorbctl, "get_slowdrive_status_sorbctl")
+                         .refuse_on_empty("查询slowdrive失败")
+                         .format()}));
   ops.push_back(
       Op("set_slowdrive")
           .params({arg("disk_type").as("type"), kwargs()})

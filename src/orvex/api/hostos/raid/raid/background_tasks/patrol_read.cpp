@@ -2,7 +2,6 @@
 // per-drive scan and its progress.
 #include "../frame/frame.hpp"
 #include "../frame/toolkit.hpp"
-#include "queries.hpp"
 
 namespace raid {
 
@@ -14,16 +13,8 @@ namespace {
 constexpr const char* kStartSorbctl = "start_controller_patrolread_sorbctl";
 constexpr const char* kStopSorbctl = "stop_controller_patrolread_sorbctl";
 
-constexpr bg::PropsQuery kStatusStorcli64{"ctr_get_patrolread_storcli64",
-                                          "get_ctl_patrolread_status_format"};
-constexpr bg::GuardedQuery kStatusSorbctl{"get_controller_patrolread_sorbctl", nullptr,
-                                          "Command execution failed, nothing returned.",
-                                          "get_ctl_patrolread_status_format"};
-// storcli64 answers the rate as one property row, sorbctl within its state.
-constexpr bg::EntryQuery kRateStorcli64{"ctr_get_prrate_storcli64", "Controller Properties",
-                                        "Value", "Patrolread Rate", false};
-constexpr bg::EntryQuery kRateSorbctl{"get_controller_patrolread_sorbctl", nullptr,
-                                      "Patrolread Rate", "Patrolread Rate", true};
+constexpr const char* kStatusSorbctl = "get_controller_patrolread_sorbctl";
+constexpr const char* kStatusTemplate = "get_ctl_patrolread_status_format";
 
 // The message names the operation given, whatever its type.
 Ref pd_oper_sorbctl(const Call& c) {
@@ -56,34 +47,6 @@ Ref pd_status_storcli64(const Call& c) {
   });
   if (r < 0) return nullptr;
   return result;
-}
-
-// sorbctl answers for the one drive asked for, keyed by the caller's ids.
-Ref pd_status_sorbctl(const Call& c) {
-  Ref parser = c.parsed("get_controller_pd_patrolread_sorbctl");
-  if (!parser) return nullptr;
-  Ref shaped = c.format_with(parser.get(), "get_pd_patrolread_status_format");
-  Ref adapter = c.p_get("adapter_id");
-  Ref eid = c.p_get("eid");
-  Ref sid = c.p_get("sid");
-  if (!shaped || !adapter || !eid || !sid) return nullptr;
-  Ref key = format("/c%S/e%S/s%S", adapter.get(), eid.get(), sid.get());
-  Ref result = dict();
-  if (set_item(result.get(), key.get(), shaped.get()) < 0) return nullptr;
-  return result;
-}
-
-// sorbctl has no switch of its own: start and stop stand for on and off,
-// and switch_status is not passed on.
-Ref switch_sorbctl(const Call& c) {
-  static constexpr Pair kWrappers[] = {{"on", kStartSorbctl}, {"off", kStopSorbctl}};
-  Ref state = index(c.params, "switch_status");
-  for (const Pair& p : kWrappers) {
-    const int hit = equals(state.get(), p.from);
-    if (hit < 0) return nullptr;
-    if (hit == 1) return c.p_pop("switch_status") ? c.checked(p.to) : nullptr;
-  }
-  return c.refuse("7460卡sorbctl工具没有 设置巡读功能开关 功能");
 }
 
 // storcli64 takes the start delay in hours; it is given in days.
@@ -119,8 +82,12 @@ void add_patrol_read_ops(OpList& ops) {
                "run_status（运行状态，如 'Stopped'）、raw_data（工具的原始输出）。\n"
                "    sorbctl 无任何输出时抛出 OrvexException；arcconf 不支持。")
           .returns(ResultType::dict)
-          .variants({custom(Tool::storcli64, bg::props_query, &kStatusStorcli64),
-                     custom(Tool::sorbctl, bg::guarded_query, &kStatusSorbctl),
+          .variants({query(Tool::storcli64, "ctr_get_patrolread_storcli64")
+                         .props()
+                         .format(kStatusTemplate),
+                     query(Tool::sorbctl, kStatusSorbctl)
+                         .refuse_on_empty("Command execution failed, nothing returned.")
+                         .format(kStatusTemplate),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能状态 功能")}));
   ops.push_back(
       Op("set_pd_patrolread_oper")
@@ -173,7 +140,10 @@ void add_patrol_read_ops(OpList& ops) {
                "storcli64 每块硬盘一项；sorbctl 只有一项，键为 /c<adapter_id>/e<eid>/s<sid>。")
           .returns_doc("dict")
           .variants({custom(Tool::storcli64, pd_status_storcli64),
-                     custom(Tool::sorbctl, pd_status_sorbctl),
+                     // sorbctl answers for the one drive asked for, keyed by the caller's ids
+                     query(Tool::sorbctl, "get_controller_pd_patrolread_sorbctl")
+                         .format("get_pd_patrolread_status_format")
+                         .wrap("/c{adapter_id}/e{eid}/s{sid}"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询硬盘巡读功能状态 功能")}));
   ops.push_back(
       Op("get_patrolread_rate")
@@ -185,8 +155,14 @@ void add_patrol_read_ops(OpList& ops) {
                "    dict: {'Patrolread Rate': 速率}；storcli64 为百分比（如 '40%'），"
                "sorbctl 为级别（如 'high'）。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, bg::entry_query, &kRateStorcli64),
-                     custom(Tool::sorbctl, bg::entry_query, &kRateSorbctl),
+          // storcli64 answers the rate as one property row, sorbctl within its state.
+          .variants({query(Tool::storcli64, "ctr_get_prrate_storcli64")
+                         .at("Controller Properties")
+                         .at("Value")
+                         .wrap("Patrolread Rate"),
+                     query(Tool::sorbctl, kStatusSorbctl)
+                         .get("Patrolread Rate")
+                         .wrap("Patrolread Rate"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能后台速率 功能")}));
   ops.push_back(
       Op("set_patrolread_rate")
@@ -233,7 +209,12 @@ void add_patrol_read_ops(OpList& ops) {
                "抛出 OrvexException。")
           .returns_doc("bool")
           .variants({checked(Tool::storcli64, "ctr_set_pr_switch_storcli64"),
-                     custom(Tool::sorbctl, switch_sorbctl),
+                     // sorbctl has no switch of its own: start and stop stand for on
+                     // and off, and switch_status is not passed on
+                     checked_by(Tool::sorbctl, "switch_status",
+                                {{"on", kStartSorbctl}, {"off", kStopSorbctl}},
+                                "7460卡sorbctl工具没有 设置巡读功能开关 功能", nullptr)
+                         .pop_choice(),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能开关 功能")}));
 }
 

@@ -23,23 +23,6 @@ Ref driver_info_sorbctl(const Call& c) {
   return dict({{"DriverName", modname.get()}, {"DriverVersion", version.get()}});
 }
 
-// storcli64 hands back the whole answer of its detail wrapper.
-Ref raid_config_storcli64(const Call& c) {
-  return c.dispatch("storcli64_get_lsi_raid_detail_config");
-}
-
-// storcli64 flattens its sections by the formatter's layer map first.
-Ref status_storcli64(const Call& c) {
-  Ref parser = c.parsed("ctr_get_all_cfg_storcli64");
-  if (!parser) return nullptr;
-  Ref layers = c.formatter_call("storcli64_get_controller_status_raid_treatments", {});
-  if (!layers) return nullptr;
-  Ref merged = merge_output(parser.get(), nullptr, layers.get());
-  Ref shaped = c.format(merged.get());
-  if (!shaped) return nullptr;
-  return c.formatter_call("get_controller_status_raid_format", {shaped.get()});
-}
-
 }  // namespace
 
 void add_controller_discovery_ops(OpList& ops) {
@@ -47,11 +30,13 @@ void add_controller_discovery_ops(OpList& ops) {
       Op("get_all_controllers")
           .doc("查询主机上的所有 RAID 控制器（仅 sorbctl）。\n\n"
                "返回:\n    list: 控制器列表，即工具输出的 Controllers 部分。")
+          .returns_doc("list")
           .variant_name("_get_all_controllers")
           .variants(
               {query(Tool::sorbctl, "get_controller_controllerid_sorbctl").get("Controllers")}));
   ops.push_back(Op("query_controller_number")
                     .doc("查询控制器数量。\n\n返回:\n    str: 控制器个数，如 \"1\"。")
+                    .returns_doc("str")
                     .variant_name("_query_controller_number")
                     .variants({query(Tool::sorbctl, "get_controller_number_sorbctl"),
                                query(Tool::arcconf, "get_controller_number_arcconf"),
@@ -60,6 +45,7 @@ void add_controller_discovery_ops(OpList& ops) {
       Op("query_controller_driver_info")
           .doc("查询控制卡驱动信息（仅 sorbctl，驱动 sorbdrv）。\n\n"
                "返回:\n    dict: {\"DriverName\": \"sorbdrv\", \"DriverVersion\": 驱动版本}。")
+          .returns_doc("dict")
           .variant_name("_query_controller_driver_info")
           .variants({custom(Tool::sorbctl, driver_info_sorbctl)}));
   ops.push_back(Op("query_raid_config")
@@ -70,9 +56,12 @@ void add_controller_discovery_ops(OpList& ops) {
                          "    adapter_id (str): 控制器编号（storcli64），缺省为第一个控制器。\n\n"
                          "返回:\n    dict: 配置字典，如 {\"CopyBack Rate\": \"low\"}；storcli64 "
                          "返回命令的完整结果。")
+                    .returns_doc("dict")
                     .variant_name("get_raid_config_info")
                     .variants({query(Tool::sorbctl, "get_controller_config_sorbctl").strict(),
-                               custom(Tool::storcli64, raid_config_storcli64),
+                               // storcli64 hands back the whole answer
+                               query(Tool::storcli64, "storcli64_get_lsi_raid_detail_config")
+                                   .whole(),
                                query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf").strict()}));
   ops.push_back(
       Op("get_controller_status_raid")
@@ -88,7 +77,11 @@ void add_controller_discovery_ops(OpList& ops) {
           .variants({query(Tool::sorbctl, "get_controller_status_sorbctl")
                          .format()
                          .post("get_controller_status_raid_format"),
-                     custom(Tool::storcli64, status_storcli64),
+                     // storcli64 flattens its sections by the formatter's layer map first
+                     query(Tool::storcli64, "ctr_get_all_cfg_storcli64")
+                         .merge_layers("storcli64_get_controller_status_raid_treatments")
+                         .format()
+                         .post("get_controller_status_raid_format"),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
                          .via(Route::host)
                          .at("controller_information")

@@ -57,18 +57,6 @@ int remove_file(const Call& c, PyObject* path) {
 
 // ---------------------------------------------------------------- logs
 
-struct StdoutOf {
-  const char* wrapper;
-};
-constexpr StdoutOf kFwLog{"ctr_get_log_storcli64"};
-constexpr StdoutOf kAliLog{"ctr_get_alilog_storcli64"};
-
-// The stdout entry of the wrapper's raw answer, as it stands.
-Ref stdout_storcli64(const Call& c) {
-  Ref raw = c.raw(c.data<StdoutOf>().wrapper);
-  return get(raw.get(), "stdout");
-}
-
 // The tool names the two files it wrote; both are read back, flash first.
 Ref detail_log_sorbctl(const Call& c) {
   Ref reported = c.parsed("get_controller_log_sorbctl");
@@ -268,7 +256,7 @@ void add_firmware_logs_ops(OpList& ops) {
                          "参数:\n"
                          "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                          "返回:\n    工具输出的日志（命令结果的 stdout 部分，逐行）。")
-                    .variants({custom(Tool::storcli64, stdout_storcli64, &kFwLog)}));
+                    .variants({query(Tool::storcli64, "ctr_get_log_storcli64").raw().get("stdout")}));
   ops.push_back(
       Op("get_controller_detail_log")
           .params(kKeywordsOnly)
@@ -280,7 +268,8 @@ void add_firmware_logs_ops(OpList& ops) {
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    list: 日志行；sorbctl 为 flash 日志行在前、ram 日志行在后。\n\n"
                "异常:\n    OrvexException: 工具未导出日志文件时抛出 \"导出日志文件失败\"。")
-          .variants({custom(Tool::storcli64, stdout_storcli64, &kAliLog),
+          .returns_doc("list")
+          .variants({query(Tool::storcli64, "ctr_get_alilog_storcli64").raw().get("stdout"),
                      custom(Tool::sorbctl, detail_log_sorbctl),
                      custom(Tool::arcconf, detail_log_arcconf)}));
   ops.push_back(Op("update_controller_fw")
@@ -331,6 +320,7 @@ void add_firmware_logs_ops(OpList& ops) {
                "返回:\n"
                "    tuple: (下发结果, 数据字节列表)，字节为两位十六进制文本，如 [\"70\", \"00\", "
                "\"05\"]；无数据传输时列表为空。")
+          .returns_doc("tuple")
           .build(passthru_params)
           .variants({custom(Tool::storcli64, passthru_storcli64),
                      custom(Tool::sorbctl, passthru_sorbctl),

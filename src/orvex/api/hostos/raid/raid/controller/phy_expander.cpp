@@ -306,6 +306,7 @@ void add_phy_expander_ops(OpList& ops) {
                "expander_id、product_id、vendor_id、firmware_version、sas_address；\n"
                "        arcconf: expander_id、product_id、connector、channel_device；\n"
                "        另有 raw_data（合并后的原始记录）。")
+          .returns_doc("list")
           .variants({custom(Tool::storcli64, expander_cfg_storcli64),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询expander背板信息 功能"),
                      custom(Tool::arcconf, expander_cfg_arcconf)}));
@@ -315,9 +316,12 @@ void add_phy_expander_ops(OpList& ops) {
                          "参数:\n"
                          "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                          "返回:\n"
-                         "    list: 每个 PHY 一个字典，键为 phy_id、invalid_dword_count、"
+                         "    dict 或 list: arcconf 为一个字典，以 PHY 的 phy_id 为键，"
+                         "每个 PHY 一项；storcli64、sorbctl 为列表，每个 PHY 一个字典。"
+                         "各项的键为 phy_id、invalid_dword_count、"
                          "running_disparity_error_count、loss_of_dword_sync_count、"
                          "phy_reset_problem_count 与 raw_data。")
+                    .returns_doc("dict | list")
                     .variants({query(Tool::storcli64, "ctr_get_phy_cfg_storcli64")
                                    .at("Phy Error Counters")
                                    .format(),
@@ -348,6 +352,7 @@ void add_phy_expander_ops(OpList& ops) {
                "异常:\n"
                "    OrvexException: 无 expander 背板时为 \"该环境无exp背板, 无法查询所有phy信息\"；"
                "phy 编号超出控制器 phy 数目时为 \"输入的phy数目错误, 请重试\"。")
+          .returns_doc("list")
           .variants({custom(Tool::storcli64, storelib_phys, &kPhyInfo),
                      refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具查询所有phy信息"),
                      refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具查询所有phy信息")}));
@@ -366,6 +371,7 @@ void add_phy_expander_ops(OpList& ops) {
                "    OrvexException: 无 expander 背板时为 \"该环境无exp背板, 无法进行phy "
                "control操作\"；"
                "phy 编号超出控制器 phy 数目时为 \"输入的phy数目错误, 请重试\"。")
+          .returns_doc("list")
           .variants({custom(Tool::storcli64, storelib_phys, &kPhyControl),
                      refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具进行phy control测试"),
                      refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具进行phy control测试")}));

@@ -14,13 +14,6 @@ constexpr ParamDef kStateParams[] = {arg("state"), kwargs()};
 constexpr ParamDef kEhspSwitchParams[] = {arg("switch"), arg("option").or_("'eug'").unstored(),
                                           kwargs()};
 
-// table[value], or the value itself when the table does not list it.
-Ref reworded(const Ref& value, std::initializer_list<Pair> table) {
-  Ref word = kit::lookup(value.get(), table);
-  if (!word) return nullptr;
-  return word.get() == Py_None ? value : word;
-}
-
 // arcconf switches pass-through through the work mode and needs time to
 // settle before the next command; the result is True whatever the tool said.
 Ref jbod_arcconf(const Call& c) {
@@ -32,24 +25,6 @@ Ref jbod_arcconf(const Call& c) {
   Ref seconds = integer(10);
   if (!seconds || !call_method(time.get(), "sleep", {seconds.get()})) return nullptr;
   return boolean(true);
-}
-
-// Pass-through state as the tools report it, as "ON"/"OFF" where they can.
-Ref jbod_info_sorbctl(const Call& c) {
-  Ref parser = c.parsed("get_controller_jbod_sorbctl");
-  Ref key = str("Jbod");
-  if (!parser || !key) return nullptr;
-  Ref reported = call_method(parser.get(), "pop", {key.get()});
-  Ref state = reworded(upper(reported.get()), {{"RAWDRIVE", "ON"}});
-  if (!state || set_item(parser.get(), "JBOD", state.get()) < 0) return nullptr;
-  return index(parser.get(), "JBOD");
-}
-
-Ref jbod_info_arcconf(const Call& c) {
-  Ref parser = c.parsed("ctr_get_adpt_cfg_arcconf");
-  Ref info = index(parser.get(), "controller_information");
-  return reworded(index(info.get(), "controller_mode"),
-                  {{"RAID (Hide RAW)", "OFF"}, {"Mixed", "ON"}});
 }
 
 // The first EmergencyUG row of the controller properties; nothing when absent.
@@ -99,6 +74,7 @@ void add_controller_settings_ops(OpList& ops) {
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 设置是否成功；arcconf 通过切换工作模式实现，等待 10 秒后总是返回 "
                "True。")
+          .returns_doc("bool")
           .variants({checked(Tool::storcli64, "ctr_set_jbod_cfg_storcli64"),
                      checked(Tool::sorbctl, "set_controller_jbod_sorbctl")
                          .rename("state", "jbod")
@@ -110,9 +86,17 @@ void add_controller_settings_ops(OpList& ops) {
           .doc("查询控制器直通（JBOD）状态。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    str: 直通状态，如 \"ON\" 或 \"OFF\"；arcconf 的其他工作模式原样返回。")
+          .returns_doc("str")
           .variants({query(Tool::storcli64, "ctr_get_jbod_storcli64").merge().at("Value"),
-                     custom(Tool::sorbctl, jbod_info_sorbctl),
-                     custom(Tool::arcconf, jbod_info_arcconf)}));
+                     // as "ON"/"OFF" where the tools' words allow
+                     query(Tool::sorbctl, "get_controller_jbod_sorbctl")
+                         .at("Jbod")
+                         .method("upper")
+                         .map({{"RAWDRIVE", "ON"}}),
+                     query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
+                         .at("controller_information")
+                         .at("controller_mode")
+                         .map({{"RAID (Hide RAW)", "OFF"}, {"Mixed", "ON"}})}));
   ops.push_back(
       Op("get_ctl_current_time")
           .params(kKeywordsOnly)
@@ -120,6 +104,7 @@ void add_controller_settings_ops(OpList& ops) {
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    str: 控制器时间，格式 \"%Y/%m/%d %H:%M:%S\"，如 \"2021/11/22 "
                "19:06:45\"。")
+          .returns_doc("str")
           .variants({query(Tool::storcli64, "ctr_get_controll_time_storcli64")
                          .at("Controller")
                          .first()
@@ -176,6 +161,7 @@ void add_controller_settings_ops(OpList& ops) {
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    str: \"ON\" 或 \"OFF\"（大写）；storcli64 未报告 EmergencyUG 时返回 "
                "None。")
+          .returns_doc("str")
           .variants({custom(Tool::storcli64, ehsp_storcli64),
                      query(Tool::sorbctl, "get_controller_ehsp_sorbctl")
                          .via(Route::host)
@@ -217,6 +203,7 @@ void add_controller_settings_ops(OpList& ops) {
           .doc("查询存在脏数据时的控制器启动方式（storcli64、sorbctl）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    str: 大写的开关状态，如 \"ON\"、\"OFF\"。")
+          .returns_doc("str")
           .variants({query(Tool::storcli64, "ctr_get_bootwithpinnedcache_storcli64")
                          .at("Controller Properties")
                          .first()

@@ -119,14 +119,6 @@ Ref self_learn_storcli64(const Call& c) {
   return c.format_with(info.get(), "get_supercap_self_learn_info_format");
 }
 
-Ref self_learn_sorbctl(const Call& c) {
-  Ref parser = c.parsed("get_supercap_self_learn_sorbctl");
-  const int failed = equals(parser.get(), "fail");
-  if (failed < 0) return nullptr;
-  if (failed == 1) return c.refuse("查询超级电容自学习信息失败，请检查回显报错信息");
-  return c.format_with(parser.get(), "get_supercap_self_learn_info_format");
-}
-
 }  // namespace
 
 void add_supercap_ops(OpList& ops) {
@@ -143,6 +135,7 @@ void add_supercap_ops(OpList& ops) {
               "    dict: 电容信息，如 Status（\"OK\"，sorbctl 缺少电容模块时为 \"Pack Missing\"）、"
               "Device Name、Temperature（\"34 C\"）、SN、Supercap SN、Module Version、"
               "Supercap Date of Manufacture、Date of Manufacture、PCB Version 等，以及 raw_data。")
+          .returns_doc("dict")
           .variants({custom(Tool::storcli64, capacitance_storcli64),
                      custom(Tool::sorbctl, capacitance_sorbctl),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
@@ -158,6 +151,7 @@ void add_supercap_ops(OpList& ops) {
                "    starttime (str): 开始时间，格式 \"%Y-%m-%d,%H:%M:%S\"，缺省为主机当前时间；"
                "仅 sorbctl 使用。\n\n"
                "返回:\n    bool: 设置是否成功；sorbctl 回显 fail 时抛出异常。")
+          .returns_doc("bool")
           .variants({checked(Tool::storcli64, "ctr_start_cv_learn_storcli64"),
                      custom(Tool::sorbctl, supercap_learn_sorbctl),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置超级电容自学习 功能")}));
@@ -171,8 +165,11 @@ void add_supercap_ops(OpList& ops) {
                "（\"2022-12-09 "
                "11:10:15\"）、Learn_cycle（\"30day\"）、Next_learn_time、Present（\"Yes\"）"
                "以及 raw_data；sorbctl 回显 fail 时抛出异常。")
+          .returns_doc("dict")
           .variants({custom(Tool::storcli64, self_learn_storcli64),
-                     custom(Tool::sorbctl, self_learn_sorbctl),
+                     query(Tool::sorbctl, "get_supercap_self_learn_sorbctl")
+                         .refuse_on("fail", "查询超级电容自学习信息失败，请检查回显报错信息")
+                         .format("get_supercap_self_learn_info_format"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询超级电容自学习信息 功能")}));
 }
 

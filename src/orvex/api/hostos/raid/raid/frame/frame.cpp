@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "runtime.hpp"
+#include "toolkit.hpp"
 #include "structmember.h"
 
 namespace raid {
@@ -39,13 +40,29 @@ struct CEdit {
   Edit::Op op;
   Ref key;
   Ref other;
+  Ref text;
   std::vector<CPair> table;
   Prep prep;
+  std::size_t arg = 0;  // keep_arg: the parameter's position
+};
+
+// A text that may name params values in braces: literal pieces and params
+// keys, alternating as written.  Without braces it is `plain` alone.
+struct CText {
+  Ref plain;
+  struct Piece {
+    Ref literal;  // or
+    Ref key;      // params.get(key), as text
+  };
+  std::vector<Piece> pieces;
 };
 
 struct CShape {
   Shape::Op op;
   Ref name;
+  CText key;  // at/get/wrap/put
+  CText text;
+  std::vector<CPair> table;
 };
 
 struct CVariant {
@@ -103,6 +120,7 @@ struct Framework {
   Ref method_type;
   Ref module;
   Ref config_dir;  // "<module dir>/config/" once known
+  Ref template_paths;  // caller name -> its template file's path, as made before
 };
 Framework* g_fw = nullptr;  // lives for the process
 
@@ -160,6 +178,33 @@ std::vector<CPair> compile_pairs(const std::vector<Pair>& pairs, bool* ok) {
     out.push_back(std::move(c));
   }
   return out;
+}
+
+// "a{k}b" -> pieces "a", params key k, "b"; false (no error set) for an
+// unclosed brace.
+bool compile_text(const char* text, CText* out, bool* ok) {
+  out->plain = intern(text);
+  *ok = *ok && out->plain;
+  if (std::strchr(text, '{') == nullptr) return true;
+  const std::string all(text);
+  std::size_t at = 0;
+  while (at < all.size()) {
+    const std::size_t open = all.find('{', at);
+    const std::size_t end = open == std::string::npos ? all.size() : open;
+    if (end > at) {
+      CText::Piece piece{str(all.substr(at, end - at).c_str()), nullptr};
+      *ok = *ok && piece.literal;
+      out->pieces.push_back(std::move(piece));
+    }
+    if (open == std::string::npos) break;
+    const std::size_t close = all.find('}', open);
+    if (close == std::string::npos) return false;
+    CText::Piece piece{nullptr, intern(all.substr(open + 1, close - open - 1).c_str())};
+    *ok = *ok && piece.key;
+    out->pieces.push_back(std::move(piece));
+    at = close + 1;
+  }
+  return true;
 }
 
 int compile_params(CompiledOp& op) {
@@ -273,6 +318,7 @@ int compile_variants(CompiledOp& op) {
       case Form::query:
       case Form::checked:
       case Form::action:
+      case Form::same_as:
         if (v.text == nullptr && !(chosen && (v.form == Form::checked || v.form == Form::action))) {
           declaration_error(name, "a variant without its wrapper or message", nullptr);
           return -1;
@@ -294,6 +340,9 @@ int compile_variants(CompiledOp& op) {
       if (e.op == Edit::Op::fn) {
         if (e.prep == nullptr)
           return declaration_error(name, "a prep edit without its function", nullptr), -1;
+      } else if (e.op == Edit::Op::attempt) {
+        if (e.text == nullptr)
+          return declaration_error(name, "an attempt without its log text", nullptr), -1;
       } else if (e.key == nullptr) {
         declaration_error(name, "an edit without its key", nullptr);
         return -1;
@@ -301,13 +350,26 @@ int compile_variants(CompiledOp& op) {
         ce.key = intern(e.key);
         ok = ok && ce.key;
       }
-      const bool needs_other =
-          e.op == Edit::Op::put || e.op == Edit::Op::rename || e.op == Edit::Op::copy;
+      const bool needs_other = e.op != Edit::Op::drop && e.op != Edit::Op::fn &&
+                               e.op != Edit::Op::translate && e.op != Edit::Op::translate_or_none &&
+                               e.op != Edit::Op::translate_strict;
       if (needs_other) {
         if (e.other == nullptr)
           return declaration_error(name, "an edit without its text or new key ", e.key), -1;
         ce.other = intern(e.other);
         ok = ok && ce.other;
+      }
+      if (e.op == Edit::Op::keep_arg) {
+        ce.arg = def.params.size();
+        for (std::size_t i = 0; i < def.params.size(); ++i) {
+          if (std::strcmp(def.params[i].name, e.other) == 0) ce.arg = i;
+        }
+        if (ce.arg == def.params.size())
+          return declaration_error(name, "keep_arg of an undeclared parameter ", e.other), -1;
+      }
+      if (e.text != nullptr) {
+        ce.text = intern(e.text);
+        ok = ok && ce.text;
       }
       ce.table = compile_pairs(e.table, &ok);
       c.edits.push_back(std::move(ce));
@@ -319,14 +381,31 @@ int compile_variants(CompiledOp& op) {
     for (const Shape& s : v.shapes) {
       CShape cs;
       cs.op = s.op;
-      const bool needs_name = s.op == Shape::Op::at || s.op == Shape::Op::get ||
-                              s.op == Shape::Op::post || s.op == Shape::Op::method;
-      if (needs_name && s.name == nullptr)
-        return declaration_error(name, "a shape step without its name", nullptr), -1;
-      if (s.name != nullptr) {
+      const bool keyed = s.op == Shape::Op::at || s.op == Shape::Op::get ||
+                         s.op == Shape::Op::wrap || s.op == Shape::Op::put;
+      const bool needs_name = keyed || s.op == Shape::Op::post || s.op == Shape::Op::method ||
+                              s.op == Shape::Op::merge_layers ||
+                              s.op == Shape::Op::merge_layers_of || s.op == Shape::Op::stop_on;
+      const bool needs_text = s.op == Shape::Op::put || s.op == Shape::Op::refuse_on;
+      if ((needs_name && s.name == nullptr) || (needs_text && s.text == nullptr))
+        return declaration_error(name, "a shape step without its name or text", nullptr), -1;
+      bool closed = true;
+      if (keyed) {
+        closed = compile_text(s.name, &cs.key, &ok);
+      } else if (s.name != nullptr) {
         cs.name = intern(s.name);
         ok = ok && cs.name;
       }
+      if (s.op == Shape::Op::put) {
+        closed = closed && compile_text(s.text, &cs.text, &ok);
+      } else if (s.text != nullptr) {
+        cs.text.plain = intern(s.text);
+        ok = ok && cs.text.plain;
+      }
+      if (!closed) return declaration_error(name, "an unclosed brace in ", s.name), -1;
+      if ((!cs.key.pieces.empty() || !cs.text.pieces.empty()) && !op.builds_params)
+        return declaration_error(name, "params values named in an operation without", nullptr), -1;
+      cs.table = compile_pairs(s.table, &ok);
       c.shapes.push_back(std::move(cs));
     }
     if (chosen) {
@@ -593,6 +672,42 @@ void variant_dealloc(PyObject* o) {
   Py_DECREF(tp);
 }
 
+// value == text (a str compared as text); -1 on error.
+int matches(PyObject* value, PyObject* text) {
+  if (value == nullptr) return -1;
+  if (PyUnicode_CheckExact(value)) return PyUnicode_Compare(value, text) == 0 ? 1 : 0;
+  return PyObject_RichCompareBool(value, text, Py_EQ);
+}
+
+// table[value], or nullptr (no error) when the table does not list it.
+PyObject* listed(const std::vector<CPair>& table, PyObject* value, int* err) {
+  for (const CPair& p : table) {
+    const int eq = matches(value, p.from.get());
+    if (eq < 0) *err = -1;
+    if (eq != 0) return eq < 0 ? nullptr : p.to.get();
+  }
+  return nullptr;
+}
+
+// The text with the params values it names filled in.
+Ref expand(const Call& c, const CText& t) {
+  if (t.pieces.empty()) return t.plain;
+  Ref out = Ref::borrow(names().empty);
+  for (const CText::Piece& piece : t.pieces) {
+    Ref part = piece.literal;
+    if (!part) {
+      Ref value = get(c.params, piece.key.get());
+      part = to_str(value.get());
+    }
+    out = concat({out.get(), part.get()});
+    if (!out) return nullptr;
+  }
+  return out;
+}
+
+Ref dispatch_name(const Call& c, PyObject* wrapper, PyObject* p, Route r);
+
+// 0 to go on, 1 when the variant answers True without dispatching, -1 on error.
 int apply_edits(const Call& c, const CVariant& v) {
   for (const CEdit& e : v.edits) {
     PyObject* params = c.params;
@@ -620,17 +735,9 @@ int apply_edits(const Call& c, const CVariant& v) {
       case Edit::Op::translate_strict: {
         Ref value = get(params, e.key.get());
         if (!value) return -1;
-        PyObject* to = nullptr;
-        for (const CPair& p : e.table) {
-          const int eq = PyUnicode_CheckExact(value.get())
-                             ? (PyUnicode_Compare(value.get(), p.from.get()) == 0 ? 1 : 0)
-                             : PyObject_RichCompareBool(value.get(), p.from.get(), Py_EQ);
-          if (eq < 0) return -1;
-          if (eq == 1) {
-            to = p.to.get();
-            break;
-          }
-        }
+        int err = 0;
+        PyObject* to = listed(e.table, value.get(), &err);
+        if (err < 0) return -1;
         if (to == nullptr) {
           if (e.op == Edit::Op::translate) break;
           if (e.op == Edit::Op::translate_strict) {
@@ -641,6 +748,46 @@ int apply_edits(const Call& c, const CVariant& v) {
           to = Py_None;
         }
         if (PyDict_SetItem(params, e.key.get(), to) < 0) return -1;
+        break;
+      }
+      case Edit::Op::translate_into: {
+        Ref value = get(params, e.key.get());
+        if (!value) return -1;
+        int err = 0;
+        PyObject* to = listed(e.table, value.get(), &err);
+        if (err < 0) return -1;
+        if (to == nullptr) to = e.text.get();
+        if (to != nullptr && PyDict_SetItem(params, e.other.get(), to) < 0) return -1;
+        break;
+      }
+      case Edit::Op::apply: {
+        Ref value = get(params, e.key.get());
+        Ref done = call_method(value.get(), e.other.get());
+        if (!done || PyDict_SetItem(params, e.key.get(), done.get()) < 0) return -1;
+        break;
+      }
+      case Edit::Op::keep_arg:
+        if (PyDict_SetItem(params, e.key.get(), c.args[e.arg]) < 0) return -1;
+        break;
+      case Edit::Op::true_when: {
+        Ref value = get(params, e.key.get());
+        const int hit = matches(value.get(), e.other.get());
+        if (hit != 0) return hit;
+        break;
+      }
+      case Edit::Op::attempt: {
+        Ref done = dispatch_name(c, e.other.get(), params, c.variant.route);
+        if (done) break;
+        // Only logged; anything that is not an Exception (KeyboardInterrupt,
+        // ...) goes on up.
+        Fetched error;
+        if (!error.matches(PyExc_Exception)) {
+          error.restore();
+          return -1;
+        }
+        Ref text = to_str(error.value() != nullptr ? error.value() : Py_None);
+        Ref message = concat({e.text.get(), text.get()});
+        if (!message || c.log_error(message.get()) < 0) return -1;
         break;
       }
       case Edit::Op::fn:
@@ -668,23 +815,90 @@ Ref wrapper_of(const Call& c, const CVariant& v) {
   for (const CPair& p : v.choices) {
     const int eq = PyObject_RichCompareBool(value.get(), p.from.get(), Py_EQ);
     if (eq < 0) return nullptr;
-    if (eq == 1) return p.to;
+    if (eq == 0) continue;
+    if (v.def->choose_pops && PyDict_DelItem(c.params, v.choose_key.get()) < 0) return nullptr;
+    return p.to;
   }
   if (!v.tail) return raise_orvex(v.head.get());
   Ref message = concat({v.head.get(), value.get(), v.tail.get()});
   return raise_orvex(message.get());
 }
 
+// x = _merge_output(x, None, layers)
+Ref merge_by(PyObject* x, const Ref& layers) {
+  if (!layers) return nullptr;
+  return merge_output(x, nullptr, layers.get());
+}
+
 Ref shape(const Call& c, const CVariant& v, Ref x) {
   for (const CShape& s : v.shapes) {
     if (!x) return nullptr;
     switch (s.op) {
-      case Shape::Op::at:
-        x = index(x.get(), s.name.get());
+      case Shape::Op::at: {
+        Ref key = expand(c, s.key);
+        x = key ? index(x.get(), key.get()) : nullptr;
         break;
-      case Shape::Op::get:
-        x = get(x.get(), s.name.get());
+      }
+      case Shape::Op::get: {
+        Ref key = expand(c, s.key);
+        x = key ? get(x.get(), key.get()) : nullptr;
         break;
+      }
+      case Shape::Op::merge_layers:
+      case Shape::Op::merge_layers_of: {
+        Ref f = c.formatter();
+        if (!f) return nullptr;
+        Ref layers = s.op == Shape::Op::merge_layers
+                         ? call_method(f.get(), s.name.get())
+                         : call_method(f.get(), s.name.get(), {x.get()});
+        x = merge_by(x.get(), layers);
+        break;
+      }
+      case Shape::Op::props:
+        x = kit::flatten_ctrl_props(x.get());
+        break;
+      case Shape::Op::wrap: {
+        Ref key = expand(c, s.key);
+        Ref out = dict();
+        if (!key || !out || PyDict_SetItem(out.get(), key.get(), x.get()) < 0) return nullptr;
+        x = std::move(out);
+        break;
+      }
+      case Shape::Op::put: {
+        Ref key = expand(c, s.key);
+        Ref text = expand(c, s.text);
+        if (!key || !text || PyObject_SetItem(x.get(), key.get(), text.get()) < 0) return nullptr;
+        break;
+      }
+      case Shape::Op::map: {
+        int err = 0;
+        PyObject* to = listed(s.table, x.get(), &err);
+        if (err < 0) return nullptr;
+        if (to != nullptr) x = Ref::borrow(to);
+        break;
+      }
+      case Shape::Op::values: {
+        const int any = x.get() == Py_None ? 0 : truthy(x.get());
+        if (any < 0) return nullptr;
+        Ref listed_values = any == 1 ? call_method(x.get(), "values") : Ref{};
+        x = any == 1 ? (listed_values ? Ref::steal(PySequence_List(listed_values.get())) : Ref{})
+                     : list();
+        break;
+      }
+      case Shape::Op::refuse_on:
+      case Shape::Op::stop_on: {
+        int hit = 0;
+        if (s.name) {
+          hit = matches(x.get(), s.name.get());
+        } else {
+          const int given = truthy(x.get());
+          hit = given < 0 ? -1 : static_cast<int>(given == 0);
+        }
+        if (hit < 0) return nullptr;
+        if (hit == 0) break;
+        if (s.op == Shape::Op::stop_on) return x;
+        return raise_orvex(s.text.plain.get());
+      }
       case Shape::Op::first:
         x = item(x.get(), 0);
         break;
@@ -720,7 +934,8 @@ Ref run_variant(VariantObject* vo) {
   const VariantDef& def = *v.def;
   const Call c{vo->self, vo->params, vo->args, *op.def, def, &op};
   if (def.form == Form::refusal) return raise_orvex(v.text.get());
-  if (apply_edits(c, v) < 0) return nullptr;
+  const int edited = apply_edits(c, v);
+  if (edited != 0) return edited < 0 ? nullptr : boolean(true);
   switch (def.form) {
     case Form::checked: {
       Ref wrapper = wrapper_of(c, v);
@@ -739,13 +954,19 @@ Ref run_variant(VariantObject* vo) {
     }
     case Form::query: {
       Ref answer = dispatch_name(c, v.text.get(), c.params, def.route);
+      if (def.from == VariantDef::From::answer) return shape(c, v, std::move(answer));
       Ref first = item(answer.get(), 0);
-      Ref entry =
-          def.strict_parser ? index(first.get(), names().parser) : get(first.get(), names().parser);
+      if (def.from == VariantDef::From::first) return shape(c, v, std::move(first));
+      Ref entry = def.from == VariantDef::From::parser_strict ? index(first.get(), names().parser)
+                                                              : get(first.get(), names().parser);
       return shape(c, v, std::move(entry));
     }
     case Form::custom:
       return def.body(c);
+    case Form::same_as: {
+      Ref m = getattr(c.self, v.text.get());
+      return call(m.get(), {}, c.params);
+    }
     case Form::refusal:
       break;
   }
@@ -1152,6 +1373,10 @@ VariantDef custom(Tool t, Body body, const void* data) {
   return v;
 }
 
+VariantDef same_as(Tool t, const char* operation) {
+  return variant(t, Form::same_as, operation);
+}
+
 VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
                       const char* tail) {
   return variant(t, Form::checked, nullptr).choose(key, std::move(wrappers), head, tail);
@@ -1164,8 +1389,9 @@ VariantDef with_edit(VariantDef&& v, Edit e) {
   return std::move(v);
 }
 
-VariantDef with_shape(VariantDef&& v, Shape::Op op, const char* name) {
-  v.shapes.push_back(Shape{op, name});
+VariantDef with_shape(VariantDef&& v, Shape::Op op, const char* name, const char* text = nullptr,
+                      std::vector<Pair> table = {}) {
+  v.shapes.push_back(Shape{op, name, text, std::move(table)});
   return std::move(v);
 }
 
@@ -1199,6 +1425,24 @@ VariantDef VariantDef::translate_strict(const char* key, std::vector<Pair> table
   return with_edit(std::move(*this),
                    Edit{Edit::Op::translate_strict, key, nullptr, std::move(table), nullptr});
 }
+VariantDef VariantDef::translate_into(const char* key, const char* to, std::vector<Pair> table,
+                                      const char* otherwise) && {
+  return with_edit(std::move(*this),
+                   Edit{Edit::Op::translate_into, key, to, std::move(table), nullptr, otherwise});
+}
+VariantDef VariantDef::apply(const char* key, const char* method) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::apply, key, method, {}, nullptr});
+}
+VariantDef VariantDef::keep_arg(const char* key, const char* param) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::keep_arg, key, param, {}, nullptr});
+}
+VariantDef VariantDef::true_when(const char* key, const char* value) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::true_when, key, value, {}, nullptr});
+}
+VariantDef VariantDef::attempt(const char* wrapper, const char* log_head) && {
+  return with_edit(std::move(*this),
+                   Edit{Edit::Op::attempt, nullptr, wrapper, {}, nullptr, log_head});
+}
 VariantDef VariantDef::prep(Prep fn) && {
   return with_edit(std::move(*this), Edit{Edit::Op::fn, nullptr, nullptr, {}, fn});
 }
@@ -1210,8 +1454,20 @@ VariantDef VariantDef::choose(const char* key, std::vector<Pair> wrappers, const
   refuse_tail = tail;
   return std::move(*this);
 }
+VariantDef VariantDef::pop_choice() && {
+  choose_pops = true;
+  return std::move(*this);
+}
 VariantDef VariantDef::strict() && {
-  strict_parser = true;
+  from = From::parser_strict;
+  return std::move(*this);
+}
+VariantDef VariantDef::raw() && {
+  from = From::first;
+  return std::move(*this);
+}
+VariantDef VariantDef::whole() && {
+  from = From::answer;
   return std::move(*this);
 }
 VariantDef VariantDef::at(const char* key) && {
@@ -1234,6 +1490,36 @@ VariantDef VariantDef::post(const char* formatter_method) && {
 }
 VariantDef VariantDef::method(const char* name) && {
   return with_shape(std::move(*this), Shape::Op::method, name);
+}
+VariantDef VariantDef::merge_layers(const char* formatter_method) && {
+  return with_shape(std::move(*this), Shape::Op::merge_layers, formatter_method);
+}
+VariantDef VariantDef::merge_layers_of(const char* formatter_method) && {
+  return with_shape(std::move(*this), Shape::Op::merge_layers_of, formatter_method);
+}
+VariantDef VariantDef::props() && {
+  return with_shape(std::move(*this), Shape::Op::props, nullptr);
+}
+VariantDef VariantDef::wrap(const char* key) && {
+  return with_shape(std::move(*this), Shape::Op::wrap, key);
+}
+VariantDef VariantDef::put_in(const char* key, const char* text) && {
+  return with_shape(std::move(*this), Shape::Op::put, key, text);
+}
+VariantDef VariantDef::map(std::vector<Pair> table) && {
+  return with_shape(std::move(*this), Shape::Op::map, nullptr, nullptr, std::move(table));
+}
+VariantDef VariantDef::values() && {
+  return with_shape(std::move(*this), Shape::Op::values, nullptr);
+}
+VariantDef VariantDef::refuse_on(const char* text, const char* message) && {
+  return with_shape(std::move(*this), Shape::Op::refuse_on, text, message);
+}
+VariantDef VariantDef::refuse_on_empty(const char* message) && {
+  return with_shape(std::move(*this), Shape::Op::refuse_on, nullptr, message);
+}
+VariantDef VariantDef::stop_on(const char* text) && {
+  return with_shape(std::move(*this), Shape::Op::stop_on, text);
 }
 
 // ---------------------------------------------------------------------------
@@ -1400,8 +1686,25 @@ Ref load_template(PyObject* caller) {
     g_fw->config_dir = call_method(path.get(), "join", {dir.get(), config.get(), names().empty});
     if (!g_fw->config_dir) return nullptr;
   }
-  Ref file = py::format("%U%U.yaml", g_fw->config_dir.get(), caller);
-  if (!file) return nullptr;
+  // The path of a name is made once: the same string object every time
+  // (its hash is kept with it); the file itself is loaded on every call.
+  if (!g_fw->template_paths) {
+    g_fw->template_paths = Ref::steal(PyDict_New());
+    if (!g_fw->template_paths) return nullptr;
+  }
+  PyObject* paths = g_fw->template_paths.get();
+  Ref file = PyUnicode_CheckExact(caller) ? Ref::borrow(PyDict_GetItemWithError(paths, caller))
+                                          : Ref();
+  if (!file) {
+    if (PyErr_Occurred() != nullptr) return nullptr;
+    file = py::format("%U%U.yaml", g_fw->config_dir.get(), caller);
+    if (!file) return nullptr;
+    constexpr Py_ssize_t kKeptPaths = 1024;  // names of functions: a bounded set
+    if (PyUnicode_CheckExact(caller) && PyDict_Size(paths) < kKeptPaths &&
+        PyDict_SetItem(paths, caller, file.get()) < 0) {
+      return nullptr;
+    }
+  }
   PyObject* stack[3] = {nullptr, file.get(), names().yaml};
   return Ref::steal(vcall(g_fw->load_from_file.get(), stack + 1, 1, names().file_type_kw));
 }

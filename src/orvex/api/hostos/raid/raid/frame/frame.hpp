@@ -125,38 +125,64 @@ struct Edit {
     translate,          // params[key] = table[params.get(key)]; other values stay
     translate_or_none,  // ... other values become None
     translate_strict,   // ... other values fail with KeyError(value)
+    translate_into,     // params[other] = table[params.get(key)]; other values write
+                        //     text, or nothing when text is null
+    apply,              // params[key] = params.get(key).<other>()   (e.g. "upper")
+    keep_arg,           // params[key] = the bound argument named other (an unstored one)
+    true_when,          // params.get(key) == other: the variant answers True, nothing
+                        //     is dispatched
+    attempt,            // dispatch wrapper `other` first (the variant's route); an
+                        //     Exception it raises is logged at error level as
+                        //     text + str(error), and the variant goes on
     fn,                 // prep(call)
   };
   Op op;
   const char* key = nullptr;
-  const char* other = nullptr;  // put: the text; rename/copy: the new key
+  const char* other = nullptr;  // put: the text; rename/copy/translate_into: the new key;
+                                // apply: the method; keep_arg: the parameter;
+                                // true_when: the value; attempt: the wrapper
   std::vector<Pair> table;
   Prep prep = nullptr;
+  const char* text = nullptr;  // translate_into: the value for others; attempt: log head
 };
 
 // One step of shaping a query's answer, applied in the row's order to the
-// value at hand (first the parser entry).
+// value at hand (first the parser entry, see VariantDef::from).  A key of
+// at/get/wrap/put may name params values in braces, read as text:
+// "logical_device_number_{vid}" is "logical_device_number_" + str(params.get("vid")).
 struct Shape {
   enum class Op : std::uint8_t {
-    at,      // x = x[key]       (lookup error when missing)
-    get,     // x = x.get(key)   (None when missing)
-    first,   // x = x[0]
-    merge,   // x = _merge_output(x)
-    format,  // x = _format_output(x, tool, template): template = formatter.<name>,
-             //     or the file named after the variant when name is null
-    post,    // x = formatter.<name>(x)
-    method,  // x = x.<name>()   (e.g. "upper")
+    at,               // x = x[key]       (lookup error when missing)
+    get,              // x = x.get(key)   (None when missing)
+    first,            // x = x[0]
+    merge,            // x = _merge_output(x)
+    merge_layers,     // x = _merge_output(x, None, formatter.<name>())
+    merge_layers_of,  // x = _merge_output(x, None, formatter.<name>(x))
+    props,            // x = {row["Ctrl_Prop"]: row["Value"] for row in x["Controller Properties"]}
+    format,           // x = _format_output(x, tool, template): template = formatter.<name>,
+                      //     or the file named after the variant when name is null
+    post,             // x = formatter.<name>(x)
+    method,           // x = x.<name>()   (e.g. "upper")
+    wrap,             // x = {key: x}
+    put,              // x[key] = text (braces as in keys); x stays
+    map,              // x = table[x] when listed; other values stay
+    values,           // x = list(x.values()); [] when x is None or empty
+    refuse_on,        // x == name (name null: x empty or None): OrvexException(text)
+    stop_on,          // x == name: x is the answer as it stands, later steps skipped
   };
   Op op;
   const char* name = nullptr;
+  const char* text = nullptr;  // put: the value; refuse_on: the message
+  std::vector<Pair> table;     // map
 };
 
 enum class Form : std::uint8_t {
   refusal,  // raise OrvexException(message) before anything is dispatched
   checked,  // True exactly when "success" is in the answer's parser entry
   action,   // formatter.parser_exec_cmd_format(answer, tool)
-  query,    // the answer's parser entry, shaped by the row's Shape steps
+  query,    // the answer (by default its parser entry), shaped by the row's Shape steps
   custom,   // body(call)
+  same_as,  // self.<text>(**params): the answer of another operation of the object
 };
 
 struct VariantDef {
@@ -164,14 +190,22 @@ struct VariantDef {
   Form form;
   const char* text = nullptr;  // wrapper name, or the refusal message
   Route route = Route::self;
-  bool strict_parser = false;  // query: answer["parser"] rather than .get("parser")
+  // query: what the shape steps start from
+  enum class From : std::uint8_t {
+    parser,         // answer[0].get("parser")
+    parser_strict,  // answer[0]["parser"]
+    first,          // answer[0]
+    answer,         // the whole answer sequence
+  } from = From::parser;
   std::vector<Edit> edits;
   std::vector<Shape> shapes;
   // choose: the wrapper by the value of params[choose_key]; any other value
   // refuses with refuse_head + value + refuse_tail (str concatenation); a
   // null refuse_tail makes refuse_head alone the message (a fixed refusal).
-  // The value is read after the row's edits.
+  // The value is read after the row's edits; with choose_pops it then leaves
+  // params.
   const char* choose_key = nullptr;
+  bool choose_pops = false;
   std::vector<Pair> choices;  // value -> wrapper
   const char* refuse_head = nullptr;
   const char* refuse_tail = nullptr;
@@ -187,17 +221,36 @@ struct VariantDef {
   VariantDef translate(const char* key, std::vector<Pair> table) &&;
   VariantDef translate_or_none(const char* key, std::vector<Pair> table) &&;
   VariantDef translate_strict(const char* key, std::vector<Pair> table) &&;
+  VariantDef translate_into(const char* key, const char* to, std::vector<Pair> table,
+                            const char* otherwise = nullptr) &&;
+  VariantDef apply(const char* key, const char* method) &&;
+  VariantDef keep_arg(const char* key, const char* param) &&;
+  VariantDef true_when(const char* key, const char* value) &&;
+  VariantDef attempt(const char* wrapper, const char* log_head) &&;
   VariantDef prep(Prep fn) &&;
   VariantDef choose(const char* key, std::vector<Pair> wrappers, const char* head,
                     const char* tail) &&;
-  VariantDef strict() &&;
+  VariantDef pop_choice() &&;
+  VariantDef strict() &&;  // from answer[0]["parser"]
+  VariantDef raw() &&;     // from answer[0]
+  VariantDef whole() &&;   // from the whole answer
   VariantDef at(const char* key) &&;
   VariantDef get(const char* key) &&;
   VariantDef first() &&;
   VariantDef merge() &&;
+  VariantDef merge_layers(const char* formatter_method) &&;
+  VariantDef merge_layers_of(const char* formatter_method) &&;
+  VariantDef props() &&;
   VariantDef format(const char* formatter_attr = nullptr) &&;
   VariantDef post(const char* formatter_method) &&;
   VariantDef method(const char* name) &&;
+  VariantDef wrap(const char* key) &&;
+  VariantDef put_in(const char* key, const char* text) &&;  // Shape::Op::put
+  VariantDef map(std::vector<Pair> table) &&;
+  VariantDef values() &&;
+  VariantDef refuse_on(const char* text, const char* message) &&;
+  VariantDef refuse_on_empty(const char* message) &&;
+  VariantDef stop_on(const char* text) &&;
 };
 
 VariantDef refuse(Tool t, const char* message);
@@ -205,6 +258,7 @@ VariantDef checked(Tool t, const char* wrapper);
 VariantDef action(Tool t, const char* wrapper);
 VariantDef query(Tool t, const char* wrapper);
 VariantDef custom(Tool t, Body body, const void* data = nullptr);
+VariantDef same_as(Tool t, const char* operation);
 // checked/action whose wrapper is chosen by params[key] (see VariantDef::choose)
 VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
                       const char* tail);

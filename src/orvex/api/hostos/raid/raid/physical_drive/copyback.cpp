@@ -24,14 +24,6 @@ Ref status_storcli64(const Call& c) {
   return upper(value.get());
 }
 
-// Only the copyback rate, under its own key.
-Ref rate_sorbctl(const Call& c) {
-  Ref p = c.parsed_index("get_controller_config_sorbctl");
-  Ref rate = index(p.get(), "CopyBack Rate");
-  if (!rate) return nullptr;
-  return dict({{"CopyBack Rate", rate.get()}});
-}
-
 // "Precopy Switch" becomes the lower-case "precopy_switch"; the rest stays.
 Ref precopy_sorbctl(const Call& c) {
   Ref p = c.parsed_index("get_controller_precopy_sorbctl");
@@ -40,14 +32,6 @@ Ref precopy_sorbctl(const Call& c) {
   Ref low = lower(value.get());
   if (set_item(p.get(), "precopy_switch", low.get()) < 0) return nullptr;
   return p;
-}
-
-Ref pd_copyback_sorbctl(const Call& c) {
-  Ref p = c.parsed_index("get_controller_pd_info_sorbctl");
-  Ref detail = index(p.get(), "DriveDetailInformation");
-  Ref id = drive_id(c);
-  if (set_item(detail.get(), "Drive-ID", id.get()) < 0) return nullptr;
-  return c.format_with(detail.get(), "get_pd_copyback_info_raid");
 }
 
 constexpr ParamDef kNoParams[] = {kwargs()};
@@ -119,7 +103,10 @@ void add_pd_copyback_ops(OpList& ops) {
                "返回:\n    dict: {\"CopyBack Rate\": 速率}，如 {\"CopyBack Rate\": \"low\"}。")
           .returns_doc("dict")
           .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 查询回拷功能后台速率 功能"),
-                     custom(Tool::sorbctl, rate_sorbctl),
+                     query(Tool::sorbctl, "get_controller_config_sorbctl")
+                         .strict()
+                         .at("CopyBack Rate")
+                         .wrap("CopyBack Rate"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询回拷功能后台速率 功能")}));
   ops.push_back(
       Op("get_precopy_info")
@@ -172,7 +159,11 @@ void add_pd_copyback_ops(OpList& ops) {
                          .strict()
                          .first()
                          .format("get_pd_copyback_info_raid"),
-                     custom(Tool::sorbctl, pd_copyback_sorbctl),
+                     query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
+                         .strict()
+                         .at("DriveDetailInformation")
+                         .put_in("Drive-ID", "c{adapter_id}:e{eid}:s{sid}")
+                         .format("get_pd_copyback_info_raid"),
                      refuse(Tool::arcconf, "There is no such command in arcconf")}));
 }
 

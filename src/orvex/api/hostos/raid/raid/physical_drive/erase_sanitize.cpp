@@ -26,17 +26,6 @@ Ref start_erase_params(PyObject* const* args, PyObject* extra) {
   return p;
 }
 
-// sorbctl answers "fail" when no erase is known; that text is the result.
-Ref erase_sorbctl(const Call& c) {
-  Ref p = c.parsed("get_controller_pd_erase_sorbctl");
-  const int fail = equals(p.get(), "fail");
-  if (fail < 0) return nullptr;
-  if (fail == 1) return p;
-  Ref id = drive_id(c);
-  if (set_item(p.get(), "Drive-ID", id.get()) < 0) return nullptr;
-  return c.format_with(p.get(), "get_controller_pd_erase_raid");
-}
-
 // arcconf lists erases among the controller's background tasks; the
 // formatter picks this drive's task.
 Ref erase_arcconf(const Call& c) {
@@ -122,7 +111,12 @@ void add_pd_erase_sanitize_ops(OpList& ops) {
           .variants({query(Tool::storcli64, "pd_get_erase_storcli64")
                          .first()
                          .format("get_controller_pd_erase_raid"),
-                     custom(Tool::sorbctl, erase_sorbctl), custom(Tool::arcconf, erase_arcconf)}));
+                     // sorbctl answers "fail" when no erase is known; that text is the result
+                     query(Tool::sorbctl, "get_controller_pd_erase_sorbctl")
+                         .stop_on("fail")
+                         .put_in("Drive-ID", "c{adapter_id}:e{eid}:s{sid}")
+                         .format("get_controller_pd_erase_raid"),
+                     custom(Tool::arcconf, erase_arcconf)}));
 }
 
 }  // namespace raid

@@ -42,14 +42,6 @@ Ref treated_storcli64(const Call& c, PyObject* sections) {
   return merge_output(sections, nullptr, layers.get());
 }
 
-Ref one_storcli64(const Call& c) {
-  Ref parser = c.parsed("ctr_get_pd_cfg_storcli64", Route::host);
-  if (!parser) return nullptr;
-  Ref merged = treated_storcli64(c, parser.get());
-  Ref shaped = c.format(merged.get());
-  return c.formatter_call("get_one_physical_drive_info_format", {shaped.get()});
-}
-
 // arcconf answers one drive from the full listing of the first controller.
 Ref one_arcconf(const Call& c) {
   PyObject* eid = c.arg(RAID_ARG(kDriveParams, "eid"));
@@ -179,7 +171,12 @@ void add_pd_list_details_ops(OpList& ops) {
                "异常:\n    OrvexException: arcconf 下找不到该硬盘时抛出。")
           .returns(ResultType::dict)
           .variant_name("get_one_physical_drive_info_raid")
-          .variants({custom(Tool::storcli64, one_storcli64), custom(Tool::arcconf, one_arcconf),
+          .variants({query(Tool::storcli64, "ctr_get_pd_cfg_storcli64")
+                         .via(Route::host)
+                         .merge_layers_of("storcli64_get_one_physical_drive_treatments")
+                         .format()
+                         .post("get_one_physical_drive_info_format"),
+                     custom(Tool::arcconf, one_arcconf),
                      query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
                          .via(Route::host)
                          .merge()

@@ -14,22 +14,6 @@ constexpr ParamDef kDriveParams[] = {kw("eid"), kw("sid"), kwargs()};
 constexpr ParamDef kStateParams[] = {kw("eid"), kw("sid"), kw("state"), kwargs()};
 constexpr ParamDef kOperParams[] = {kw("eid"), kw("sid"), kw("oper"), kwargs()};
 
-// The wrapper a checked variant runs unless the state is "eed".
-struct StateWrapper {
-  const char* wrapper;
-};
-constexpr StateWrapper kStateStorcli64{"pd_set_state_storcli64"};
-constexpr StateWrapper kStateSorbctl{"set_controller_pd_state_sorbctl"};
-
-// "eed" is a placeholder state that the tools do not know: accept it
-// without running anything.
-Ref state_skipping_eed(const Call& c) {
-  const int eed = equals(c.arg(RAID_ARG(kStateParams, "state")), "eed");
-  if (eed < 0) return nullptr;
-  if (eed == 1) return boolean(true);
-  return c.checked(c.data<StateWrapper>().wrapper);
-}
-
 // Leaving pass-through forces the drive back to good.
 int jbod_storcli64(const Call& c) {
   Ref state = c.p_get("state");
@@ -110,10 +94,6 @@ Ref rebuild_status_arcconf(const Call& c) {
   return c.format_with(data.get(), "get_pd_rebuild_status_format");
 }
 
-Ref bootdrive_storcli64(const Call& c) {
-  return boot_drive_storcli64(c, "pd_set_bootdrive_storcli64");
-}
-
 }  // namespace
 
 void add_pd_state_ops(OpList& ops) {
@@ -129,8 +109,12 @@ void add_pd_state_ops(OpList& ops) {
                          "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                          "返回:\n    bool: 设置是否成功。")
                     .returns_doc("bool")
-                    .variants({custom(Tool::storcli64, state_skipping_eed, &kStateStorcli64),
-                               custom(Tool::sorbctl, state_skipping_eed, &kStateSorbctl),
+                    // "eed" is a placeholder state that the tools do not know: it
+                    // is accepted without running anything.
+                    .variants({checked(Tool::storcli64, "pd_set_state_storcli64")
+                                   .true_when("state", "eed"),
+                               checked(Tool::sorbctl, "set_controller_pd_state_sorbctl")
+                                   .true_when("state", "eed"),
                                checked(Tool::arcconf, "pd_set_state_arcconf")}));
   ops.push_back(
       Op("set_disk_offline")
@@ -253,7 +237,13 @@ void add_pd_state_ops(OpList& ops) {
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 设置是否成功（storcli64 不支持按固件排序时只记录日志）。")
           .returns_doc("bool")
-          .variants({custom(Tool::storcli64, bootdrive_storcli64),
+          // storcli64 asks for the boot order by firmware first; a controller
+          // that refuses it is only logged
+          .variants({checked(Tool::storcli64, "pd_set_bootdrive_storcli64")
+                         .translate("state", {{"primary", "on"}, {"secondary", "on"}})
+                         .rename("state", "bootdrive")
+                         .copy("bootdrive", "status")
+                         .attempt("ctr_set_device_order_by_firmware", "不支持order_by_firmware功能,"),
                      checked(Tool::sorbctl, "set_controller_pd_boot_sorbctl")
                          .translate("state", {{"primary", "on"}, {"secondary", "on"}}),
                      checked(Tool::arcconf, "set_controller_pd_boot_arcconf")

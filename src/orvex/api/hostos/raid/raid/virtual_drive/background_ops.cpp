@@ -11,38 +11,9 @@ namespace {
 
 constexpr ParamDef kVidParams[] = {kw("vid"), kwargs()};
 
-// --- consistency check ---------------------------------------------------------
-
-Ref cc_status_sorbctl(const Call& c) {
-  Ref parser = c.parsed("get_controller_vd_ccheck_sorbctl");
-  const int failed = equals(parser.get(), "fail");
-  if (failed < 0) return {};
-  if (failed == 1) return c.refuse("查询逻辑磁盘的一致性校验功能状态失败，请检查回显报错信息");
-  return c.format_with(parser.get(), "query_virtual_drive_cc_status_format");
-}
-
-// --- initialisation ----------------------------------------------------------------
-
-// The arcconf status of one drive is its entry logical_device_number_<vid>,
-// shaped by the template named in the variant's data.
-struct DriveStatus {
-  const char* template_attr;
-};
-constexpr DriveStatus kBgiStatus{"get_virtual_drive_bgi_state_format"};
-constexpr DriveStatus kFrontInitStatus{"get_virtual_drive_front_init_status_info_format"};
-
-Ref drive_status_arcconf(const Call& c) {
-  Ref parser = c.parsed("ctr_get_vd_cfg_arcconf");
-  Ref devices = index(parser.get(), "logical_device_information");
-  Ref vid = c.p_get("vid");
-  Ref vid_text = to_str(vid.get());
-  Ref head = str("logical_device_number_");
-  if (!devices || !vid_text || !head) return {};
-  Ref key = concat({head.get(), vid_text.get()});
-  Ref entry = index(devices.get(), key.get());
-  if (!entry) return {};
-  return c.format_with(entry.get(), c.data<DriveStatus>().template_attr);
-}
+// The arcconf status of one drive is its entry logical_device_number_<vid>.
+constexpr const char* kArcconfDrives = "logical_device_information";
+constexpr const char* kArcconfDrive = "logical_device_number_{vid}";
 
 // A background task named as background initialisation ("BGI",
 // "Background Init...").
@@ -69,16 +40,6 @@ Ref bgi_sorbctl(const Call& c) {
     }
   }
   return c.format_with(state.get(), "get_virtual_drive_bgi_state_format");
-}
-
-Ref front_init_storcli64(const Call& c) {
-  Ref parser = c.parsed("ctr_get_init_info_storcli64");
-  const int answered = truthy(parser.get());
-  if (answered < 0) return {};
-  if (answered == 0) return c.refuse("查询逻辑磁盘前台初始化功能状态失败");
-  Ref section = get(parser.get(), "VD Operation Status");
-  if (!section) return {};
-  return c.format_with(section.get(), "get_virtual_drive_front_init_status_info_format");
 }
 
 }  // namespace
@@ -122,7 +83,9 @@ void add_vd_background_ops(OpList& ops) {
                    .get("VD Operation Status")
                    .format("query_virtual_drive_cc_status_format"),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询逻辑磁盘的一致性校验功能状态 功能"),
-               custom(Tool::sorbctl, cc_status_sorbctl)}));
+               query(Tool::sorbctl, "get_controller_vd_ccheck_sorbctl")
+                   .refuse_on("fail", "查询逻辑磁盘的一致性校验功能状态失败，请检查回显报错信息")
+                   .format("query_virtual_drive_cc_status_format")}));
   ops.push_back(
       Op("set_virtual_drive_init_option")
           .params({kw("vid"), kw("state"), kwargs()})
@@ -153,7 +116,10 @@ void add_vd_background_ops(OpList& ops) {
           .variants({query(Tool::storcli64, "get_virtual_drive_bgi_state_storcli64")
                          .get("VD Operation Status")
                          .format("get_virtual_drive_bgi_state_format"),
-                     custom(Tool::arcconf, drive_status_arcconf, &kBgiStatus),
+                     query(Tool::arcconf, "ctr_get_vd_cfg_arcconf")
+                         .at(kArcconfDrives)
+                         .at(kArcconfDrive)
+                         .format("get_virtual_drive_bgi_state_format"),
                      custom(Tool::sorbctl, bgi_sorbctl)}));
   ops.push_back(
       Op("set_virtual_drive_autobgi_switch")
@@ -182,8 +148,14 @@ void add_vd_background_ops(OpList& ops) {
               "异常:\n    OrvexException: storcli64 无回显时抛出 "
               "\"查询逻辑磁盘前台初始化功能状态失败\"。")
           .returns_doc("dict | list")
-          .variants({custom(Tool::storcli64, front_init_storcli64),
-                     custom(Tool::arcconf, drive_status_arcconf, &kFrontInitStatus),
+          .variants({query(Tool::storcli64, "ctr_get_init_info_storcli64")
+                         .refuse_on_empty("查询逻辑磁盘前台初始化功能状态失败")
+                         .get("VD Operation Status")
+                         .format("get_virtual_drive_front_init_status_info_format"),
+                     query(Tool::arcconf, "ctr_get_vd_cfg_arcconf")
+                         .at(kArcconfDrives)
+                         .at(kArcconfDrive)
+                         .format("get_virtual_drive_front_init_status_info_format"),
                      query(Tool::sorbctl, "get_controller_vd_info_sorbctl")
                          .get("VirtualDriveInformation")
                          .format("get_virtual_drive_front_init_status_info_format")}));

@@ -36,18 +36,6 @@ Ref task_arcconf(const Call& c) {
   return c.format_with(found.get(), kind.template_attr);
 }
 
-Ref ssd_caching_arcconf(const Call& c) {
-  Ref parser = c.parsed("ctr_get_maxcache_arcconf");
-  Ref section = get(parser.get(), "logical_device_information");
-  const int any = truthy(section.get());
-  if (any < 0) return {};
-  Ref values = any == 1 ? call_method(section.get(), "values") : Ref{};
-  if (any == 1 && !values) return {};
-  Ref records = any == 1 ? Ref::steal(PySequence_List(values.get())) : list();
-  if (!records) return {};
-  return c.format_with(records.get(), "get_ssd_caching_info_format");
-}
-
 constexpr ParamDef kVidParams[] = {kw("vid"), kwargs()};
 
 }  // namespace
@@ -152,7 +140,10 @@ void add_vd_expansion_ops(OpList& ops) {
           .variants({query(Tool::storcli64, "ctr_get_ssd_caching_storcli64")
                          .get("VD LIST")
                          .format("get_ssd_caching_info_format"),
-                     custom(Tool::arcconf, ssd_caching_arcconf),
+                     query(Tool::arcconf, "ctr_get_maxcache_arcconf")
+                         .get("logical_device_information")
+                         .values()
+                         .format("get_ssd_caching_info_format"),
                      refuse(Tool::sorbctl, "7460卡不支持SSD caching查询功能")}));
 }
 

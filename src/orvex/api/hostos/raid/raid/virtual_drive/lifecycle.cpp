@@ -218,8 +218,6 @@ Ref all_storcli64(const Call& c) {
   return out;
 }
 
-Ref all_arcconf(const Call& c) { return c.method("_get_virtual_drive_list", c.params); }
-
 // sorbctl has no bulk detail query: one detail request per listed drive.
 Ref all_sorbctl(const Call& c) {
   Ref drives = c.method("_get_virtual_drive_list", c.params);
@@ -440,7 +438,7 @@ void add_vd_lifecycle_ops(OpList& ops) {
                "    list: 每个逻辑盘一条详细记录（键同 "
                "get_one_virtual_drive_info）；arcconf 返回逻辑盘列表记录。")
           .returns_doc("list")
-          .variants({custom(Tool::storcli64, all_storcli64), custom(Tool::arcconf, all_arcconf),
+          .variants({custom(Tool::storcli64, all_storcli64), same_as(Tool::arcconf, "_get_virtual_drive_list"),
                      custom(Tool::sorbctl, all_sorbctl)}));
   ops.push_back(
       Op("get_virtual_drive_member_drives")

@@ -13,31 +13,6 @@ const Regex kDrivePath("/c(\\w+)/v(\\w+)");
 const Regex kController("/c(\\d+)/v");
 const Regex kDriveProperties("VD(\\w+) Properties");
 
-// --- controller cache ---------------------------------------------------------
-
-int upper_policy(const Call& c) {
-  Ref policy = c.p_get("policy");
-  Ref upper_case = upper(policy.get());
-  return c.p_set("policy", upper_case.get());
-}
-
-// arcconf switches its controller cache on for write back, off otherwise.
-int wrcache_arcconf(const Call& c) {
-  Ref wrcache = c.p_get("wrcache");
-  Ref policy = lookup(wrcache.get(), {{"awb", "con"}, {"wb", "con"}});
-  if (!policy) return -1;
-  if (policy.get() == Py_None) return c.p_set("policy", "coff");
-  return c.p_set("policy", policy.get());
-}
-
-// arcconf sets read-ahead through its cache wrapper; other values set no policy.
-int rdcache_arcconf(const Call& c) {
-  Ref rdcache = c.p_get("rdcache");
-  Ref policy = lookup(rdcache.get(), {{"ra", "con"}, {"nora", "coff"}});
-  if (!policy) return -1;
-  return policy.get() == Py_None ? 0 : c.p_set("policy", policy.get());
-}
-
 // --- I/O policy and emulation ------------------------------------------------------
 
 // The last letter of storcli64's Cache column: D direct, C cached.
@@ -110,10 +85,6 @@ Ref emulation_storcli64(const Call& c) {
 
 // --- boot drive --------------------------------------------------------------------
 
-Ref bootdrive_storcli64(const Call& c) {
-  return boot_drive_storcli64(c, "vd_set_bootdrive_storcli64");
-}
-
 // arcconf names a primary and a secondary boot volume; "None" stands for
 // an unset one.
 Ref boot_arcconf(const Call& c) {
@@ -174,10 +145,13 @@ void add_vd_policies_ops(OpList& ops) {
                          "parser_exec_cmd_format 的判定）。")
                     .returns_doc("bool")
                     .variants({checked(Tool::storcli64, "vd_set_cache_storcli64"),
-                               action(Tool::arcconf, "set_vd_wcache_arcconf").prep(wrcache_arcconf),
+                               // arcconf: its controller cache on for write back, off otherwise
+                               action(Tool::arcconf, "set_vd_wcache_arcconf")
+                                   .translate_into("wrcache", "policy",
+                                                   {{"awb", "con"}, {"wb", "con"}}, "coff"),
                                action(Tool::sorbctl, "set_controller_vd_wcache_sorbctl")
                                    .rename("wrcache", "policy")
-                                   .prep(upper_policy)
+                                   .apply("policy", "upper")
                                    .translate("policy", {{"AWB", "WBE"}})}));
   ops.push_back(Op("set_virtual_drive_rdcache")
                     .params({arg("vid"), arg("rdcache"), kwargs()})
@@ -190,7 +164,11 @@ void add_vd_policies_ops(OpList& ops) {
                          "parser_exec_cmd_format 的判定）。")
                     .returns_doc("bool")
                     .variants({checked(Tool::storcli64, "vd_set_cache_storcli64"),
-                               action(Tool::arcconf, "set_vd_wcache_arcconf").prep(rdcache_arcconf),
+                               // arcconf: read-ahead through its cache wrapper; other values
+                               // set no policy
+                               action(Tool::arcconf, "set_vd_wcache_arcconf")
+                                   .translate_into("rdcache", "policy",
+                                                   {{"ra", "con"}, {"nora", "coff"}}),
                                action(Tool::sorbctl, "set_controller_vd_rcache_sorbctl")
                                    .rename("rdcache", "policy")
                                    .translate("policy", {{"ra", "Ahead"}, {"nora", "No_Ahead"}})}));
@@ -290,7 +268,11 @@ void add_vd_policies_ops(OpList& ops) {
               "返回:\n"
               "    bool: 设置是否成功。storcli64 先尝试按固件排序启动设备，失败只记录错误日志。")
           .returns_doc("bool")
-          .variants({custom(Tool::storcli64, bootdrive_storcli64),
+          .variants({checked(Tool::storcli64, "vd_set_bootdrive_storcli64")
+                         .translate("state", {{"primary", "on"}, {"secondary", "on"}})
+                         .rename("state", "bootdrive")
+                         .copy("bootdrive", "status")
+                         .attempt("ctr_set_device_order_by_firmware", "不支持order_by_firmware功能,"),
                      checked(Tool::sorbctl, "set_controller_vd_boot_sorbctl")
                          .translate("state", {{"primary", "on"}, {"secondary", "on"}}),
                      checked(Tool::arcconf, "set_vd_boot_arcconf")
