@@ -2,6 +2,8 @@
 // flattening or picking by layer map (_merge_output).  Both walk nested
 // answers under py::Depth: past the recursion limit they raise
 // RecursionError, as the same walk written in Python would.
+#include <cstddef>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -17,47 +19,50 @@ namespace {
 
 constexpr const char* kWhile = " while normalising an answer";
 
-// A field map as (output key, raw key) pairs, read once per call.
+// A field map that is not a plain dictionary, as (output key, raw key)
+// pairs read once per call.
 using FieldMap = std::vector<std::pair<Ref, Ref>>;
-
-int read_field_map(PyObject* tmpl, PyObject* tool, FieldMap& map) {
-  Ref contents = index(tmpl, names().contents);
-  Ref fields = index(contents.get(), tool);
-  if (!fields) return -1;
-  if (PyDict_Check(fields.get())) {
-    map.reserve(static_cast<std::size_t>(PyDict_Size(fields.get())));
-    Py_ssize_t pos = 0;
-    PyObject* k = nullptr;
-    PyObject* v = nullptr;
-    while (PyDict_Next(fields.get(), &pos, &k, &v)) {
-      map.emplace_back(Ref::borrow(k), Ref::borrow(v));
-    }
-    return 0;
-  }
-  // Any other mapping: go through its items(); None fails here with the
-  // attribute error of the missing method.
-  return kit::each_item(fields.get(), [&](PyObject* k, PyObject* v) {
-    map.emplace_back(Ref::borrow(k), Ref::borrow(v));
-    return 0;
-  });
-}
 
 struct Formatting {
   PyObject* tool;
   PyObject* tmpl;
-  FieldMap map;
-  bool loaded = false;
-  Ref shape;  // the first record made: every later one has its keys, in its order
+  Ref fields;    // template["contents"][tool]; walked as it is when a dict
+  FieldMap map;  // ... else its items(), read once
+  Ref shape;     // the first record made: every later one has its keys, in its order
   Py_ssize_t size = 0;
 };
+
+int read_fields(Formatting& f) {
+  Ref contents = index(f.tmpl, names().contents);
+  Ref fields = index(contents.get(), f.tool);
+  if (!fields) return -1;
+  if (!PyDict_CheckExact(fields.get())) {
+    // Any other mapping: go through its items(); None fails here with the
+    // attribute error of the missing method.
+    const int r = kit::each_item(fields.get(), [&](PyObject* k, PyObject* v) {
+      f.map.emplace_back(Ref::borrow(k), Ref::borrow(v));
+      return 0;
+    });
+    if (r < 0) return -1;
+  }
+  f.fields = std::move(fields);
+  return 0;
+}
+
+// out[output key] = raw.get(raw key, "")
+int put_field(PyObject* out, PyObject* raw, PyObject* out_key, PyObject* raw_key) {
+  PyObject* v = PyDict_GetItemWithError(raw, raw_key);
+  if (v == nullptr) {
+    if (PyErr_Occurred() != nullptr) return -1;
+    v = names().empty;
+  }
+  return PyDict_SetItem(out, out_key, v);
+}
 
 // Records after the first start as a copy of it (cheaper than growing a
 // new dictionary key by key), whose values are then all replaced.
 Ref format_dict(PyObject* raw, Formatting& f) {
-  if (!f.loaded) {
-    if (read_field_map(f.tmpl, f.tool, f.map) < 0) return nullptr;
-    f.loaded = true;
-  }
+  if (!f.fields && read_fields(f) < 0) return nullptr;
   Ref out;
   if (f.shape) {
     out = Ref::steal(PyDict_Copy(f.shape.get()));
@@ -67,13 +72,17 @@ Ref format_dict(PyObject* raw, Formatting& f) {
   }
   if (!out) return nullptr;
   const bool first = !f.shape;
-  for (const auto& kv : f.map) {
-    PyObject* v = PyDict_GetItemWithError(raw, kv.second.get());
-    if (v == nullptr) {
-      if (PyErr_Occurred() != nullptr) return nullptr;
-      v = names().empty;
+  if (PyDict_CheckExact(f.fields.get())) {
+    Py_ssize_t pos = 0;
+    PyObject* k = nullptr;
+    PyObject* v = nullptr;
+    while (PyDict_Next(f.fields.get(), &pos, &k, &v)) {
+      if (put_field(out.get(), raw, k, v) < 0) return nullptr;
     }
-    if (PyDict_SetItem(out.get(), kv.first.get(), v) < 0) return nullptr;
+  } else {
+    for (const auto& kv : f.map) {
+      if (put_field(out.get(), raw, kv.first.get(), kv.second.get()) < 0) return nullptr;
+    }
   }
   if (PyDict_SetItem(out.get(), names().raw_data, raw) < 0) return nullptr;
   if (first) {
@@ -115,14 +124,23 @@ int merge_flat(PyObject* raw, PyObject* res);
 
 int merge_flat_pair(PyObject* key, PyObject* value, PyObject* res) {
   if (PyDict_Check(value) || PyList_Check(value)) return merge_flat(value, res);
-  PyObject* existing = PyDict_GetItemWithError(res, key);
-  if (existing != nullptr) {
-    Ref hold = Ref::borrow(existing);
-    duplicate_key(key, value, hold.get());
-    return -1;
+  PyObject* existing = nullptr;
+  if (g_runtime.dict_setdefault != nullptr && PyDict_CheckExact(res)) {
+    // One lookup: the entry is added unless the key is there already.
+    const Py_ssize_t before = PyDict_Size(res);
+    existing = g_runtime.dict_setdefault(res, key, value);
+    if (existing == nullptr) return -1;
+    if (PyDict_Size(res) != before) return 0;
+  } else {
+    existing = PyDict_GetItemWithError(res, key);
+    if (existing == nullptr) {
+      if (PyErr_Occurred() != nullptr) return -1;
+      return PyDict_SetItem(res, key, value);
+    }
   }
-  if (PyErr_Occurred() != nullptr) return -1;
-  return PyDict_SetItem(res, key, value);
+  Ref hold = Ref::borrow(existing);
+  duplicate_key(key, value, hold.get());
+  return -1;
 }
 
 int merge_flat(PyObject* raw, PyObject* res) {
@@ -164,10 +182,111 @@ int merge_flat(PyObject* raw, PyObject* res) {
   return 0;
 }
 
+// Where a layer path leads: the last segment's value, whether that segment
+// was a list position, and the segment itself (a key) for keeping.
+struct Reached {
+  Ref node;
+  bool position = false;
+  Ref last;
+};
+
+// node[n] for a list position.
+Ref at_position(PyObject* node, Py_ssize_t n) {
+  if (PyList_CheckExact(node) && n < PyList_Size(node)) return Ref::borrow(PyList_GetItem(node, n));
+  Ref number = Ref::steal(PyLong_FromSsize_t(n));
+  return index(node, number.get());
+}
+
+// node[int(digits)] for a "$..." segment given as text.
+Ref at_position_text(PyObject* node, PyObject* segment) {
+  Ref digits = Ref::steal(PyUnicode_Substring(segment, 1, PyUnicode_GetLength(segment)));
+  Ref number = Ref::steal(digits ? PyNumber_Long(digits.get()) : nullptr);
+  return index(node, number.get());
+}
+
+// A position written as plain ASCII digits (short enough for a Py_ssize_t),
+// or -1: anything else goes through int().
+Py_ssize_t plain_position(std::string_view digits) {
+  if (digits.empty() || digits.size() > 18) return -1;
+  Py_ssize_t n = 0;
+  for (const char ch : digits) {
+    if (ch < '0' || ch > '9') return -1;
+    n = n * 10 + (ch - '0');
+  }
+  return n;
+}
+
+// Walks a path that holds "//" through its UTF-8 text (the string's own
+// buffer): segments are cut at every "//", left to right, as re.split cuts
+// them; positions in plain digits need no text of their own.
+int walk_text(PyObject* raw, std::string_view path, std::size_t sep, Reached& r) {
+  r.node = Ref::borrow(raw);
+  std::size_t start = 0;
+  for (;;) {
+    const std::size_t stop = sep == std::string_view::npos ? path.size() : sep;
+    const std::string_view seg = path.substr(start, stop - start);
+    r.position = !seg.empty() && seg[0] == '$';
+    const Py_ssize_t n = r.position ? plain_position(seg.substr(1)) : -1;
+    if (n >= 0) {
+      r.node = at_position(r.node.get(), n);
+    } else {
+      r.last = Ref::steal(
+          PyUnicode_DecodeUTF8(seg.data(), static_cast<Py_ssize_t>(seg.size()), nullptr));
+      if (!r.last) return -1;
+      r.node = r.position ? at_position_text(r.node.get(), r.last.get())
+                          : index(r.node.get(), r.last.get());
+    }
+    if (!r.node) return -1;
+    if (sep == std::string_view::npos) return 0;
+    start = sep + 2;
+    sep = path.find("//", start);
+  }
+}
+
+// The same walk for any other path object: split by the str method.
+int walk_split(PyObject* raw, PyObject* path, Reached& r) {
+  Ref segments = Ref::steal(PyUnicode_Split(path, names().sep, -1));
+  if (!segments) return -1;
+  const Py_ssize_t m = PyList_Size(segments.get());
+  r.node = Ref::borrow(raw);
+  for (Py_ssize_t j = 0; j < m; ++j) {
+    PyObject* seg = PyList_GetItem(segments.get(), j);
+    r.last = Ref::borrow(seg);
+    const Py_ssize_t len = PyUnicode_GetLength(seg);
+    r.position = len > 0 && PyUnicode_ReadChar(seg, 0) == '$';
+    r.node = r.position ? at_position_text(r.node.get(), seg) : index(r.node.get(), seg);
+    if (!r.node) return -1;
+  }
+  return 0;
+}
+
+// The path's text, when the interpreter hands it out (exact str only).
+bool path_text(PyObject* path, std::string_view& text) {
+  if (g_runtime.utf8 == nullptr || !PyUnicode_CheckExact(path)) return false;
+  Py_ssize_t size = 0;
+  const char* data = g_runtime.utf8(path, &size);
+  if (data == nullptr) {  // lone surrogates: the slow way
+    PyErr_Clear();
+    return false;
+  }
+  text = std::string_view(data, static_cast<std::size_t>(size));
+  return true;
+}
+
 int merge_layer(PyObject* raw, PyObject* res, PyObject* path, PyObject* flag) {
   const int merge = truthy(flag);
-  const int nested = contains(path, names().sep);
-  if (merge < 0 || nested < 0) return -1;
+  if (merge < 0) return -1;
+  std::string_view text;
+  const bool fast = path_text(path, text);
+  std::size_t sep = std::string_view::npos;
+  int nested = 0;
+  if (fast) {
+    sep = text.find("//");
+    nested = sep != std::string_view::npos ? 1 : 0;
+  } else {
+    nested = contains(path, names().sep);
+    if (nested < 0) return -1;
+  }
   if (nested == 0) {
     if (merge == 1) {
       Ref v = index(raw, path);
@@ -176,31 +295,28 @@ int merge_layer(PyObject* raw, PyObject* res, PyObject* path, PyObject* flag) {
     Ref v = get(raw, path);
     return set_item(res, path, v.get());
   }
-  Ref segments = Ref::steal(PyUnicode_Split(path, names().sep, -1));
-  if (!segments) return -1;
-  const Py_ssize_t m = PyList_Size(segments.get());
-  Ref node = Ref::borrow(raw);
-  bool last_is_position = false;
-  PyObject* last = nullptr;
-  for (Py_ssize_t j = 0; j < m; ++j) {
-    PyObject* seg = PyList_GetItem(segments.get(), j);
-    last = seg;
-    const Py_ssize_t len = PyUnicode_GetLength(seg);
-    last_is_position = len > 0 && PyUnicode_ReadChar(seg, 0) == '$';
-    if (last_is_position) {
-      Ref digits = Ref::steal(PyUnicode_Substring(seg, 1, len));
-      Ref number = Ref::steal(digits ? PyNumber_Long(digits.get()) : nullptr);
-      node = index(node.get(), number.get());
-    } else {
-      node = index(node.get(), seg);
-    }
-    if (!node) return -1;
-  }
-  if (last_is_position || merge == 1) return update(res, node.get());
-  return set_item(res, last, node.get());
+  Reached r;
+  if ((fast ? walk_text(raw, text, sep, r) : walk_split(raw, path, r)) < 0) return -1;
+  if (r.position || merge == 1) return update(res, r.node.get());
+  return set_item(res, r.last.get(), r.node.get());
 }
 
 Ref merge_layers(PyObject* raw, PyObject* res, PyObject* structure) {
+  if (PyDict_CheckExact(structure)) {
+    const Py_ssize_t size = PyDict_Size(structure);
+    Py_ssize_t pos = 0;
+    PyObject* k = nullptr;
+    PyObject* v = nullptr;
+    while (PyDict_Next(structure, &pos, &k, &v)) {
+      Ref path = Ref::borrow(k);
+      Ref flag = Ref::borrow(v);
+      if (merge_layer(raw, res, path.get(), flag.get()) < 0) return nullptr;
+      if (PyDict_Size(structure) != size) {  // as iterating its items() tells it
+        return raise(PyExc_RuntimeError, "dictionary changed size during iteration");
+      }
+    }
+    return Ref::borrow(res);
+  }
   const int r = kit::each_item(structure, [&](PyObject* path, PyObject* flag) {
     return merge_layer(raw, res, path, flag) < 0 ? -1 : 0;
   });
@@ -252,7 +368,7 @@ Ref format_output(PyObject* raw, PyObject* tool, PyObject* tmpl, PyObject* calle
     if (!loaded) return nullptr;
     tmpl = loaded.get();
   }
-  Formatting f{tool, tmpl, {}, false, {}, 0};
+  Formatting f{tool, tmpl, {}, {}, {}, 0};
   return format_one(raw, f);
 }
 

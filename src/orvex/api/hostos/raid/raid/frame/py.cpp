@@ -24,9 +24,10 @@ void* exported(PyObject* ctypes, const char* name) {
   Ref fn = api ? Ref::steal(PyObject_GetAttrString(api.get(), name)) : Ref();
   Ref cast = fn ? Ref::steal(PyObject_GetAttrString(ctypes, "cast")) : Ref();
   Ref c_void_p = cast ? Ref::steal(PyObject_GetAttrString(ctypes, "c_void_p")) : Ref();
-  Ref pointer = c_void_p ? Ref::steal(PyObject_CallFunctionObjArgs(cast.get(), fn.get(),
-                                                                     c_void_p.get(), nullptr))
-                         : Ref();
+  Ref pointer =
+      c_void_p
+          ? Ref::steal(PyObject_CallFunctionObjArgs(cast.get(), fn.get(), c_void_p.get(), nullptr))
+          : Ref();
   Ref value = pointer ? Ref::steal(PyObject_GetAttrString(pointer.get(), "value")) : Ref();
   void* address = value && value.get() != Py_None ? PyLong_AsVoidPtr(value.get()) : nullptr;
   if (PyErr_Occurred() != nullptr) {
@@ -54,6 +55,9 @@ void init_runtime() {
     rt.vectorcall_method =
         reinterpret_cast<Vectorcall>(exported(ctypes.get(), "PyObject_VectorcallMethod"));
     rt.method_new = reinterpret_cast<MethodNew>(exported(ctypes.get(), "PyMethod_New"));
+    rt.dict_setdefault =
+        reinterpret_cast<DictSetDefault>(exported(ctypes.get(), "PyDict_SetDefault"));
+    rt.utf8 = reinterpret_cast<Utf8AndSize>(exported(ctypes.get(), "PyUnicode_AsUTF8AndSize"));
   } else {
     PyErr_Clear();
   }

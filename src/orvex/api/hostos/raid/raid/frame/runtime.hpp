@@ -13,6 +13,8 @@ namespace raid::py {
 using Vectorcall = PyObject* (*)(PyObject*, PyObject* const*, std::size_t, PyObject*);
 using VectorcallDict = PyObject* (*)(PyObject*, PyObject* const*, std::size_t, PyObject*);
 using MethodNew = PyObject* (*)(PyObject*, PyObject*);
+using DictSetDefault = PyObject* (*)(PyObject*, PyObject*, PyObject*);
+using Utf8AndSize = const char* (*)(PyObject*, Py_ssize_t*);
 
 // Arguments as a C array; in the stable ABI from 3.10, understood by every
 // interpreter this module runs on.
@@ -32,6 +34,8 @@ struct Runtime {
   VectorcallDict vectorcall_dict = nullptr;  // PyObject_VectorcallDict (3.9+)
   Vectorcall vectorcall_method = nullptr;    // PyObject_VectorcallMethod (3.9+)
   MethodNew method_new = nullptr;            // PyMethod_New
+  DictSetDefault dict_setdefault = nullptr;  // PyDict_SetDefault (borrowed result)
+  Utf8AndSize utf8 = nullptr;                // PyUnicode_AsUTF8AndSize (the text's own buffer)
 };
 
 extern Runtime g_runtime;
