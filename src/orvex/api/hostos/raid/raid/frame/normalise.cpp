@@ -113,9 +113,25 @@ Ref format_one(PyObject* raw, Formatting& f) {
   return raise_orvex(msg.get());
 }
 
+// The message joined from its pieces (made once) and the three values'
+// str(): cheaper than formatting it anew each time.
 Ref duplicate_key(PyObject* key, PyObject* value, PyObject* existing) {
-  Ref msg = format("Existing key [%S] found in res, current value: [%S], existing value: [%S]", key,
-                   value, existing);
+  static PyObject* const pieces[] = {
+      PyUnicode_InternFromString("Existing key ["),
+      PyUnicode_InternFromString("] found in res, current value: ["),
+      PyUnicode_InternFromString("], existing value: ["),
+      PyUnicode_InternFromString("]"),
+  };
+  for (PyObject* p : pieces) {
+    if (p == nullptr) return raise(PyExc_MemoryError, "duplicate key message");
+  }
+  Ref parts[] = {to_str(key), to_str(value), to_str(existing)};
+  for (const Ref& p : parts) {
+    if (!p) return nullptr;
+  }
+  Ref all = tuple(
+      {pieces[0], parts[0].get(), pieces[1], parts[1].get(), pieces[2], parts[2].get(), pieces[3]});
+  Ref msg = Ref::steal(all ? PyUnicode_Join(names().empty, all.get()) : nullptr);
   if (msg) PyErr_SetObject(PyExc_Exception, msg.get());
   return nullptr;
 }
