@@ -26,8 +26,8 @@ using FieldMap = std::vector<std::pair<Ref, Ref>>;
 struct Formatting {
   PyObject* tool;
   PyObject* tmpl;
-  Ref fields;    // template["contents"][tool]; walked as it is when a dict
-  FieldMap map;  // ... else its items(), read once
+  Ref fields;    // template["contents"][tool]: walked in place for a single record
+  FieldMap map;  // its pairs, read once for the records of a list (or another mapping)
   Ref shape;     // the first record made: every later one has its keys, in its order
   Py_ssize_t size = 0;
 };
@@ -72,7 +72,16 @@ Ref format_dict(PyObject* raw, Formatting& f) {
   }
   if (!out) return nullptr;
   const bool first = !f.shape;
-  if (PyDict_CheckExact(f.fields.get())) {
+  if (!first && f.map.empty() && PyDict_CheckExact(f.fields.get())) {
+    // Records of a list: the pairs are read once, then walked as an array.
+    Py_ssize_t pos = 0;
+    PyObject* k = nullptr;
+    PyObject* v = nullptr;
+    while (PyDict_Next(f.fields.get(), &pos, &k, &v)) {
+      f.map.emplace_back(Ref::borrow(k), Ref::borrow(v));
+    }
+  }
+  if (f.map.empty() && PyDict_CheckExact(f.fields.get())) {
     Py_ssize_t pos = 0;
     PyObject* k = nullptr;
     PyObject* v = nullptr;
