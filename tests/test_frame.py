@@ -115,6 +115,58 @@ def test_arcconf_jbod_switches_mode_waits_and_is_always_true(rig, sleeps, state,
     assert sleeps == [10]
 
 
+# The data forms' branches: answer -> refusal / early answer, params-named
+# keys, edits that answer, log or choose.  (tool, call, answers, result or
+# OrvexException text, dispatched (wrapper, params)).
+DATA_FORMS = [
+    ("sorbctl", lambda r: r.get_kickdrive_status(), {"get_kickdrive_status_sorbctl": parser("fail")},
+     OrvexException("查询kickdrive失败"), [("get_kickdrive_status_sorbctl", {})]),
+    ("sorbctl", lambda r: r.get_slowdrive_status(), {"get_slowdrive_status_sorbctl": parser({})},
+     OrvexException("查询slowdrive失败"), [("get_slowdrive_status_sorbctl", {})]),
+    ("sorbctl", lambda r: r.get_pd_erase(eid="1", sid="2"),
+     {"get_controller_pd_erase_sorbctl": parser("fail")}, "fail",
+     [("get_controller_pd_erase_sorbctl", {"eid": "1", "sid": "2"})]),
+    ("arcconf", lambda r: r.get_virtual_drive_bgi_state(vid=7),
+     {"ctr_get_vd_cfg_arcconf": parser({"logical_device_information": {}})},
+     KeyError("logical_device_number_7"), [("ctr_get_vd_cfg_arcconf", {"vid": 7})]),
+    ("sorbctl", lambda r: r.get_copyback_rate(), {"get_controller_config_sorbctl": parser(
+        {"CopyBack Rate": "low"})}, {"CopyBack Rate": "low"}, [("get_controller_config_sorbctl", {})]),
+    ("storcli64", lambda r: r.set_disk_state(eid="1", sid="2", state="eed"), {}, True, []),
+    ("storcli64", lambda r: r.pd_set_bootdrive(eid="1", sid="2", state="secondary"),
+     {"ctr_set_device_order_by_firmware": RuntimeError("no"),
+      "pd_set_bootdrive_storcli64": parser("success")}, True,
+     [("ctr_set_device_order_by_firmware", {"eid": "1", "sid": "2", "bootdrive": "on", "status": "on"}),
+      ("pd_set_bootdrive_storcli64", {"eid": "1", "sid": "2", "bootdrive": "on", "status": "on"})]),
+    ("sorbctl", lambda r: r.set_patrolread_switch("on", mode="auto"),
+     {"start_controller_patrolread_sorbctl": parser("success")}, True,
+     [("start_controller_patrolread_sorbctl", {"mode": "auto"})]),
+    ("sorbctl", lambda r: r.set_patrolread_switch("auto"), {},
+     OrvexException("7460卡sorbctl工具没有 设置巡读功能开关 功能"), []),
+    ("arcconf", lambda r: r.set_virtual_drive_rdcache("0", "x"),
+     {"set_vd_wcache_arcconf": parser("success")}, True,
+     [("set_vd_wcache_arcconf", {"vid": "0", "rdcache": "x"})]),
+    ("sorbctl", lambda r: r.set_ccheck_switch("off", adapter_id="0"),
+     {"stop_controller_ccheck_sorbctl": parser("success")}, True,
+     [("stop_controller_ccheck_sorbctl", {"adapter_id": "0", "switch_status": "off"})]),
+]
+
+
+@pytest.mark.parametrize("tool, call, answers, expected, sent", DATA_FORMS)
+def test_data_forms(rig, tool, call, answers, expected, sent):
+    raid, host = rig(tool)
+    for wrapper, answer in answers.items():
+        host.on(wrapper, answer)
+    raid.formatter.parser_exec_cmd_format = lambda raw, tool: "success" in raw["parser"]
+    if isinstance(expected, Exception):
+        with pytest.raises(type(expected)) as err:
+            call(raid)
+        assert err.value.args == expected.args
+    else:
+        assert call(raid) == expected
+    assert [(c.wrapper, list(c.params.items())) for c in host.calls] == \
+        [(w, list(p.items())) for w, p in sent]
+
+
 def test_errors_of_the_framework_pass_through_unchanged(rig):
     raid, host = rig("arcconf")
     boom = ConnectionError("ssh lost")

@@ -156,14 +156,13 @@ void add_patrol_read_ops(OpList& ops) {
                "sorbctl 为级别（如 'high'）。")
           .returns_doc("dict")
           // storcli64 answers the rate as one property row, sorbctl within its state.
-          .variants({query(Tool::storcli64, "ctr_get_prrate_storcli64")
-                         .at("Controller Properties")
-                         .at("Value")
-                         .wrap("Patrolread Rate"),
-                     query(Tool::sorbctl, kStatusSorbctl)
-                         .get("Patrolread Rate")
-                         .wrap("Patrolread Rate"),
-                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能后台速率 功能")}));
+          .variants(
+              {query(Tool::storcli64, "ctr_get_prrate_storcli64")
+                   .at("Controller Properties")
+                   .at("Value")
+                   .wrap("Patrolread Rate"),
+               query(Tool::sorbctl, kStatusSorbctl).get("Patrolread Rate").wrap("Patrolread Rate"),
+               refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能后台速率 功能")}));
   ops.push_back(
       Op("set_patrolread_rate")
           .params({arg("prrate"), kwargs()})

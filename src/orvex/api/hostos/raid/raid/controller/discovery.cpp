@@ -48,21 +48,21 @@ void add_controller_discovery_ops(OpList& ops) {
           .returns_doc("dict")
           .variant_name("_query_controller_driver_info")
           .variants({custom(Tool::sorbctl, driver_info_sorbctl)}));
-  ops.push_back(Op("query_raid_config")
-                    .params(kKeywordsOnly)
-                    .doc("查询控制器配置。\n\n"
-                         "参数:\n"
-                         "    adp_id (str): 控制器编号（arcconf、sorbctl），缺省为第一个控制器。\n"
-                         "    adapter_id (str): 控制器编号（storcli64），缺省为第一个控制器。\n\n"
-                         "返回:\n    dict: 配置字典，如 {\"CopyBack Rate\": \"low\"}；storcli64 "
-                         "返回命令的完整结果。")
-                    .returns_doc("dict")
-                    .variant_name("get_raid_config_info")
-                    .variants({query(Tool::sorbctl, "get_controller_config_sorbctl").strict(),
-                               // storcli64 hands back the whole answer
-                               query(Tool::storcli64, "storcli64_get_lsi_raid_detail_config")
-                                   .whole(),
-                               query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf").strict()}));
+  ops.push_back(
+      Op("query_raid_config")
+          .params(kKeywordsOnly)
+          .doc("查询控制器配置。\n\n"
+               "参数:\n"
+               "    adp_id (str): 控制器编号（arcconf、sorbctl），缺省为第一个控制器。\n"
+               "    adapter_id (str): 控制器编号（storcli64），缺省为第一个控制器。\n\n"
+               "返回:\n    dict: 配置字典，如 {\"CopyBack Rate\": \"low\"}；storcli64 "
+               "返回命令的完整结果。")
+          .returns_doc("dict")
+          .variant_name("get_raid_config_info")
+          .variants({query(Tool::sorbctl, "get_controller_config_sorbctl").strict(),
+                     // storcli64 hands back the whole answer
+                     query(Tool::storcli64, "storcli64_get_lsi_raid_detail_config").whole(),
+                     query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf").strict()}));
   ops.push_back(
       Op("get_controller_status_raid")
           .params(kKeywordsOnly)

@@ -250,13 +250,14 @@ Ref passthru_params(PyObject* const* args, PyObject* extra) {
 }  // namespace
 
 void add_firmware_logs_ops(OpList& ops) {
-  ops.push_back(Op("export_fw_logs")
-                    .params(kKeywordsOnly)
-                    .doc("导出控制器固件日志（仅 storcli64）。\n\n"
-                         "参数:\n"
-                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                         "返回:\n    工具输出的日志（命令结果的 stdout 部分，逐行）。")
-                    .variants({query(Tool::storcli64, "ctr_get_log_storcli64").raw().get("stdout")}));
+  ops.push_back(
+      Op("export_fw_logs")
+          .params(kKeywordsOnly)
+          .doc("导出控制器固件日志（仅 storcli64）。\n\n"
+               "参数:\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n    工具输出的日志（命令结果的 stdout 部分，逐行）。")
+          .variants({query(Tool::storcli64, "ctr_get_log_storcli64").raw().get("stdout")}));
   ops.push_back(
       Op("get_controller_detail_log")
           .params(kKeywordsOnly)

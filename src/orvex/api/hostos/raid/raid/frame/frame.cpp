@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "runtime.hpp"
-#include "toolkit.hpp"
 #include "structmember.h"
+#include "toolkit.hpp"
 
 namespace raid {
 
@@ -119,7 +119,7 @@ struct Framework {
   Ref namedtuple;
   Ref method_type;
   Ref module;
-  Ref config_dir;  // "<module dir>/config/" once known
+  Ref config_dir;      // "<module dir>/config/" once known
   Ref template_paths;  // caller name -> its template file's path, as made before
 };
 Framework* g_fw = nullptr;  // lives for the process
@@ -1373,9 +1373,7 @@ VariantDef custom(Tool t, Body body, const void* data) {
   return v;
 }
 
-VariantDef same_as(Tool t, const char* operation) {
-  return variant(t, Form::same_as, operation);
-}
+VariantDef same_as(Tool t, const char* operation) { return variant(t, Form::same_as, operation); }
 
 VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
                       const char* tail) {
@@ -1693,8 +1691,8 @@ Ref load_template(PyObject* caller) {
     if (!g_fw->template_paths) return nullptr;
   }
   PyObject* paths = g_fw->template_paths.get();
-  Ref file = PyUnicode_CheckExact(caller) ? Ref::borrow(PyDict_GetItemWithError(paths, caller))
-                                          : Ref();
+  Ref file =
+      PyUnicode_CheckExact(caller) ? Ref::borrow(PyDict_GetItemWithError(paths, caller)) : Ref();
   if (!file) {
     if (PyErr_Occurred() != nullptr) return nullptr;
     file = py::format("%U%U.yaml", g_fw->config_dir.get(), caller);

@@ -42,12 +42,12 @@ enum class ResultType : std::uint8_t { any, dict, list };
 enum class Kind : std::uint8_t { positional, keyword_only, catch_all };
 
 struct ParamDef {
-  const char* name;
-  Kind kind = Kind::positional;
+  const char* name = nullptr;
   const char* fallback = nullptr;  // default as a Python literal: "None", "'eug'", "1"
   const char* key = nullptr;       // key in params when it differs from the name
-  bool stored = true;              // false: bound, but not put into params
   const char* type = "str";        // documented type (stub): "str", "bool", "list", "Any", ...
+  Kind kind = Kind::positional;
+  bool stored = true;  // false: bound, but not put into params
 
   constexpr ParamDef or_(const char* literal) const {  // with a default
     ParamDef p = *this;
@@ -71,9 +71,15 @@ struct ParamDef {
   }
 };
 
-constexpr ParamDef arg(const char* name) { return {name, Kind::positional}; }
-constexpr ParamDef kw(const char* name) { return {name, Kind::keyword_only}; }
-constexpr ParamDef kwargs() { return {"kwargs", Kind::catch_all, nullptr, nullptr, false, "Any"}; }
+constexpr ParamDef param(const char* name, Kind kind) {
+  ParamDef p{};
+  p.name = name;
+  p.kind = kind;
+  return p;
+}
+constexpr ParamDef arg(const char* name) { return param(name, Kind::positional); }
+constexpr ParamDef kw(const char* name) { return param(name, Kind::keyword_only); }
+constexpr ParamDef kwargs() { return param("kwargs", Kind::catch_all).unstored().typed("Any"); }
 
 constexpr bool same_text(const char* a, const char* b) {
   while (*a != '\0' && *a == *b) {

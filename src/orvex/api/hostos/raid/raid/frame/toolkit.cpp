@@ -67,14 +67,6 @@ Ref days_as_hours(PyObject* days) {
   return to_str(hours.get());
 }
 
-Ref drive_id(const Call& c) {
-  Ref a = c.p_get("adapter_id");
-  Ref e = c.p_get("eid");
-  Ref s = c.p_get("sid");
-  if (!a || !e || !s) return nullptr;
-  return format("c%S:e%S:s%S", a.get(), e.get(), s.get());
-}
-
 Ref shift_time(PyObject* text, const char* in_form, const char* unit, long amount,
                const char* out_form) {
   if (text == nullptr) return nullptr;
@@ -92,26 +84,6 @@ Ref shift_time(PyObject* text, const char* in_form, const char* unit, long amoun
   Ref later = Ref::steal(PyNumber_Add(when.get(), span.get()));
   Ref out = str(out_form);
   return call_method(later.get(), "strftime", {out.get()});
-}
-
-Ref boot_drive_storcli64(const Call& c, const char* wrapper) {
-  if (translate(c, "state", {{"primary", "on"}, {"secondary", "on"}}) < 0) return nullptr;
-  Ref state = c.p_pop("state");
-  if (!state || c.p_set("bootdrive", state.get()) < 0) return nullptr;
-  Ref status = c.p_get("bootdrive");
-  if (!status || c.p_set("status", status.get()) < 0) return nullptr;
-  Ref ordered = c.dispatch("ctr_set_device_order_by_firmware");
-  if (!ordered) {
-    // A controller that refuses the boot order by firmware is only logged;
-    // anything that is not an Exception (KeyboardInterrupt, ...) goes on.
-    Fetched error;
-    if (!error.matches(PyExc_Exception)) return error.restore();
-    Ref text = to_str(error.value() != nullptr ? error.value() : Py_None);
-    Ref head = str("不支持order_by_firmware功能,");
-    Ref message = concat({head.get(), text.get()});
-    if (c.log_error(message.get()) < 0) return nullptr;
-  }
-  return c.checked(wrapper);
 }
 
 Ref find_task(PyObject* tasks, PyObject* vid, const char* id_key, const char* operation_key,

@@ -69,19 +69,10 @@ Ref flatten_ctrl_props(PyObject* parser);
 // str(int(days) * 24): a period in days as the tool's hours.
 Ref days_as_hours(PyObject* days);
 
-// "c{adapter}:e{eid}:s{sid}" from params; a missing entry prints as None.
-Ref drive_id(const Call& c);
-
 // datetime.strptime(text, in_form) + timedelta(**{unit: amount}),
 // formatted with out_form.
 Ref shift_time(PyObject* text, const char* in_form, const char* unit, long amount,
                const char* out_form);
-
-// storcli64 boot-drive setting (physical or virtual drive): "primary" and
-// "secondary" become "on" under `bootdrive` and `status`; the boot order by
-// firmware is asked for first, and a controller that refuses it is only
-// logged at error level.
-Ref boot_drive_storcli64(const Call& c, const char* wrapper);
 
 // The first entry of a task list whose id_key reads as vid (both as text)
 // and in whose operation_key text the pattern finds a match; None when no

@@ -97,25 +97,25 @@ Ref rebuild_status_arcconf(const Call& c) {
 }  // namespace
 
 void add_pd_state_ops(OpList& ops) {
-  ops.push_back(Op("set_disk_state")
-                    .params(kStateParams)
-                    .doc("设置物理盘状态。\n\n"
-                         "参数:\n"
-                         "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-                         "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-                         "    state (str): 目标状态，按工具取值；\"eed\" 在 storcli64、sorbctl "
-                         "下不执行任何命令，直接返回 True。\n"
-                         "    force (bool): 强制执行。\n"
-                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                         "返回:\n    bool: 设置是否成功。")
-                    .returns_doc("bool")
-                    // "eed" is a placeholder state that the tools do not know: it
-                    // is accepted without running anything.
-                    .variants({checked(Tool::storcli64, "pd_set_state_storcli64")
-                                   .true_when("state", "eed"),
-                               checked(Tool::sorbctl, "set_controller_pd_state_sorbctl")
-                                   .true_when("state", "eed"),
-                               checked(Tool::arcconf, "pd_set_state_arcconf")}));
+  ops.push_back(
+      Op("set_disk_state")
+          .params(kStateParams)
+          .doc("设置物理盘状态。\n\n"
+               "参数:\n"
+               "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+               "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+               "    state (str): 目标状态，按工具取值；\"eed\" 在 storcli64、sorbctl "
+               "下不执行任何命令，直接返回 True。\n"
+               "    force (bool): 强制执行。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n    bool: 设置是否成功。")
+          .returns_doc("bool")
+          // "eed" is a placeholder state that the tools do not know: it
+          // is accepted without running anything.
+          .variants(
+              {checked(Tool::storcli64, "pd_set_state_storcli64").true_when("state", "eed"),
+               checked(Tool::sorbctl, "set_controller_pd_state_sorbctl").true_when("state", "eed"),
+               checked(Tool::arcconf, "pd_set_state_arcconf")}));
   ops.push_back(
       Op("set_disk_offline")
           .params(kDriveParams)
@@ -239,15 +239,16 @@ void add_pd_state_ops(OpList& ops) {
           .returns_doc("bool")
           // storcli64 asks for the boot order by firmware first; a controller
           // that refuses it is only logged
-          .variants({checked(Tool::storcli64, "pd_set_bootdrive_storcli64")
-                         .translate("state", {{"primary", "on"}, {"secondary", "on"}})
-                         .rename("state", "bootdrive")
-                         .copy("bootdrive", "status")
-                         .attempt("ctr_set_device_order_by_firmware", "不支持order_by_firmware功能,"),
-                     checked(Tool::sorbctl, "set_controller_pd_boot_sorbctl")
-                         .translate("state", {{"primary", "on"}, {"secondary", "on"}}),
-                     checked(Tool::arcconf, "set_controller_pd_boot_arcconf")
-                         .translate("state", {{"off", "none"}})}));
+          .variants(
+              {checked(Tool::storcli64, "pd_set_bootdrive_storcli64")
+                   .translate("state", {{"primary", "on"}, {"secondary", "on"}})
+                   .rename("state", "bootdrive")
+                   .copy("bootdrive", "status")
+                   .attempt("ctr_set_device_order_by_firmware", "不支持order_by_firmware功能,"),
+               checked(Tool::sorbctl, "set_controller_pd_boot_sorbctl")
+                   .translate("state", {{"primary", "on"}, {"secondary", "on"}}),
+               checked(Tool::arcconf, "set_controller_pd_boot_arcconf")
+                   .translate("state", {{"off", "none"}})}));
   ops.push_back(Op("set_pd_pdcache")
                     .params(kStateParams)
                     .doc("设置单块硬盘的硬盘缓存（仅 sorbctl）。\n\n"

@@ -429,17 +429,17 @@ void add_vd_lifecycle_ops(OpList& ops) {
           .returns_doc("dict")
           .variants({custom(Tool::storcli64, one_storcli64), custom(Tool::arcconf, one_arcconf),
                      custom(Tool::sorbctl, one_sorbctl)}));
-  ops.push_back(
-      Op("get_all_virtual_drive_info")
-          .params(kAdapterParams)
-          .doc("查询控制器下所有逻辑盘的详细信息。\n\n"
-               "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-               "返回:\n"
-               "    list: 每个逻辑盘一条详细记录（键同 "
-               "get_one_virtual_drive_info）；arcconf 返回逻辑盘列表记录。")
-          .returns_doc("list")
-          .variants({custom(Tool::storcli64, all_storcli64), same_as(Tool::arcconf, "_get_virtual_drive_list"),
-                     custom(Tool::sorbctl, all_sorbctl)}));
+  ops.push_back(Op("get_all_virtual_drive_info")
+                    .params(kAdapterParams)
+                    .doc("查询控制器下所有逻辑盘的详细信息。\n\n"
+                         "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                         "返回:\n"
+                         "    list: 每个逻辑盘一条详细记录（键同 "
+                         "get_one_virtual_drive_info）；arcconf 返回逻辑盘列表记录。")
+                    .returns_doc("list")
+                    .variants({custom(Tool::storcli64, all_storcli64),
+                               same_as(Tool::arcconf, "_get_virtual_drive_list"),
+                               custom(Tool::sorbctl, all_sorbctl)}));
   ops.push_back(
       Op("get_virtual_drive_member_drives")
           .params(kVidParams)
