@@ -12,7 +12,6 @@ constexpr const char* kFlashLog = "/root/raidlog//log-flash.txt";
 constexpr const char* kRamLog = "/root/raidlog//log-ram.txt";
 constexpr const char* kArcconfLog = "/var/log/Support/Firmware/Controller_1_Log.txt";
 constexpr const char* kSorbctlScratch = "/root/sorbctl_save";
-constexpr const char* kLogExportFailed = "导出日志文件失败";
 
 constexpr ParamDef kKeywordsOnly[] = {kwargs()};
 constexpr ParamDef kPassthruParams[] = {arg("eid"), arg("sid"), arg("command_passthru"), kwargs()};
@@ -49,17 +48,21 @@ Ref host_parsed(const Call& c, const char* command, PyObject* p) {
   return get(first.get(), "parser");
 }
 
-int remove_file(const Call& c, PyObject* path) {
+int remove_file(const Call& c, const char* remove, PyObject* path) {
   Ref p = dict({{"path", path}});
   if (!p) return -1;
-  return c.dispatch_with("rm", p.get()) ? 0 : -1;
+  return c.dispatch_with(remove, p.get()) ? 0 : -1;
 }
 
 // ---------------------------------------------------------------- logs
 
+// The export, the reading of a file and the refusal when nothing was written.
+constexpr const char* kLogWords[] = {"export", "read", "failed"};
+
 // The tool names the two files it wrote; both are read back, flash first.
 Ref detail_log_sorbctl(const Call& c) {
-  Ref reported = c.parsed("get_controller_log_sorbctl");
+  const char* read = c.word(RAID_WORD(kLogWords, "read"));
+  Ref reported = c.parsed(c.word(RAID_WORD(kLogWords, "export")));
   if (!reported) return nullptr;
   Ref flash_path = str(kFlashLog);
   Ref ram_path = str(kRamLog);
@@ -68,11 +71,11 @@ Ref detail_log_sorbctl(const Call& c) {
   if (written == 1) written = contains(reported.get(), flash_path.get());
   if (written == 1) written = contains(reported.get(), ram_path.get());
   if (written < 0) return nullptr;
-  if (written == 0) return c.refuse(kLogExportFailed);
+  if (written == 0) return c.refuse(c.word(RAID_WORD(kLogWords, "failed")));
   if (c.p_set("file_path", flash_path.get()) < 0) return nullptr;
-  Ref flash = c.parsed("cat");
+  Ref flash = c.parsed(read);
   if (!flash || c.p_set("file_path", ram_path.get()) < 0) return nullptr;
-  Ref ram = c.parsed("cat");
+  Ref ram = c.parsed(read);
   Ref lines = lines_of(flash.get());
   Ref more = lines_of(ram.get());
   if (!lines || !more) return nullptr;
@@ -80,12 +83,12 @@ Ref detail_log_sorbctl(const Call& c) {
 }
 
 Ref detail_log_arcconf(const Call& c) {
-  Ref reported = c.parsed("get_controller_log_arcconf");
+  Ref reported = c.parsed(c.word(RAID_WORD(kLogWords, "export")));
   const int written = truthy(reported.get());
   if (written < 0) return nullptr;
-  if (written == 0) return c.refuse(kLogExportFailed);
+  if (written == 0) return c.refuse(c.word(RAID_WORD(kLogWords, "failed")));
   if (c.p_set("file_path", kArcconfLog) < 0) return nullptr;
-  return c.parsed("cat");
+  return c.parsed(c.word(RAID_WORD(kLogWords, "read")));
 }
 
 // ---------------------------------------------------------------- pass-through
@@ -131,6 +134,11 @@ int collect_storelib_bytes(PyObject* parsed, PyObject* out) {
   });
 }
 
+// The command sent; sorbctl and arcconf then read the data back from a file
+// and remove it.
+constexpr const char* kSendWords[] = {"send"};
+constexpr const char* kSendReadWords[] = {"send", "read", "remove"};
+
 Ref passthru_storcli64(const Call& c) {
   Ref bytes = list();
   if (!bytes) return nullptr;
@@ -148,7 +156,7 @@ Ref passthru_storcli64(const Call& c) {
   }
   Ref did = index(drive.get(), "did");
   if (!did || c.p_set("did", did.get()) < 0) return nullptr;
-  Ref raw = c.raw("send_ctr_storelibtest_passthru");
+  Ref raw = c.raw(c.word(RAID_WORD(kSendWords, "send")));
   Ref parsed = get(raw.get(), "parser");
   if (!parsed) return nullptr;
   Ref assign = c.exec_format(raw.get());
@@ -173,31 +181,33 @@ int collect_hexdump_words(PyObject* dump, PyObject* out) {
 }
 
 Ref passthru_sorbctl(const Call& c) {
+  const char* send = c.word(RAID_WORD(kSendReadWords, "send"));
+  const char* remove = c.word(RAID_WORD(kSendReadWords, "remove"));
   Ref bytes = list();
   Ref kind = c.p_get("data_transfer");
   const int only_send = equals(kind.get(), "notransfer");
   if (!bytes || only_send < 0) return nullptr;
   if (only_send == 1) {
     if (c.p_set("data_transfer", "set") < 0) return nullptr;
-    Ref assign = c.parsed("send_controller_pd_passthru_sorbctl");
+    Ref assign = c.parsed(send);
     if (!assign) return nullptr;
     return tuple({assign.get(), bytes.get()});
   }
   Ref scratch = str(kSorbctlScratch);
   if (!scratch || c.p_set("file_path", scratch.get()) < 0) return nullptr;
-  Ref assign = c.parsed("send_controller_pd_passthru_sorbctl");
+  Ref assign = c.parsed(send);
   if (!assign) return nullptr;
   Ref v = str("v");
   Ref p = dict({{"param", v.get()}, {"file_path", scratch.get()}});
-  Ref dump = host_parsed(c, "hexdump", p.get());
+  Ref dump = host_parsed(c, c.word(RAID_WORD(kSendReadWords, "read")), p.get());
   if (collect_hexdump_words(dump.get(), bytes.get()) < 0) {
     // The scratch file goes away whatever happened while it was read; the
     // reading's error is the one reported.
     Fetched error;
-    if (remove_file(c, scratch.get()) < 0) PyErr_Clear();
+    if (remove_file(c, remove, scratch.get()) < 0) PyErr_Clear();
     return error.restore();
   }
-  if (remove_file(c, scratch.get()) < 0) return nullptr;
+  if (remove_file(c, remove, scratch.get()) < 0) return nullptr;
   return tuple({assign.get(), bytes.get()});
 }
 
@@ -212,7 +222,7 @@ int collect_words(PyObject* text, PyObject* out) {
 
 Ref passthru_arcconf(const Call& c) {
   Ref bytes = list();
-  Ref answer = c.parsed("send_controller_pd_passthru_arcconf");
+  Ref answer = c.parsed(c.word(RAID_WORD(kSendReadWords, "send")));
   const int sent = truthy(answer.get());
   if (!bytes || sent < 0) return nullptr;
   Ref assign = boolean(sent == 1);
@@ -225,8 +235,9 @@ Ref passthru_arcconf(const Call& c) {
   if (named < 0) return nullptr;
   if (named == 1) {
     Ref p = dict({{"file_path", file.get()}});
-    Ref text = host_parsed(c, "cat", p.get());
-    if (collect_words(text.get(), bytes.get()) < 0 || remove_file(c, file.get()) < 0) {
+    Ref text = host_parsed(c, c.word(RAID_WORD(kSendReadWords, "read")), p.get());
+    if (collect_words(text.get(), bytes.get()) < 0 ||
+        remove_file(c, c.word(RAID_WORD(kSendReadWords, "remove")), file.get()) < 0) {
       return nullptr;
     }
   } else if (collect_words(answer.get(), bytes.get()) < 0) {
@@ -271,8 +282,14 @@ void add_firmware_logs_ops(OpList& ops) {
                "异常:\n    OrvexException: 工具未导出日志文件时抛出 \"导出日志文件失败\"。")
           .returns_doc("list")
           .variants({query(Tool::storcli64, "ctr_get_alilog_storcli64").raw().get("stdout"),
-                     custom(Tool::sorbctl, detail_log_sorbctl),
-                     custom(Tool::arcconf, detail_log_arcconf)}));
+                     custom(Tool::sorbctl, detail_log_sorbctl, kLogWords)
+                         .words({{"export", "get_controller_log_sorbctl"},
+                                 {"read", "cat"},
+                                 {"failed", "导出日志文件失败"}}),
+                     custom(Tool::arcconf, detail_log_arcconf, kLogWords)
+                         .words({{"export", "get_controller_log_arcconf"},
+                                 {"read", "cat"},
+                                 {"failed", "导出日志文件失败"}})}));
   ops.push_back(Op("update_controller_fw")
                     .params({arg("fw_file"), kwargs()})
                     .doc("升级控制器固件。\n\n"
@@ -323,9 +340,16 @@ void add_firmware_logs_ops(OpList& ops) {
                "\"05\"]；无数据传输时列表为空。")
           .returns_doc("tuple")
           .build(passthru_params)
-          .variants({custom(Tool::storcli64, passthru_storcli64),
-                     custom(Tool::sorbctl, passthru_sorbctl),
-                     custom(Tool::arcconf, passthru_arcconf)}));
+          .variants({custom(Tool::storcli64, passthru_storcli64, kSendWords)
+                         .words({{"send", "send_ctr_storelibtest_passthru"}}),
+                     custom(Tool::sorbctl, passthru_sorbctl, kSendReadWords)
+                         .words({{"send", "send_controller_pd_passthru_sorbctl"},
+                                 {"read", "hexdump"},
+                                 {"remove", "rm"}}),
+                     custom(Tool::arcconf, passthru_arcconf, kSendReadWords)
+                         .words({{"send", "send_controller_pd_passthru_arcconf"},
+                                 {"read", "cat"},
+                                 {"remove", "rm"}})}));
 }
 
 }  // namespace raid

@@ -290,6 +290,32 @@ int compile_params(CompiledOp& op) {
   return 0;
 }
 
+// The row's words are exactly those its body and preps declare, once each.
+int check_words(const char* op, const VariantDef& v) {
+  for (std::size_t i = 0; i < v.word_texts.size(); ++i) {
+    const Pair& w = v.word_texts[i];
+    if (w.from == nullptr || w.to == nullptr)
+      return declaration_error(op, "a word without its name or text", nullptr), -1;
+    for (std::size_t j = 0; j < i; ++j) {
+      if (std::strcmp(v.word_texts[j].from, w.from) == 0)
+        return declaration_error(op, "a second word ", w.from), -1;
+    }
+    bool read = false;
+    for (const WordNames& n : v.word_names) {
+      for (std::size_t k = 0; k < n.count; ++k) read = read || std::strcmp(n.names[k], w.from) == 0;
+    }
+    if (!read) return declaration_error(op, "a word nothing reads: ", w.from), -1;
+  }
+  for (const WordNames& n : v.word_names) {
+    for (std::size_t k = 0; k < n.count; ++k) {
+      bool found = false;
+      for (const Pair& w : v.word_texts) found = found || std::strcmp(w.from, n.names[k]) == 0;
+      if (!found) return declaration_error(op, "a word its row lacks: ", n.names[k]), -1;
+    }
+  }
+  return 0;
+}
+
 int compile_variants(CompiledOp& op) {
   const OpDef& def = *op.def;
   const char* name = def.name;
@@ -408,6 +434,7 @@ int compile_variants(CompiledOp& op) {
       cs.table = compile_pairs(s.table, &ok);
       c.shapes.push_back(std::move(cs));
     }
+    if (check_words(name, v) < 0) return -1;
     if (chosen) {
       if (v.refuse_head == nullptr || v.choices.empty()) {
         declaration_error(name, "a choice without its wrappers or refusal", nullptr);
@@ -1444,6 +1471,10 @@ VariantDef VariantDef::attempt(const char* wrapper, const char* log_head) && {
 VariantDef VariantDef::prep(Prep fn) && {
   return with_edit(std::move(*this), Edit{Edit::Op::fn, nullptr, nullptr, {}, fn});
 }
+VariantDef VariantDef::words(std::vector<Pair> named) && {
+  word_texts.insert(word_texts.end(), named.begin(), named.end());
+  return std::move(*this);
+}
 VariantDef VariantDef::choose(const char* key, std::vector<Pair> wrappers, const char* head,
                               const char* tail) && {
   choose_key = key;
@@ -1659,6 +1690,28 @@ int Call::log_error(PyObject* msg) const {
   Ref logger = getattr(self, names().logger);
   Ref r = call_method(logger.get(), names().error, {msg});
   return r ? 0 : -1;
+}
+
+const char* Call::word(const char* name) const {
+  for (const Pair& w : variant.word_texts) {
+    if (std::strcmp(w.from, name) == 0) return w.to;
+  }
+  return "";  // not reached: the import checks the row against the declared names
+}
+
+Ref Call::word_with(const char* name, std::initializer_list<PyObject*> values) const {
+  const char* text = word(name);
+  Ref out = str("");
+  for (PyObject* value : values) {
+    const char* place = std::strstr(text, "{}");
+    if (place == nullptr) break;
+    Ref piece = Ref::steal(PyUnicode_FromStringAndSize(text, place - text));
+    out = concat({out.get(), piece.get(), value});
+    if (!out) return nullptr;
+    text = place + 2;
+  }
+  Ref rest = str(text);
+  return concat({out.get(), rest.get()});
 }
 
 Ref Call::refuse(const char* message) const { return raise_orvex(message); }

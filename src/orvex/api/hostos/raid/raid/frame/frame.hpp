@@ -21,8 +21,10 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "py.hpp"
@@ -104,6 +106,26 @@ constexpr std::size_t param_index(const ParamDef (&params)[N], const char* name)
 #define RAID_ARG(params, name) \
   (std::integral_constant<std::size_t, ::raid::param_index(params, name)>::value)
 
+// The words of a computed variant (wrapper names, messages, template names)
+// stand in its row, by name: `.words({{"read", "cat"}, {"failed", "..."}})`.
+// A body or prep declares the names it reads next to itself,
+//   constexpr const char* kLogWords[] = {"read", "failed"};
+// is registered with them, `custom(Tool::arcconf, detail_log, kLogWords)` or
+// `.prep(fn, kLogWords)`, and reads c.word(RAID_WORD(kLogWords, "read")): a
+// name it did not declare stops the compilation, a declared name the row
+// lacks (or a row word nothing declares) fails the import.
+template <std::size_t N>
+constexpr const char* word_name(const char* const (&names)[N], const char* name) {
+  for (std::size_t i = 0; i < N; ++i) {
+    if (same_text(names[i], name)) return names[i];
+  }
+  throw "no word of that name";
+}
+
+#define RAID_WORD(names, name) \
+  (static_cast<void>(std::integral_constant<bool, ::raid::word_name(names, name) != nullptr>::value), \
+   name)
+
 // ---------------------------------------------------------------------------
 // Variants
 
@@ -119,6 +141,11 @@ using Direct = Ref (*)(PyObject* self, PyObject* const* args);
 struct Pair {  // a translation: caller's value -> value sent to the tool
   const char* from;
   const char* to;
+};
+
+struct WordNames {  // the names a body or prep reads (see RAID_WORD)
+  const char* const* names;
+  std::size_t count;
 };
 
 // One edit of params before the dispatch, applied in the row's order.
@@ -217,6 +244,8 @@ struct VariantDef {
   const char* refuse_tail = nullptr;
   Body body = nullptr;
   const void* data = nullptr;  // custom: the body's own data
+  std::vector<Pair> word_texts;       // name -> text, read by the body and preps
+  std::vector<WordNames> word_names;  // what the body and preps declare they read
 
   // Modifiers, so a row says only what differs.
   VariantDef via(Route r) &&;
@@ -234,6 +263,12 @@ struct VariantDef {
   VariantDef true_when(const char* key, const char* value) &&;
   VariantDef attempt(const char* wrapper, const char* log_head) &&;
   VariantDef prep(Prep fn) &&;
+  template <std::size_t N>
+  VariantDef prep(Prep fn, const char* const (&names)[N]) && {
+    word_names.push_back(WordNames{names, N});
+    return std::move(*this).prep(fn);
+  }
+  VariantDef words(std::vector<Pair> named) &&;
   VariantDef choose(const char* key, std::vector<Pair> wrappers, const char* head,
                     const char* tail) &&;
   VariantDef pop_choice() &&;
@@ -264,6 +299,12 @@ VariantDef checked(Tool t, const char* wrapper);
 VariantDef action(Tool t, const char* wrapper);
 VariantDef query(Tool t, const char* wrapper);
 VariantDef custom(Tool t, Body body, const void* data = nullptr);
+template <std::size_t N>
+VariantDef custom(Tool t, Body body, const char* const (&names)[N], const void* data = nullptr) {
+  VariantDef v = custom(t, body, data);
+  v.word_names.push_back(WordNames{names, N});
+  return v;
+}
 VariantDef same_as(Tool t, const char* operation);
 // checked/action whose wrapper is chosen by params[key] (see VariantDef::choose)
 VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
@@ -354,6 +395,11 @@ struct Call {
   const T& data() const {
     return *static_cast<const T*>(variant.data);
   }
+  // The row's text of a word: c.word(RAID_WORD(kLogWords, "read")).
+  const char* word(const char* name) const;
+  // The word with its "{}" places filled by the values in order (str
+  // concatenation: a value that is not a str fails with TypeError).
+  Ref word_with(const char* name, std::initializer_list<PyObject*> values) const;
 
   // params helpers
   Ref p_get(const char* key) const;  // params.get(key): value or None
