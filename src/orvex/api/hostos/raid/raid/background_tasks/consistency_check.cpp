@@ -11,10 +11,6 @@ using namespace kit;
 
 namespace {
 
-constexpr const char* kScheduleStorcli64 = "ctr_set_cc_cfg_storcli64";
-constexpr const char* kSetSorbctl = "set_controller_ccheck_sorbctl";
-constexpr const char* kQuerySorbctl = "get_controller_ccheck_sorbctl";
-constexpr const char* kStateTemplate = "get_controller_ccheck_format";
 
 // switch_status goes into params under a key of each variant's own.
 constexpr ParamDef kSwitchParams[] = {arg("switch_status").unstored(), kwargs()};
@@ -32,6 +28,8 @@ int schedule_start(const Call& c) {
   return start ? c.p_set("start_time", start.get()) : -1;
 }
 
+constexpr const char* kScheduleWords[] = {"schedule"};
+
 // The mode is the switch ("on" meaning sequential); only the modes seq and
 // conc are scheduled, but the clock is read for every switch, "off" too.
 Ref switch_storcli64(const Call& c) {
@@ -48,7 +46,7 @@ Ref switch_storcli64(const Call& c) {
       break;
     }
   }
-  return c.checked(kScheduleStorcli64);
+  return c.checked(c.word(RAID_WORD(kScheduleWords, "schedule")));
 }
 
 // storcli64 takes the period in hours; it is given in days.
@@ -75,7 +73,8 @@ void add_consistency_check_ops(OpList& ops) {
                "    bool: 设置是否成功。sorbctl 下 switch_status 不是 on/off 时抛出 "
                "OrvexException。")
           .returns_doc("bool")
-          .variants({custom(Tool::storcli64, switch_storcli64),
+          .variants({custom(Tool::storcli64, switch_storcli64, kScheduleWords)
+                         .words({{"schedule", "ctr_set_cc_cfg_storcli64"}}),
                      checked_by(Tool::sorbctl, "switch_status",
                                 {{"on", "start_controller_ccheck_sorbctl"},
                                  {"off", "stop_controller_ccheck_sorbctl"}},
@@ -93,7 +92,7 @@ void add_consistency_check_ops(OpList& ops) {
                "返回:\n    bool: 设置是否成功。")
           .returns_doc("bool")
           .variants(
-              {checked(Tool::storcli64, kScheduleStorcli64).prep(schedule_start),
+              {checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64").prep(schedule_start),
                refuse(Tool::sorbctl, "7460卡sorbctl工具没有 RAID-设置一致性校验功能模式状态 功能"),
                refuse(Tool::arcconf,
                       "PMC卡arcconf工具没有 RAID-设置一致性校验功能模式状态 功能")}));
@@ -108,7 +107,7 @@ void add_consistency_check_ops(OpList& ops) {
                "返回:\n    bool: 设置是否成功。")
           .returns_doc("bool")
           .variants(
-              {checked(Tool::storcli64, kScheduleStorcli64).put("cc", "conc").prep(schedule_start),
+              {checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64").put("cc", "conc").prep(schedule_start),
                refuse(Tool::sorbctl,
                       "7460卡sorbctl工具没有 "
                       "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能"),
@@ -126,7 +125,7 @@ void add_consistency_check_ops(OpList& ops) {
                "以并发模式（conc）下发，开始时间按原样传给工具。\n\n"
                "返回:\n    bool: 设置是否成功。")
           .returns_doc("bool")
-          .variants({checked(Tool::storcli64, kScheduleStorcli64).put("cc", "conc"),
+          .variants({checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64").put("cc", "conc"),
                      refuse(Tool::sorbctl,
                             "7460卡sorbctl工具没有 RAID-设置一致性校验功能参数_starttime(开始时间) "
                             "功能"),
@@ -145,11 +144,11 @@ void add_consistency_check_ops(OpList& ops) {
                "返回:\n    bool: 设置是否成功。")
           .returns_doc("bool")
           .variants(
-              {checked(Tool::storcli64, kScheduleStorcli64)
+              {checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64")
                    .put("cc", "conc")
                    .prep(period_in_hours)
                    .prep(schedule_start),
-               checked(Tool::sorbctl, kSetSorbctl).copy("delay", "period_time"),
+               checked(Tool::sorbctl, "set_controller_ccheck_sorbctl").copy("delay", "period_time"),
                refuse(Tool::arcconf,
                       "PMC卡arcconf工具没有  RAID-设置一致性校验功能参数_period(周期) 功能")}));
   ops.push_back(
@@ -167,7 +166,7 @@ void add_consistency_check_ops(OpList& ops) {
                          .at("Controller Properties")
                          .at("Value")
                          .wrap("Rate"),
-                     query(Tool::sorbctl, kQuerySorbctl).at("CC Rate").wrap("Rate"),
+                     query(Tool::sorbctl, "get_controller_ccheck_sorbctl").at("CC Rate").wrap("Rate"),
                      refuse(Tool::arcconf, "There is no such command in arcconf")}));
   ops.push_back(
       Op("set_ctl_ccheck_ccrate")
@@ -179,7 +178,7 @@ void add_consistency_check_ops(OpList& ops) {
                "返回:\n    bool: 设置是否成功。")
           .returns_doc("bool")
           .variants({checked(Tool::storcli64, "ctr_set_ccrate_storcli64"),
-                     checked(Tool::sorbctl, kSetSorbctl),
+                     checked(Tool::sorbctl, "set_controller_ccheck_sorbctl"),
                      refuse(Tool::arcconf,
                             "PMC卡arcconf工具没有 RAID-设置一致性校验功能参数_ccrate(一致性速率) "
                             "功能")}));
@@ -197,7 +196,7 @@ void add_consistency_check_ops(OpList& ops) {
           .variants({refuse(Tool::storcli64,
                             "LSI卡storcli64工具没有 RAID-设置一致性校验功能参数_repair(修复策略) "
                             "功能"),
-                     checked(Tool::sorbctl, kSetSorbctl).rename("repair", "state"),
+                     checked(Tool::sorbctl, "set_controller_ccheck_sorbctl").rename("repair", "state"),
                      action(Tool::arcconf, "ctl_set_ccrepair_arcconf")
                          .via(Route::host)
                          .rename("repair", "repair_state")
@@ -233,12 +232,12 @@ void add_consistency_check_ops(OpList& ops) {
                "'0'）、CC Excluded VDs（如 'None'）和 raw_data（工具的原始输出；arcconf "
                "为控制器信息部分）。")
           .returns_doc("dict")
-          .variants({query(Tool::storcli64, "ctr_get_cc_storcli64").props().format(kStateTemplate),
-                     query(Tool::sorbctl, kQuerySorbctl).format(kStateTemplate),
+          .variants({query(Tool::storcli64, "ctr_get_cc_storcli64").props().format("get_controller_ccheck_format"),
+                     query(Tool::sorbctl, "get_controller_ccheck_sorbctl").format("get_controller_ccheck_format"),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
                          .via(Route::host)
                          .at("controller_information")
-                         .format(kStateTemplate)}));
+                         .format("get_controller_ccheck_format")}));
 }
 
 }  // namespace raid

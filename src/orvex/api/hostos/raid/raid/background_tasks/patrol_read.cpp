@@ -10,37 +10,39 @@ using namespace kit;
 
 namespace {
 
-constexpr const char* kStartSorbctl = "start_controller_patrolread_sorbctl";
-constexpr const char* kStopSorbctl = "stop_controller_patrolread_sorbctl";
 
-constexpr const char* kStatusSorbctl = "get_controller_patrolread_sorbctl";
-constexpr const char* kStatusTemplate = "get_ctl_patrolread_status_format";
 
-// The message names the operation given, whatever its type.
+// The wrapper of each operation, and the refusal of any other; the message
+// names the operation given, whatever its type.
+constexpr const char* kOperWords[] = {"start", "stop", "unknown"};
+
 Ref pd_oper_sorbctl(const Call& c) {
-  static constexpr Pair kWrappers[] = {{"start", "start_controller_pd_patrolread_sorbctl"},
-                                       {"stop", "stop_controller_pd_patrolread_sorbctl"}};
   Ref oper = c.p_get("oper");
-  for (const Pair& p : kWrappers) {
+  const Pair wrappers[] = {{"start", c.word(RAID_WORD(kOperWords, "start"))},
+                           {"stop", c.word(RAID_WORD(kOperWords, "stop"))}};
+  for (const Pair& p : wrappers) {
     const int hit = equals(oper.get(), p.from);
     if (hit < 0) return nullptr;
     if (hit == 1) return c.checked(p.to);
   }
-  Ref head = str("传入的");
   Ref text = to_str(oper.get());
-  Ref tail = str("操作不存在, 请输入合法操作: start/stop");
-  Ref message = concat({head.get(), text.get(), tail.get()});
+  if (!text) return nullptr;
+  Ref message = c.word_with(RAID_WORD(kOperWords, "unknown"), {text.get()});
   if (!message) return nullptr;
   return c.refuse(message.get());
 }
 
+// The query, and the template of one drive's entry.
+constexpr const char* kStatusWords[] = {"query", "template"};
+
 // One entry per drive, keyed by the drive's path ("all" lists them all).
 Ref pd_status_storcli64(const Call& c) {
-  Ref parser = c.parsed("ctr_get_patrolread_cfg_storcli64");
+  const char* tmpl = c.word(RAID_WORD(kStatusWords, "template"));
+  Ref parser = c.parsed(c.word(RAID_WORD(kStatusWords, "query")));
   Ref result = dict();
   if (!parser || !result) return nullptr;
   const int r = each(parser.get(), [&](PyObject* entry) {
-    Ref shaped = c.format_with(entry, "get_pd_patrolread_status_format");
+    Ref shaped = c.format_with(entry, tmpl);
     if (!shaped) return -1;
     Ref drive = index(entry, "Drive-ID");
     return set_item(result.get(), drive.get(), shaped.get());
@@ -84,10 +86,10 @@ void add_patrol_read_ops(OpList& ops) {
           .returns(ResultType::dict)
           .variants({query(Tool::storcli64, "ctr_get_patrolread_storcli64")
                          .props()
-                         .format(kStatusTemplate),
-                     query(Tool::sorbctl, kStatusSorbctl)
+                         .format("get_ctl_patrolread_status_format"),
+                     query(Tool::sorbctl, "get_controller_patrolread_sorbctl")
                          .refuse_on_empty("Command execution failed, nothing returned.")
-                         .format(kStatusTemplate),
+                         .format("get_ctl_patrolread_status_format"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能状态 功能")}));
   ops.push_back(
       Op("set_pd_patrolread_oper")
@@ -105,7 +107,10 @@ void add_patrol_read_ops(OpList& ops) {
               "    bool: 设置是否成功。oper 不是 start/stop 时抛出 OrvexException 并指出传入的值。")
           .returns_doc("bool")
           .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置硬盘巡读功能操作 功能"),
-                     custom(Tool::sorbctl, pd_oper_sorbctl),
+                     custom(Tool::sorbctl, pd_oper_sorbctl, kOperWords)
+                         .words({{"start", "start_controller_pd_patrolread_sorbctl"},
+                                 {"stop", "stop_controller_pd_patrolread_sorbctl"},
+                                 {"unknown", "传入的{}操作不存在, 请输入合法操作: start/stop"}}),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置硬盘巡读功能操作 功能")}));
   ops.push_back(
       Op("set_patrolread_oper")
@@ -123,7 +128,7 @@ void add_patrol_read_ops(OpList& ops) {
           .returns_doc("bool")
           .variants(
               {checked(Tool::storcli64, "ctr_state_pr_storcli64"),
-               checked_by(Tool::sorbctl, "oper", {{"start", kStartSorbctl}, {"stop", kStopSorbctl}},
+               checked_by(Tool::sorbctl, "oper", {{"start", "start_controller_patrolread_sorbctl"}, {"stop", "stop_controller_patrolread_sorbctl"}},
                           "7460卡sorbctl工具没有 设置巡读功能操作 功能", nullptr),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能操作 功能")}));
   ops.push_back(
@@ -139,7 +144,9 @@ void add_patrol_read_ops(OpList& ops) {
                "Estimated_time_left（如 '32 min'）、Progress（如 '2'）和 raw_data。"
                "storcli64 每块硬盘一项；sorbctl 只有一项，键为 /c<adapter_id>/e<eid>/s<sid>。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, pd_status_storcli64),
+          .variants({custom(Tool::storcli64, pd_status_storcli64, kStatusWords)
+                         .words({{"query", "ctr_get_patrolread_cfg_storcli64"},
+                                 {"template", "get_pd_patrolread_status_format"}}),
                      // sorbctl answers for the one drive asked for, keyed by the caller's ids
                      query(Tool::sorbctl, "get_controller_pd_patrolread_sorbctl")
                          .format("get_pd_patrolread_status_format")
@@ -161,7 +168,7 @@ void add_patrol_read_ops(OpList& ops) {
                    .at("Controller Properties")
                    .at("Value")
                    .wrap("Patrolread Rate"),
-               query(Tool::sorbctl, kStatusSorbctl).get("Patrolread Rate").wrap("Patrolread Rate"),
+               query(Tool::sorbctl, "get_controller_patrolread_sorbctl").get("Patrolread Rate").wrap("Patrolread Rate"),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能后台速率 功能")}));
   ops.push_back(
       Op("set_patrolread_rate")
@@ -211,7 +218,7 @@ void add_patrol_read_ops(OpList& ops) {
                      // sorbctl has no switch of its own: start and stop stand for on
                      // and off, and switch_status is not passed on
                      checked_by(Tool::sorbctl, "switch_status",
-                                {{"on", kStartSorbctl}, {"off", kStopSorbctl}},
+                                {{"on", "start_controller_patrolread_sorbctl"}, {"off", "stop_controller_patrolread_sorbctl"}},
                                 "7460卡sorbctl工具没有 设置巡读功能开关 功能", nullptr)
                          .pop_choice(),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能开关 功能")}));
