@@ -22,8 +22,13 @@ Ref entries_of(PyObject* o) {
 
 // ---------------------------------------------------------------- expander
 
+// The queries, and the template of the records found.
+constexpr const char* kExpanderStorcli64Words[] = {"query", "template"};
+constexpr const char* kExpanderArcconfWords[] = {"expanders", "devices", "template"};
+constexpr const char* kPhyErrorWords[] = {"query"};
+
 Ref expander_cfg_storcli64(const Call& c) {
-  Ref parsed = c.parsed("ctr_get_enclosure_storcli64");
+  Ref parsed = c.parsed(c.word(RAID_WORD(kExpanderStorcli64Words, "query")));
   Ref enclosures = entries_of(parsed.get());
   if (!enclosures) return nullptr;
   Ref layers = dict({{"Information//Device ID", Py_False},
@@ -43,7 +48,7 @@ Ref expander_cfg_storcli64(const Call& c) {
     return append(found.get(), merged.get());
   });
   if (walked < 0) return nullptr;
-  return c.format_with(found.get(), "get_expander_cfg_format");
+  return c.format_with(found.get(), c.word(RAID_WORD(kExpanderStorcli64Words, "template")));
 }
 
 // Group `group` of the pattern's first finding in `text`, or None.
@@ -87,10 +92,10 @@ Ref expander_id_for(PyObject* expanders, PyObject* channel_device) {
 Ref expander_cfg_arcconf(const Call& c) {
   static const kit::Regex kPhysical("Physical (\\d+),(\\d+)");
   static const kit::Regex kConnector("Connector (\\d+):.*");
-  Ref expander_answer = c.parsed("ctr_get_expander_cfg_arcconf");
+  Ref expander_answer = c.parsed(c.word(RAID_WORD(kExpanderArcconfWords, "expanders")));
   Ref expanders = entries_of(expander_answer.get());
   if (!expanders) return nullptr;
-  Ref cfg = c.parsed("ctr_get_cfg_arcconf");
+  Ref cfg = c.parsed(c.word(RAID_WORD(kExpanderArcconfWords, "devices")));
   Ref devices = get(cfg.get(), "physical_device_information");
   if (!devices) return nullptr;
   Ref found = list();
@@ -135,7 +140,7 @@ Ref expander_cfg_arcconf(const Call& c) {
     });
   }
   if (walked < 0) return nullptr;
-  return c.format_with(found.get(), "get_expander_cfg_format");
+  return c.format_with(found.get(), c.word(RAID_WORD(kExpanderArcconfWords, "template")));
 }
 
 // ---------------------------------------------------------------- PHY errors
@@ -143,7 +148,7 @@ Ref expander_cfg_arcconf(const Call& c) {
 // arcconf reports one record per PHY; the records are keyed by their
 // phy_id, and the template picks the PHYs by id.
 Ref phyerror_arcconf(const Call& c) {
-  Ref parsed = c.parsed("get_controller_pd_phyerror_arcconf");
+  Ref parsed = c.parsed(c.word(RAID_WORD(kPhyErrorWords, "query")));
   Ref phys = entries_of(parsed.get());
   if (!phys) return nullptr;
   Ref by_id = dict();
@@ -233,18 +238,15 @@ Ref resolve_phys(PyObject* phy_input, long count) {
   return walked < 0 ? nullptr : phys;
 }
 
-int no_such_phy() {
-  raise_orvex("输入的phy数目错误, 请重试");
-  return -1;
-}
-
-// Every selected PHY must exist: numbers run from 0 to count - 1.
-int check_phys(PyObject* phys, long count) {
-  if (PyList_Size(phys) == 0) return no_such_phy();
+// Every selected PHY must exist: numbers run from 0 to count - 1; else
+// OrvexException(no_such_phy).
+int check_phys(PyObject* phys, long count, const char* no_such_phy) {
+  auto refuse = [&] { return raise_orvex(no_such_phy), -1; };
+  if (PyList_Size(phys) == 0) return refuse();
   return kit::each(phys, [&](PyObject* phy) {
     const long v = PyLong_AsLong(phy);
     if (v == -1 && PyErr_Occurred() != nullptr) return -1;
-    return v >= count ? no_such_phy() : 0;
+    return v >= count ? refuse() : 0;
   });
 }
 
@@ -261,33 +263,28 @@ Ref non_empty_lines(PyObject* parsed) {
   return walked < 0 ? nullptr : out;
 }
 
-// storelibtest PHY work: only behind an expander backplane, and only on
-// PHYs the controller has.
-struct StorelibRun {
-  std::size_t phy_input;    // position of the selection text among the arguments
-  const char* no_expander;  // refusal without an expander backplane
-  const char* wrapper;
-};
-constexpr StorelibRun kPhyInfo{RAID_ARG(kPhyInfoParams, "phy_input"),
-                               "该环境无exp背板, 无法查询所有phy信息", "get_phy_info_storelibtest"};
-constexpr StorelibRun kPhyControl{RAID_ARG(kPhyControlParams, "phy_input"),
-                                  "该环境无exp背板, 无法进行phy control操作",
-                                  "send_phy_control_storelibtest"};
+// storelibtest PHY work: only behind an expander backplane (else the
+// refusal no_expander), and only on PHYs the controller has (counted by
+// count; else the refusal no_such_phy); then run.  The data is the position
+// of the selection text among the arguments.
+constexpr const char* kStorelibWords[] = {"no_expander", "count", "no_such_phy", "run"};
+constexpr std::size_t kPhyInfoInput = RAID_ARG(kPhyInfoParams, "phy_input");
+constexpr std::size_t kPhyControlInput = RAID_ARG(kPhyControlParams, "phy_input");
 
 Ref storelib_phys(const Call& c) {
-  const StorelibRun& run = c.data<StorelibRun>();
   Ref expander = c.method("get_expander_cfg");
   const int present = truthy(expander.get());
   if (present < 0) return nullptr;
-  if (present == 0) return c.refuse(run.no_expander);
-  Ref counted = c.parsed("get_phy_count_storelibtest");
+  if (present == 0) return c.refuse(c.word(RAID_WORD(kStorelibWords, "no_expander")));
+  Ref counted = c.parsed(c.word(RAID_WORD(kStorelibWords, "count")));
   long count = 0;
   if (!counted || phy_count(counted.get(), &count) < 0) return nullptr;
-  Ref phys = resolve_phys(c.arg(run.phy_input), count);
-  if (!phys || check_phys(phys.get(), count) < 0 || c.p_set("phy_list", phys.get()) < 0) {
+  Ref phys = resolve_phys(c.arg(c.data<std::size_t>()), count);
+  if (!phys || check_phys(phys.get(), count, c.word(RAID_WORD(kStorelibWords, "no_such_phy"))) < 0 ||
+      c.p_set("phy_list", phys.get()) < 0) {
     return nullptr;
   }
-  Ref parsed = c.parsed(run.wrapper);
+  Ref parsed = c.parsed(c.word(RAID_WORD(kStorelibWords, "run")));
   return non_empty_lines(parsed.get());
 }
 
@@ -307,9 +304,14 @@ void add_phy_expander_ops(OpList& ops) {
                "        arcconf: expander_id、product_id、connector、channel_device；\n"
                "        另有 raw_data（合并后的原始记录）。")
           .returns_doc("list")
-          .variants({custom(Tool::storcli64, expander_cfg_storcli64),
+          .variants({custom(Tool::storcli64, expander_cfg_storcli64, kExpanderStorcli64Words)
+                         .words({{"query", "ctr_get_enclosure_storcli64"},
+                                 {"template", "get_expander_cfg_format"}}),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询expander背板信息 功能"),
-                     custom(Tool::arcconf, expander_cfg_arcconf)}));
+                     custom(Tool::arcconf, expander_cfg_arcconf, kExpanderArcconfWords)
+                         .words({{"expanders", "ctr_get_expander_cfg_arcconf"},
+                                 {"devices", "ctr_get_cfg_arcconf"},
+                                 {"template", "get_expander_cfg_format"}})}));
   ops.push_back(Op("get_ctl_phyerror")
                     .params(kKeywordsOnly)
                     .doc("查询控制器 PHY 误码计数。\n\n"
@@ -326,7 +328,8 @@ void add_phy_expander_ops(OpList& ops) {
                                    .at("Phy Error Counters")
                                    .format(),
                                query(Tool::sorbctl, "get_ctl_phyinfo_sorbctl").format(),
-                               custom(Tool::arcconf, phyerror_arcconf)}));
+                               custom(Tool::arcconf, phyerror_arcconf, kPhyErrorWords)
+                                   .words({{"query", "get_controller_pd_phyerror_arcconf"}})}));
   ops.push_back(
       Op("set_ctl_phy_func")
           .params({arg("eid"), arg("sid"), arg("oper"), kwargs()})
@@ -353,7 +356,11 @@ void add_phy_expander_ops(OpList& ops) {
                "    OrvexException: 无 expander 背板时为 \"该环境无exp背板, 无法查询所有phy信息\"；"
                "phy 编号超出控制器 phy 数目时为 \"输入的phy数目错误, 请重试\"。")
           .returns_doc("list")
-          .variants({custom(Tool::storcli64, storelib_phys, &kPhyInfo),
+          .variants({custom(Tool::storcli64, storelib_phys, kStorelibWords, &kPhyInfoInput)
+                         .words({{"no_expander", "该环境无exp背板, 无法查询所有phy信息"},
+                                 {"count", "get_phy_count_storelibtest"},
+                                 {"no_such_phy", "输入的phy数目错误, 请重试"},
+                                 {"run", "get_phy_info_storelibtest"}}),
                      refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具查询所有phy信息"),
                      refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具查询所有phy信息")}));
   ops.push_back(
@@ -372,7 +379,11 @@ void add_phy_expander_ops(OpList& ops) {
                "control操作\"；"
                "phy 编号超出控制器 phy 数目时为 \"输入的phy数目错误, 请重试\"。")
           .returns_doc("list")
-          .variants({custom(Tool::storcli64, storelib_phys, &kPhyControl),
+          .variants({custom(Tool::storcli64, storelib_phys, kStorelibWords, &kPhyControlInput)
+                         .words({{"no_expander", "该环境无exp背板, 无法进行phy control操作"},
+                                 {"count", "get_phy_count_storelibtest"},
+                                 {"no_such_phy", "输入的phy数目错误, 请重试"},
+                                 {"run", "send_phy_control_storelibtest"}}),
                      refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具进行phy control测试"),
                      refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具进行phy control测试")}));
   ops.push_back(

@@ -14,13 +14,16 @@ constexpr ParamDef kStateParams[] = {arg("state"), kwargs()};
 constexpr ParamDef kEhspSwitchParams[] = {arg("switch"), arg("option").or_("'eug'").unstored(),
                                           kwargs()};
 
+constexpr const char* kSetModeWords[] = {"set_mode"};
+constexpr const char* kQueryWords[] = {"query"};
+
 // arcconf switches pass-through through the work mode and needs time to
 // settle before the next command; the result is True whatever the tool said.
 Ref jbod_arcconf(const Call& c) {
   Ref state = c.p_pop("state");
   if (!state || c.p_set("mode", state.get()) < 0) return nullptr;
   if (kit::translate(c, "mode", {{"on", "5"}, {"off", "3"}}) < 0) return nullptr;
-  if (!c.parsed("ctr_set_ctrl_mode_arcconf")) return nullptr;
+  if (!c.parsed(c.word(RAID_WORD(kSetModeWords, "set_mode")))) return nullptr;
   Ref time = Ref::steal(PyImport_ImportModule("time"));
   Ref seconds = integer(10);
   if (!seconds || !call_method(time.get(), "sleep", {seconds.get()})) return nullptr;
@@ -29,7 +32,7 @@ Ref jbod_arcconf(const Call& c) {
 
 // The first EmergencyUG row of the controller properties; nothing when absent.
 Ref ehsp_storcli64(const Call& c) {
-  Ref parser = c.parsed("ctr_get_eghs_storcli64", Route::host);
+  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")), Route::host);
   Ref rows = index(parser.get(), "Controller Properties");
   Ref found = none();
   const int walked = kit::each(rows.get(), [&](PyObject* row) {
@@ -79,7 +82,8 @@ void add_controller_settings_ops(OpList& ops) {
                      checked(Tool::sorbctl, "set_controller_jbod_sorbctl")
                          .rename("state", "jbod")
                          .translate("jbod", {{"on", "rawdrive"}}),
-                     custom(Tool::arcconf, jbod_arcconf)}));
+                     custom(Tool::arcconf, jbod_arcconf, kSetModeWords)
+                         .words({{"set_mode", "ctr_set_ctrl_mode_arcconf"}})}));
   ops.push_back(
       Op("query_jbod_info")
           .params(kKeywordsOnly)
@@ -162,7 +166,8 @@ void add_controller_settings_ops(OpList& ops) {
                "返回:\n    str: \"ON\" 或 \"OFF\"（大写）；storcli64 未报告 EmergencyUG 时返回 "
                "None。")
           .returns_doc("str")
-          .variants({custom(Tool::storcli64, ehsp_storcli64),
+          .variants({custom(Tool::storcli64, ehsp_storcli64, kQueryWords)
+                         .words({{"query", "ctr_get_eghs_storcli64"}}),
                      query(Tool::sorbctl, "get_controller_ehsp_sorbctl")
                          .via(Route::host)
                          .at("Ehsp Switch")

@@ -31,11 +31,16 @@ int add_properties(PyObject* sections, PyObject* info) {
   });
 }
 
+// The query, the template of the answer and the refusals.
+constexpr const char* kCapacitanceWords[] = {"query", "template", "bad_information"};
+constexpr const char* kShapedWords[] = {"query", "template"};
+constexpr const char* kLearnWords[] = {"clock", "learn", "failed"};
+
 // storcli64 flattens its property tables ("all") or merges its rows
 // ("simple") into one record.
 Ref capacitance_storcli64(const Call& c) {
   Ref info = dict();
-  Ref parser = c.parsed("ctr_get_cv_all_storcli64");
+  Ref parser = c.parsed(c.word(RAID_WORD(kCapacitanceWords, "query")));
   if (!info || !parser) return nullptr;
   Ref failure = get(parser.get(), "fail_Info");
   const int failed = truthy(failure.get());
@@ -50,17 +55,17 @@ Ref capacitance_storcli64(const Call& c) {
     const int simple = equals(information, "simple");
     if (simple < 0) return nullptr;
     if (simple == 0) {
-      return c.refuse("LSI卡查询电容all参数错误: 全部信息all=\"all\" 简要信息all=\"simple\"");
+      return c.refuse(c.word(RAID_WORD(kCapacitanceWords, "bad_information")));
     }
     walked = each_row(parser.get(), [&](PyObject* row) { return update(info.get(), row); });
   }
   if (walked < 0) return nullptr;
-  return c.format_with(info.get(), "get_capacitance_info_format");
+  return c.format_with(info.get(), c.word(RAID_WORD(kCapacitanceWords, "template")));
 }
 
 // A missing pack is reported as the status, whatever the tool's own status.
 Ref capacitance_sorbctl(const Call& c) {
-  Ref parser = c.parsed("get_controller_supercap_sorbctl");
+  Ref parser = c.parsed(c.word(RAID_WORD(kShapedWords, "query")));
   Ref missing = get(parser.get(), "Pack Missing");
   const int gone = equals(missing.get(), "Yes");
   if (gone < 0) return nullptr;
@@ -68,7 +73,7 @@ Ref capacitance_sorbctl(const Call& c) {
     Ref status = str("Pack Missing");
     if (!status || set_item(parser.get(), "Status", status.get()) < 0) return nullptr;
   }
-  return c.format_with(parser.get(), "get_capacitance_info_format");
+  return c.format_with(parser.get(), c.word(RAID_WORD(kShapedWords, "template")));
 }
 
 // The host clock, read through the dispatcher, in the comma form.
@@ -77,7 +82,7 @@ Ref host_clock(const Call& c) {
   Ref dispatch = getattr(dispatcher.get(), "dispatch");
   if (!dispatch) return nullptr;
   Ref date_format = str("\"+%Y-%m-%d,%H:%M:%S\"");
-  Ref name = str("system_clock");
+  Ref name = str(c.word(RAID_WORD(kLearnWords, "clock")));
   if (!date_format || !name) return nullptr;
   Ref clock_params = dict({{"formatter", date_format.get()}});
   Ref kwargs = dict({{"params", clock_params.get()}});
@@ -104,19 +109,19 @@ Ref supercap_learn_sorbctl(const Call& c) {
   Ref cycle = c.p_get("cycle");
   const int cycled = truthy(cycle.get());
   if (cycled < 0 || (cycled == 0 && c.p_set("cycle", "30") < 0)) return nullptr;
-  Ref parser = c.parsed("set_supercap_self_learn_sorbctl");
+  Ref parser = c.parsed(c.word(RAID_WORD(kLearnWords, "learn")));
   const int failed = equals(parser.get(), "fail");
   if (failed < 0) return nullptr;
-  if (failed == 1) return c.refuse("设置超级电容自学习失败，请检查回显报错信息");
+  if (failed == 1) return c.refuse(c.word(RAID_WORD(kLearnWords, "failed")));
   const int done = Call::success(parser.get());
   return done < 0 ? nullptr : boolean(done == 1);
 }
 
 Ref self_learn_storcli64(const Call& c) {
   Ref info = dict();
-  Ref parser = c.parsed("ctr_get_cv_learn_storcli64");
+  Ref parser = c.parsed(c.word(RAID_WORD(kShapedWords, "query")));
   if (!info || !parser || add_properties(parser.get(), info.get()) < 0) return nullptr;
-  return c.format_with(info.get(), "get_supercap_self_learn_info_format");
+  return c.format_with(info.get(), c.word(RAID_WORD(kShapedWords, "template")));
 }
 
 }  // namespace
@@ -136,8 +141,14 @@ void add_supercap_ops(OpList& ops) {
               "Device Name、Temperature（\"34 C\"）、SN、Supercap SN、Module Version、"
               "Supercap Date of Manufacture、Date of Manufacture、PCB Version 等，以及 raw_data。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, capacitance_storcli64),
-                     custom(Tool::sorbctl, capacitance_sorbctl),
+          .variants({custom(Tool::storcli64, capacitance_storcli64, kCapacitanceWords)
+                         .words({{"query", "ctr_get_cv_all_storcli64"},
+                                 {"template", "get_capacitance_info_format"},
+                                 {"bad_information",
+                                  "LSI卡查询电容all参数错误: 全部信息all=\"all\" 简要信息all=\"simple\""}}),
+                     custom(Tool::sorbctl, capacitance_sorbctl, kShapedWords)
+                         .words({{"query", "get_controller_supercap_sorbctl"},
+                                 {"template", "get_capacitance_info_format"}}),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
                          .at("controller_information")
                          .format("get_capacitance_info_format")}));
@@ -153,7 +164,10 @@ void add_supercap_ops(OpList& ops) {
                "返回:\n    bool: 设置是否成功；sorbctl 回显 fail 时抛出异常。")
           .returns_doc("bool")
           .variants({checked(Tool::storcli64, "ctr_start_cv_learn_storcli64"),
-                     custom(Tool::sorbctl, supercap_learn_sorbctl),
+                     custom(Tool::sorbctl, supercap_learn_sorbctl, kLearnWords)
+                         .words({{"clock", "system_clock"},
+                                 {"learn", "set_supercap_self_learn_sorbctl"},
+                                 {"failed", "设置超级电容自学习失败，请检查回显报错信息"}}),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置超级电容自学习 功能")}));
   ops.push_back(
       Op("get_supercap_self_learn_info")
@@ -166,7 +180,9 @@ void add_supercap_ops(OpList& ops) {
                "11:10:15\"）、Learn_cycle（\"30day\"）、Next_learn_time、Present（\"Yes\"）"
                "以及 raw_data；sorbctl 回显 fail 时抛出异常。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, self_learn_storcli64),
+          .variants({custom(Tool::storcli64, self_learn_storcli64, kShapedWords)
+                         .words({{"query", "ctr_get_cv_learn_storcli64"},
+                                 {"template", "get_supercap_self_learn_info_format"}}),
                      query(Tool::sorbctl, "get_supercap_self_learn_sorbctl")
                          .refuse_on("fail", "查询超级电容自学习信息失败，请检查回显报错信息")
                          .format("get_supercap_self_learn_info_format"),
