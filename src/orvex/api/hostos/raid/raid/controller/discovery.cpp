@@ -11,13 +11,13 @@ namespace {
 constexpr ParamDef kKeywordsOnly[] = {kwargs()};
 
 // The driver's name and the version the module query reports for it.
-constexpr const char* kDriverWords[] = {"modinfo"};
+constexpr const char* kDriverWords[] = {"query"};
 
 Ref driver_info_sorbctl(const Call& c) {
   Ref modname = str("sorbdrv");
   Ref p = dict({{"modname", modname.get()}});
   if (!p) return nullptr;
-  Ref answer = c.dispatch_with(c.word(RAID_WORD(kDriverWords, "modinfo")), p.get());
+  Ref answer = c.dispatch_with(c.word(RAID_WORD(kDriverWords, "query")), p.get());
   Ref first = item(answer.get(), 0);
   Ref parser = get(first.get(), "parser");
   Ref version = get(parser.get(), "version");
@@ -49,7 +49,7 @@ void add_controller_discovery_ops(OpList& ops) {
                "返回:\n    dict: {\"DriverName\": \"sorbdrv\", \"DriverVersion\": 驱动版本}。")
           .returns_doc("dict")
           .variant_name("_query_controller_driver_info")
-          .variants({custom(Tool::sorbctl, driver_info_sorbctl, kDriverWords).words({{"modinfo", "modinfo"}})}));
+          .variants({custom(Tool::sorbctl, driver_info_sorbctl, kDriverWords).words({{"query", "modinfo"}})}));
   ops.push_back(
       Op("query_raid_config")
           .params(kKeywordsOnly)

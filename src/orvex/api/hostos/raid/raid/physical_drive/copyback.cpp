@@ -11,12 +11,14 @@ using namespace kit;
 
 namespace {
 
+constexpr const char* kQueryWords[] = {"query"};
+
 // The controller property rows: 0 Copy Back, 1 SSD SMARTer, 2 SMARTer.
 Ref status_storcli64(const Call& c) {
   const int has = c.p_has("index");
   if (has < 0) return nullptr;
   if (has == 0 && c.p_set("index", integer(0).get()) < 0) return nullptr;
-  Ref p = c.parsed_index("ctr_get_copyback_storcli64");
+  Ref p = c.parsed_index(c.word(RAID_WORD(kQueryWords, "query")));
   Ref rows = index(p.get(), "Controller Properties");
   Ref at = c.p_get("index");
   Ref row = index(rows.get(), at.get());
@@ -26,7 +28,7 @@ Ref status_storcli64(const Call& c) {
 
 // "Precopy Switch" becomes the lower-case "precopy_switch"; the rest stays.
 Ref precopy_sorbctl(const Call& c) {
-  Ref p = c.parsed_index("get_controller_precopy_sorbctl");
+  Ref p = c.parsed_index(c.word(RAID_WORD(kQueryWords, "query")));
   Ref key = str("Precopy Switch");
   Ref value = call_method(p.get(), "pop", {key.get()});
   Ref low = lower(value.get());
@@ -66,7 +68,8 @@ void add_pd_copyback_ops(OpList& ops) {
                "SMARTer、2 SMARTer；sorbctl 忽略。\n\n"
                "返回:\n    str: 大写的开关状态，如 \"OFF\"。")
           .returns_doc("str")
-          .variants({custom(Tool::storcli64, status_storcli64),
+          .variants({custom(Tool::storcli64, status_storcli64, kQueryWords)
+                         .words({{"query", "ctr_get_copyback_storcli64"}}),
                      query(Tool::sorbctl, "get_controller_copyback_sorbctl")
                          .strict()
                          .at("Copyback Switch")
@@ -117,7 +120,8 @@ void add_pd_copyback_ops(OpList& ops) {
           .returns_doc("dict")
           .variants(
               {refuse(Tool::storcli64, "LSI卡storcli64工具没有 获取raid控制器预拷贝配置信息 功能"),
-               custom(Tool::sorbctl, precopy_sorbctl),
+               custom(Tool::sorbctl, precopy_sorbctl, kQueryWords)
+                   .words({{"query", "get_controller_precopy_sorbctl"}}),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 获取raid控制器预拷贝配置信息 功能")}));
   ops.push_back(
       Op("set_precopy")

@@ -26,10 +26,12 @@ Ref start_erase_params(PyObject* const* args, PyObject* extra) {
   return p;
 }
 
+constexpr const char* kQueryWords[] = {"query"};
+
 // arcconf lists erases among the controller's background tasks; the
 // formatter picks this drive's task.
 Ref erase_arcconf(const Call& c) {
-  Ref p = c.parsed("ctr_get_controller_bgtask_arcconf");
+  Ref p = c.parsed(c.word(RAID_WORD(kQueryWords, "query")));
   Ref kw = dict({{"eid", c.arg(RAID_ARG(kDriveParams, "eid"))},
                  {"sid", c.arg(RAID_ARG(kDriveParams, "sid"))}});
   if (!p || !kw) return nullptr;
@@ -116,7 +118,8 @@ void add_pd_erase_sanitize_ops(OpList& ops) {
                          .stop_on("fail")
                          .put_in("Drive-ID", "c{adapter_id}:e{eid}:s{sid}")
                          .format("get_controller_pd_erase_raid"),
-                     custom(Tool::arcconf, erase_arcconf)}));
+                     custom(Tool::arcconf, erase_arcconf, kQueryWords)
+                         .words({{"query", "ctr_get_controller_bgtask_arcconf"}})}));
 }
 
 }  // namespace raid

@@ -15,10 +15,13 @@ constexpr ParamDef kDriveParams[] = {kw("eid"), kw("sid"), kwargs()};
 
 const Regex kDetailedSection("^Drive.*Detailed Information$");
 
+constexpr const char* kQueryWords[] = {"query"};
+constexpr const char* kNotFoundWords[] = {"not_found"};
+
 // arcconf lists enclosure services devices among the drives: leave them out
 // and keep each drive's key as its "eid:sid".
 Ref list_arcconf(const Call& c) {
-  Ref parser = c.parsed("ctr_get_cfg_arcconf");
+  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")));
   Ref devices = get(parser.get(), "physical_device_information");
   Ref records = list();
   if (!records) return nullptr;
@@ -60,7 +63,11 @@ Ref one_arcconf(const Call& c) {
   });
   if (r < 0) return nullptr;
   if (found) return found;
-  Ref message = format("Physical drive not found. eid: [%S], sid: [%S]", eid, sid);
+  Ref eid_text = to_str(eid);
+  Ref sid_text = to_str(sid);
+  if (!eid_text || !sid_text) return nullptr;
+  Ref message =
+      c.word_with(RAID_WORD(kNotFoundWords, "not_found"), {eid_text.get(), sid_text.get()});
   if (!message) return nullptr;
   return c.refuse(message.get());
 }
@@ -88,7 +95,7 @@ Ref all_sorbctl(const Call& c) {
 // section, named by the part of its key before the dash.
 Ref all_storcli64(const Call& c) {
   if (c.p_set("eid", "all") < 0 || c.p_set("sid", "all") < 0) return nullptr;
-  Ref parser = c.parsed("ctr_get_pd_cfg_storcli64", Route::host);
+  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")), Route::host);
   Ref dash = str("-");
   Ref out = list();
   if (!parser || !dash || !out) return nullptr;
@@ -115,7 +122,7 @@ Ref all_storcli64(const Call& c) {
 
 // Enclosure records (those carrying enclosure_id) are not drives.
 Ref all_arcconf(const Call& c) {
-  Ref parser = c.parsed("ctr_get_pd_cfg_arcconf", Route::host);
+  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")), Route::host);
   Ref groups = get(parser.get(), "physical_device_information");
   Ref group_list = call_method(groups.get(), "values");
   Ref enclosure = str("enclosure_id");
@@ -153,7 +160,8 @@ void add_pd_list_details_ops(OpList& ops) {
                          .get("PD LIST")
                          .format()
                          .post("get_physical_drive_list_format"),
-                     custom(Tool::arcconf, list_arcconf)}));
+                     custom(Tool::arcconf, list_arcconf, kQueryWords)
+                         .words({{"query", "ctr_get_cfg_arcconf"}})}));
   ops.push_back(
       Op("get_one_physical_drive_info")
           .params(kDriveParams)
@@ -176,7 +184,8 @@ void add_pd_list_details_ops(OpList& ops) {
                          .merge_layers_of("storcli64_get_one_physical_drive_treatments")
                          .format()
                          .post("get_one_physical_drive_info_format"),
-                     custom(Tool::arcconf, one_arcconf),
+                     custom(Tool::arcconf, one_arcconf, kNotFoundWords)
+                         .words({{"not_found", "Physical drive not found. eid: [{}], sid: [{}]"}}),
                      query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
                          .via(Route::host)
                          .merge()
@@ -194,8 +203,11 @@ void add_pd_list_details_ops(OpList& ops) {
                "logical_sector_size, physical_sector_size, write_cache, raw_data）。")
           .returns(ResultType::list)
           .variant_name("get_all_physical_drive_info_raid")
-          .variants({custom(Tool::sorbctl, all_sorbctl), custom(Tool::storcli64, all_storcli64),
-                     custom(Tool::arcconf, all_arcconf)}));
+          .variants({custom(Tool::sorbctl, all_sorbctl),
+                     custom(Tool::storcli64, all_storcli64, kQueryWords)
+                         .words({{"query", "ctr_get_pd_cfg_storcli64"}}),
+                     custom(Tool::arcconf, all_arcconf, kQueryWords)
+                         .words({{"query", "ctr_get_pd_cfg_arcconf"}})}));
 }
 
 }  // namespace raid

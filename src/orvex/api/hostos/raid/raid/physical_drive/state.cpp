@@ -14,6 +14,10 @@ constexpr ParamDef kDriveParams[] = {kw("eid"), kw("sid"), kwargs()};
 constexpr ParamDef kStateParams[] = {kw("eid"), kw("sid"), kw("state"), kwargs()};
 constexpr ParamDef kOperParams[] = {kw("eid"), kw("sid"), kw("oper"), kwargs()};
 
+constexpr const char* kNoDriveWords[] = {"no_drive"};
+constexpr const char* kRebuildWords[] = {"query", "failed", "template"};
+constexpr const char* kRebuildTaskWords[] = {"tasks", "template"};
+
 // Leaving pass-through forces the drive back to good.
 int jbod_storcli64(const Call& c) {
   Ref state = c.p_get("state");
@@ -38,7 +42,7 @@ int hotspare_array_arcconf(const Call& c) {
   const int any = truthy(drives.get());
   if (any < 0) return -1;
   if (any == 0) {
-    c.refuse("当前环境不存在逻辑盘");
+    c.refuse(c.word(RAID_WORD(kNoDriveWords, "no_drive")));
     return -1;
   }
   Ref first = item(drives.get(), 0);
@@ -47,19 +51,16 @@ int hotspare_array_arcconf(const Call& c) {
 }
 
 Ref rebuild_status_storcli64(const Call& c) {
-  Ref p = c.parsed("ctr_get_rebuild_cfg_storcli64");
+  Ref p = c.parsed(c.word(RAID_WORD(kRebuildWords, "query")));
   const int found = truthy(p.get());
   if (found < 0) return nullptr;
   if (found == 0) {
-    Ref head = str("获取[eid:");
-    Ref middle = str(", sid:");
-    Ref tail = str("]硬盘重构功能状态失败");
-    Ref message = concat({head.get(), c.arg(RAID_ARG(kDriveParams, "eid")), middle.get(),
-                          c.arg(RAID_ARG(kDriveParams, "sid")), tail.get()});
+    Ref message = c.word_with(RAID_WORD(kRebuildWords, "failed"),
+                              {c.arg(RAID_ARG(kDriveParams, "eid")), c.arg(RAID_ARG(kDriveParams, "sid"))});
     if (!message) return nullptr;
     return c.refuse(message.get());
   }
-  return c.format_with(p.get(), "get_pd_rebuild_status_format");
+  return c.format_with(p.get(), c.word(RAID_WORD(kRebuildWords, "template")));
 }
 
 // arcconf shows rebuilds only as background tasks of logical devices: find
@@ -74,7 +75,7 @@ Ref rebuild_status_arcconf(const Call& c) {
   const int rebuilding = equals(status.get(), "reconstructing");
   if (rebuilding < 0 || !data) return nullptr;
   if (rebuilding == 1) {
-    Ref p = c.parsed("ctr_get_controller_bgtask_arcconf");
+    Ref p = c.parsed(c.word(RAID_WORD(kRebuildTaskWords, "tasks")));
     Ref tasks = index(p.get(), "logical_device_task");
     const int r = each(tasks.get(), [&](PyObject* task) {
       Ref op = get(task, "current_operation");
@@ -91,7 +92,7 @@ Ref rebuild_status_arcconf(const Call& c) {
     });
     if (r < 0) return nullptr;
   }
-  return c.format_with(data.get(), "get_pd_rebuild_status_format");
+  return c.format_with(data.get(), c.word(RAID_WORD(kRebuildTaskWords, "template")));
 }
 
 }  // namespace
@@ -178,7 +179,8 @@ void add_pd_state_ops(OpList& ops) {
                      checked(Tool::arcconf, "set_controller_pd_hotspare_arcconf")
                          .via(Route::host)
                          .translate_strict("oper", {{"add", "hsp"}, {"delete", "rdy"}})
-                         .prep(hotspare_array_arcconf)}));
+                         .prep(hotspare_array_arcconf, kNoDriveWords)
+                         .words({{"no_drive", "当前环境不存在逻辑盘"}})}));
   ops.push_back(
       Op("set_disk_rebuild")
           .params(kOperParams)
@@ -204,11 +206,16 @@ void add_pd_state_ops(OpList& ops) {
                          "下硬盘不在重构时各项为空。\n\n"
                          "异常:\n    OrvexException: storcli64 查询结果为空时抛出。")
                     .returns_doc("dict")
-                    .variants({custom(Tool::storcli64, rebuild_status_storcli64),
+                    .variants({custom(Tool::storcli64, rebuild_status_storcli64, kRebuildWords)
+                                   .words({{"query", "ctr_get_rebuild_cfg_storcli64"},
+                                           {"failed", "获取[eid:{}, sid:{}]硬盘重构功能状态失败"},
+                                           {"template", "get_pd_rebuild_status_format"}}),
                                query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
                                    .at("DriveDetailInformation")
                                    .format("get_pd_rebuild_status_format"),
-                               custom(Tool::arcconf, rebuild_status_arcconf)}));
+                               custom(Tool::arcconf, rebuild_status_arcconf, kRebuildTaskWords)
+                                   .words({{"tasks", "ctr_get_controller_bgtask_arcconf"},
+                                           {"template", "get_pd_rebuild_status_format"}})}));
   ops.push_back(
       Op("set_pd_insert")
           .params({kw("eid"), kw("sid"), kw("dg"), kw("arr"), kw("row"), kwargs()})
