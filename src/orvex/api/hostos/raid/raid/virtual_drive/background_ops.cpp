@@ -19,12 +19,14 @@ constexpr const char* kArcconfDrive = "logical_device_number_{vid}";
 // "Background Init...").
 const Regex kBgiTask("(?i)^\\s*(bgi|back\\s*ground\\s*init)");
 
+constexpr const char* kBgiWords[] = {"tasks", "template"};
+
 // sorbctl lists the background tasks of all drives: the one of this drive
 // whose name says background initialisation.
 Ref bgi_sorbctl(const Call& c) {
   if (c.p_del_if("vid") < 0) return {};
   PyObject* vid = c.arg(RAID_ARG(kVidParams, "vid"));
-  Ref parser = c.parsed("get_controller_bgtask_sorbctl");
+  Ref parser = c.parsed(c.word(RAID_WORD(kBgiWords, "tasks")));
   Ref groups = get(parser.get(), "Groups");
   Ref found = find_task(groups.get(), vid, "ID", "Name", kBgiTask);
   Ref state = dict();
@@ -39,7 +41,7 @@ Ref bgi_sorbctl(const Call& c) {
       return {};
     }
   }
-  return c.format_with(state.get(), "get_virtual_drive_bgi_state_format");
+  return c.format_with(state.get(), c.word(RAID_WORD(kBgiWords, "template")));
 }
 
 }  // namespace
@@ -120,7 +122,9 @@ void add_vd_background_ops(OpList& ops) {
                          .at(kArcconfDrives)
                          .at(kArcconfDrive)
                          .format("get_virtual_drive_bgi_state_format"),
-                     custom(Tool::sorbctl, bgi_sorbctl)}));
+                     custom(Tool::sorbctl, bgi_sorbctl, kBgiWords)
+                         .words({{"tasks", "get_controller_bgtask_sorbctl"},
+                                 {"template", "get_virtual_drive_bgi_state_format"}})}));
   ops.push_back(
       Op("set_virtual_drive_autobgi_switch")
           .params({arg("vid"), arg("state"), kwargs()})

@@ -11,21 +11,17 @@ namespace {
 
 // arcconf shows expansion and migration only as background tasks of its
 // logical devices: the task of this drive whose operation matches, or the
-// idle record when none runs.
-struct TaskKind {
-  Regex operation;
-  const char* template_attr;
-};
-const TaskKind kExpansion{Regex("(?i)expan|reconfig"), "get_expand_array_info_format"};
-const TaskKind kMigration{Regex("(?i)migrat|reconfig"), "get_migrate_info_format"};
+// idle record when none runs.  The data is the pattern of the operation.
+constexpr const char* kTaskWords[] = {"tasks", "template"};
+const Regex kExpansion("(?i)expan|reconfig");
+const Regex kMigration("(?i)migrat|reconfig");
 
 Ref task_arcconf(const Call& c) {
-  const TaskKind& kind = c.data<TaskKind>();
-  Ref parser = c.parsed("ctr_get_controller_bgtask_arcconf");
+  Ref parser = c.parsed(c.word(RAID_WORD(kTaskWords, "tasks")));
   Ref tasks = get(parser.get(), "logical_device_task");
   Ref vid = c.p_get("vid");
   Ref found =
-      find_task(tasks.get(), vid.get(), "logical_device", "current_operation", kind.operation);
+      find_task(tasks.get(), vid.get(), "logical_device", "current_operation", c.data<Regex>());
   if (!found) return {};
   if (found.get() == Py_None) {
     Ref idle = str("Not in progress");
@@ -33,7 +29,7 @@ Ref task_arcconf(const Call& c) {
     found = dict({{"logical_device", vid.get()}, {"status", idle.get()}});
     if (!found) return {};
   }
-  return c.format_with(found.get(), kind.template_attr);
+  return c.format_with(found.get(), c.word(RAID_WORD(kTaskWords, "template")));
 }
 
 constexpr ParamDef kVidParams[] = {kw("vid"), kwargs()};
@@ -81,7 +77,9 @@ void add_vd_expansion_ops(OpList& ops) {
           .variants({query(Tool::storcli64, "vd_get_expand_info_storcli64")
                          .get("VD Operation Status")
                          .format("get_expand_array_info_format"),
-                     custom(Tool::arcconf, task_arcconf, &kExpansion),
+                     custom(Tool::arcconf, task_arcconf, kTaskWords, &kExpansion)
+                         .words({{"tasks", "ctr_get_controller_bgtask_arcconf"},
+                                 {"template", "get_expand_array_info_format"}}),
                      query(Tool::sorbctl, "get_controller_vd_expand_sorbctl")
                          .format("get_expand_array_info_format")}));
   ops.push_back(Op("migrate_raid")
@@ -112,7 +110,9 @@ void add_vd_expansion_ops(OpList& ops) {
           .variants({query(Tool::storcli64, "vd_get_migrate_info_storcli64")
                          .get("VD Operation Status")
                          .format("get_migrate_info_format"),
-                     custom(Tool::arcconf, task_arcconf, &kMigration),
+                     custom(Tool::arcconf, task_arcconf, kTaskWords, &kMigration)
+                         .words({{"tasks", "ctr_get_controller_bgtask_arcconf"},
+                                 {"template", "get_migrate_info_format"}}),
                      query(Tool::sorbctl, "get_controller_vd_migrate_sorbctl")
                          .format("get_migrate_info_format")}));
   ops.push_back(Op("get_vd_smartinfo_smartctl")

@@ -33,12 +33,9 @@ int is_one_of(PyObject* v, std::initializer_list<const char*> texts) {
   return 0;
 }
 
-// OrvexException(head + vid + tail).
-Ref refuse_about(const Call& c, const char* head, PyObject* vid, const char* tail) {
-  Ref h = str(head);
-  Ref t = str(tail);
-  if (!h || !t) return {};
-  Ref message = concat({h.get(), vid, t.get()});
+// OrvexException(the word with vid in its place).
+Ref refuse_about(const Call& c, const char* word, PyObject* vid) {
+  Ref message = c.word_with(word, {vid});
   return message ? c.refuse(message.get()) : Ref{};
 }
 
@@ -92,10 +89,17 @@ int create_arcconf(const Call& c) {
 
 // --- list --------------------------------------------------------------------
 
+constexpr const char* kListWords[] = {"query", "template"};
+constexpr const char* kDetailWords[] = {"query", "template"};
+constexpr const char* kNoSuchWords[] = {"no_such_vid"};
+constexpr const char* kQueryWords[] = {"query"};
+constexpr const char* kMembersSorbctlWords[] = {"query", "failed"};
+constexpr const char* kMembersArcconfWords[] = {"query", "not_found", "no_members", "found"};
+
 // arcconf keys each drive as logical_device_number_<n>; the number becomes
 // the entry's vd.
 Ref list_arcconf(const Call& c) {
-  Ref parser = c.parsed("ctr_get_vd_cfg_arcconf");
+  Ref parser = c.parsed(c.word(RAID_WORD(kListWords, "query")));
   Ref devices = get(parser.get(), "logical_device_information");
   Ref records = list();
   Ref sep = str("_");
@@ -107,7 +111,7 @@ Ref list_arcconf(const Call& c) {
     return append(records.get(), value);
   });
   if (r < 0) return {};
-  return c.format_with(records.get(), "get_virtual_drive_list_format");
+  return c.format_with(records.get(), c.word(RAID_WORD(kListWords, "template")));
 }
 
 // --- details -------------------------------------------------------------------
@@ -137,16 +141,16 @@ Ref details_storcli64(const Call& c, PyObject* sections) {
   if (r < 0) return {};
   Ref merged = merge_output(wrapped.get(), nullptr, structure.get());
   if (!merged) return {};
-  return c.format_with(merged.get(), "get_one_virtual_drive_info_format");
+  return c.format_with(merged.get(), c.word(RAID_WORD(kDetailWords, "template")));
 }
 
 Ref one_storcli64(const Call& c) {
-  Ref parser = c.parsed("ctr_get_vd_cfg_storcli64");
+  Ref parser = c.parsed(c.word(RAID_WORD(kDetailWords, "query")));
   return parser ? details_storcli64(c, parser.get()) : Ref{};
 }
 
 Ref one_sorbctl(const Call& c) {
-  Ref parser = c.parsed("get_controller_vd_info_sorbctl");
+  Ref parser = c.parsed(c.word(RAID_WORD(kDetailWords, "query")));
   Ref sections = dict();
   if (!parser || !sections) return {};
   const int r = each_item(parser.get(), [&](PyObject* key, PyObject* value) {
@@ -157,7 +161,7 @@ Ref one_sorbctl(const Call& c) {
   if (r < 0) return {};
   Ref merged = merge_output(sections.get(), nullptr, nullptr);
   if (!merged) return {};
-  return c.format_with(merged.get(), "get_one_virtual_drive_info_format");
+  return c.format_with(merged.get(), c.word(RAID_WORD(kDetailWords, "template")));
 }
 
 Ref one_arcconf(const Call& c) {
@@ -173,14 +177,16 @@ Ref one_arcconf(const Call& c) {
   });
   if (r < 0) return {};
   if (found) return found;
-  Ref message = format("No such vid:%S or adapter_id!", vid.get());
+  Ref vid_text = to_str(vid.get());
+  if (!vid_text) return {};
+  Ref message = c.word_with(RAID_WORD(kNoSuchWords, "no_such_vid"), {vid_text.get()});
   return message ? c.refuse(message.get()) : Ref{};
 }
 
 // storcli64 answers all drives at once: a drive's own table (/c<n>/v<m>)
 // opens its group, its member and property tables follow it.
 Ref all_storcli64(const Call& c) {
-  Ref parser = c.parsed("ctr_get_vd_cfg_storcli64");
+  Ref parser = c.parsed(c.word(RAID_WORD(kDetailWords, "query")));
   Ref groups = dict();
   Ref two = integer(2);
   if (!parser || !groups || !two) return {};
@@ -246,7 +252,7 @@ int add_member(PyObject* out, PyObject* eid, PyObject* sid) {
 }
 
 Ref members_storcli64(const Call& c) {
-  Ref parser = c.parsed("ctr_get_vd_cfg_storcli64");
+  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")));
   Ref vid = c.p_get("vid");
   Ref vid_text = to_str(vid.get());
   Ref head = str("PDs for VD ");
@@ -269,10 +275,10 @@ Ref members_storcli64(const Call& c) {
 }
 
 Ref members_sorbctl(const Call& c) {
-  Ref parser = c.parsed("get_controller_vd_pdarray_sorbctl");
+  Ref parser = c.parsed(c.word(RAID_WORD(kMembersSorbctlWords, "query")));
   const int failed = equals(parser.get(), "fail");
   if (failed < 0) return {};
-  if (failed == 1) return c.refuse("get virtual drive's member drives failed");
+  if (failed == 1) return c.refuse(c.word(RAID_WORD(kMembersSorbctlWords, "failed")));
   Ref drives = index(parser.get(), "MemberDrives");
   Ref out = list();
   if (!drives || !out) return {};
@@ -292,7 +298,7 @@ Ref members_sorbctl(const Call& c) {
 Ref members_arcconf(const Call& c) {
   Ref vid = c.p_get("vid");
   Ref vid_text = to_str(vid.get());
-  Ref parser = c.parsed("ctr_get_vd_cfg_arcconf");
+  Ref parser = c.parsed(c.word(RAID_WORD(kMembersArcconfWords, "query")));
   if (!vid_text || !parser) return {};
   Ref devices =
       PyDict_Check(parser.get()) ? get(parser.get(), "logical_device_information") : none();
@@ -303,7 +309,7 @@ Ref members_arcconf(const Call& c) {
   Ref drive = PyDict_Check(devices.get()) ? get(devices.get(), key.get()) : none();
   if (!drive) return {};
   if (!PyDict_Check(drive.get())) {
-    return refuse_about(c, "获取虚拟磁盘成员信息失败，未找到逻辑盘 ", vid_text.get(), "");
+    return refuse_about(c, RAID_WORD(kMembersArcconfWords, "not_found"), vid_text.get());
   }
   Ref positions = list();
   Ref one = integer(1);
@@ -342,14 +348,11 @@ Ref members_arcconf(const Call& c) {
   });
   if (r < 0) return {};
   if (PyObject_Size(positions.get()) == 0) {
-    return refuse_about(c, "获取虚拟磁盘成员信息失败，逻辑盘 ", vid_text.get(),
-                        " 没有可读取的成员盘");
+    return refuse_about(c, RAID_WORD(kMembersArcconfWords, "no_members"), vid_text.get());
   }
   Ref members = c.formatter_call("get_virtual_drive_member_drives_raid_format", {positions.get()});
-  Ref head_ok = str("获取虚拟盘成员");
-  Ref tail_ok = str("信息成功！");
-  if (!members || !head_ok || !tail_ok) return {};
-  Ref logged = concat({head_ok.get(), vid_text.get(), tail_ok.get()});
+  if (!members) return {};
+  Ref logged = c.word_with(RAID_WORD(kMembersArcconfWords, "found"), {vid_text.get()});
   if (!logged || c.log_info(logged.get()) < 0) return {};
   return members;
 }
@@ -410,7 +413,9 @@ void add_vd_lifecycle_ops(OpList& ops) {
           .variants({query(Tool::storcli64, "ctr_get_all_cfg_storcli64")
                          .get("VD LIST")
                          .format("get_virtual_drive_list_format"),
-                     custom(Tool::arcconf, list_arcconf),
+                     custom(Tool::arcconf, list_arcconf, kListWords)
+                         .words({{"query", "ctr_get_vd_cfg_arcconf"},
+                                 {"template", "get_virtual_drive_list_format"}}),
                      query(Tool::sorbctl, "get_controller_vdlist_sorbctl")
                          .get("VirtualDrives")
                          .format("get_virtual_drive_list_format")}));
@@ -427,8 +432,14 @@ void add_vd_lifecycle_ops(OpList& ops) {
                "异常:\n    OrvexException: arcconf 下找不到该逻辑盘时抛出 \"No such vid:<vid> or "
                "adapter_id!\"。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, one_storcli64), custom(Tool::arcconf, one_arcconf),
-                     custom(Tool::sorbctl, one_sorbctl)}));
+          .variants({custom(Tool::storcli64, one_storcli64, kDetailWords)
+                         .words({{"query", "ctr_get_vd_cfg_storcli64"},
+                                 {"template", "get_one_virtual_drive_info_format"}}),
+                     custom(Tool::arcconf, one_arcconf, kNoSuchWords)
+                         .words({{"no_such_vid", "No such vid:{} or adapter_id!"}}),
+                     custom(Tool::sorbctl, one_sorbctl, kDetailWords)
+                         .words({{"query", "get_controller_vd_info_sorbctl"},
+                                 {"template", "get_one_virtual_drive_info_format"}})}));
   ops.push_back(Op("get_all_virtual_drive_info")
                     .params(kAdapterParams)
                     .doc("查询控制器下所有逻辑盘的详细信息。\n\n"
@@ -437,7 +448,9 @@ void add_vd_lifecycle_ops(OpList& ops) {
                          "    list: 每个逻辑盘一条详细记录（键同 "
                          "get_one_virtual_drive_info）；arcconf 返回逻辑盘列表记录。")
                     .returns_doc("list")
-                    .variants({custom(Tool::storcli64, all_storcli64),
+                    .variants({custom(Tool::storcli64, all_storcli64, kDetailWords)
+                                   .words({{"query", "ctr_get_vd_cfg_storcli64"},
+                                           {"template", "get_one_virtual_drive_info_format"}}),
                                same_as(Tool::arcconf, "_get_virtual_drive_list"),
                                custom(Tool::sorbctl, all_sorbctl)}));
   ops.push_back(
@@ -454,9 +467,16 @@ void add_vd_lifecycle_ops(OpList& ops) {
                "    OrvexException: sorbctl 查询失败时为 \"get virtual drive's member drives "
                "failed\"；arcconf 找不到逻辑盘或读不到成员盘时以 \"获取虚拟磁盘成员\" 开头。")
           .returns_doc("list")
-          .variants({custom(Tool::storcli64, members_storcli64),
-                     custom(Tool::arcconf, members_arcconf),
-                     custom(Tool::sorbctl, members_sorbctl)}));
+          .variants({custom(Tool::storcli64, members_storcli64, kQueryWords)
+                         .words({{"query", "ctr_get_vd_cfg_storcli64"}}),
+                     custom(Tool::arcconf, members_arcconf, kMembersArcconfWords)
+                         .words({{"query", "ctr_get_vd_cfg_arcconf"},
+                                 {"not_found", "获取虚拟磁盘成员信息失败，未找到逻辑盘 {}"},
+                                 {"no_members", "获取虚拟磁盘成员信息失败，逻辑盘 {} 没有可读取的成员盘"},
+                                 {"found", "获取虚拟盘成员{}信息成功！"}}),
+                     custom(Tool::sorbctl, members_sorbctl, kMembersSorbctlWords)
+                         .words({{"query", "get_controller_vd_pdarray_sorbctl"},
+                                 {"failed", "get virtual drive's member drives failed"}})}));
 }
 
 }  // namespace raid

@@ -13,11 +13,14 @@ const Regex kDrivePath("/c(\\w+)/v(\\w+)");
 const Regex kController("/c(\\d+)/v");
 const Regex kDriveProperties("VD(\\w+) Properties");
 
+constexpr const char* kQueryWords[] = {"query"};
+constexpr const char* kBootWords[] = {"query", "shape"};
+
 // --- I/O policy and emulation ------------------------------------------------------
 
 // The last letter of storcli64's Cache column: D direct, C cached.
 Ref iopolicy_storcli64(const Call& c) {
-  Ref parser = c.parsed("ctr_get_vd_cfg_storcli64");
+  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")));
   Ref result = dict();
   Ref zero = integer(0);
   Ref last_index = integer(-1);
@@ -46,7 +49,7 @@ Ref iopolicy_storcli64(const Call& c) {
 // The controller number of the keys: adapter_id when given, else the one the
 // drive tables name, else 0.
 Ref emulation_storcli64(const Call& c) {
-  Ref parser = c.parsed("ctr_get_vd_cfg_storcli64");
+  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")));
   Ref controller = c.p_get("adapter_id");
   Ref one = integer(1);
   if (!parser || !controller || !one) return {};
@@ -88,7 +91,7 @@ Ref emulation_storcli64(const Call& c) {
 // arcconf names a primary and a secondary boot volume; "None" stands for
 // an unset one.
 Ref boot_arcconf(const Call& c) {
-  Ref parser = c.parsed("ctr_get_adpt_cfg_arcconf");
+  Ref parser = c.parsed(c.word(RAID_WORD(kBootWords, "query")));
   Ref info = index(parser.get(), "controller_information");
   Ref out = list();
   Ref unset = str("None");
@@ -102,7 +105,7 @@ Ref boot_arcconf(const Call& c) {
                                        {"Enc", unset.get()},
                                        {"Slot", unset.get()},
                                        {"Act_Slot", unset.get()}})
-                               : c.formatter_call("query_boot_drive_format", {value.get()});
+                               : c.formatter_call(c.word(RAID_WORD(kBootWords, "shape")), {value.get()});
     if (!shaped || append(out.get(), shaped.get()) < 0) return {};
   }
   return out;
@@ -197,7 +200,8 @@ void add_vd_policies_ops(OpList& ops) {
                "值为 \"Direct IO\" 或 \"Cached IO\"。")
           .returns_doc("dict")
           .variants(
-              {custom(Tool::storcli64, iopolicy_storcli64),
+              {custom(Tool::storcli64, iopolicy_storcli64, kQueryWords)
+                   .words({{"query", "ctr_get_vd_cfg_storcli64"}}),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询指定逻辑盘的成员盘读写策略 功能"),
                refuse(Tool::sorbctl,
                       "7460卡sorbctl工具没有 查询指定逻辑盘的成员盘读写策略 功能")}));
@@ -224,7 +228,8 @@ void add_vd_policies_ops(OpList& ops) {
                "    adapter_id (str): 控制器编号；缺省时取工具回显中的控制器编号。\n\n"
                "返回:\n    dict: 如 {\"/c0/v0\": {\"Emulation type\": \"default\"}}。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, emulation_storcli64),
+          .variants({custom(Tool::storcli64, emulation_storcli64, kQueryWords)
+                         .words({{"query", "ctr_get_vd_cfg_storcli64"}}),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询逻辑磁盘的扇区属性 功能"),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询逻辑磁盘的扇区属性 功能")}));
   ops.push_back(
@@ -289,7 +294,9 @@ void add_vd_policies_ops(OpList& ops) {
                     .variants({query(Tool::storcli64, "ctr_get_boot_drive_storcli64")
                                    .get("Controller Properties")
                                    .post("query_boot_drive_format"),
-                               custom(Tool::arcconf, boot_arcconf),
+                               custom(Tool::arcconf, boot_arcconf, kBootWords)
+                                   .words({{"query", "ctr_get_adpt_cfg_arcconf"},
+                                           {"shape", "query_boot_drive_format"}}),
                                query(Tool::sorbctl, "get_boot_drive_sorbctl")
                                    .get("BootDrives")
                                    .post("query_boot_drive_format")}));
