@@ -382,7 +382,10 @@ BAD_ROWS = {
     "default": ('{arg("a").or_("None"), arg("b")}',
                 "Raid.bad: a required parameter after one with a default: b"),
     "literal": ('{arg("a").or_("eug")}', "Raid.bad: unknown default literal eug"),
+    "word": ('{kwargs()}', "Raid.bad: a word its row lacks: gone"),
 }
+# A prep reading the word "gone", which its row does not give.
+BAD_VARIANT = {"word": 'refuse(Tool::arcconf, "x").prep([](const Call&) { return 0; }, kWords)'}
 
 
 @pytest.fixture(scope="module")
@@ -390,11 +393,13 @@ def bad_module(tmp_path_factory):
     """The frame with one row per BAD_ROWS entry, chosen by RAID_BAD_ROW."""
     tmp = tmp_path_factory.mktemp("bad")
     rows = "".join('  if (std::strcmp(which, "%s") == 0) ops.push_back(Op("bad").params(%s)'
-                   '.variants({refuse(Tool::arcconf, "x")}));\n' % (key, params)
+                   '.variants({%s}));\n'
+                   % (key, params, BAD_VARIANT.get(key, 'refuse(Tool::arcconf, "x")'))
                    for key, (params, _) in BAD_ROWS.items())
     adders = re.findall(r"void (add_\w+_ops)\(OpList&\);", (FRAME / "frame.hpp").read_text())
     (tmp / "rows.cpp").write_text(
         '#include <cstdlib>\n#include <cstring>\n#include "frame.hpp"\nnamespace raid {\n'
+        'constexpr const char* kWords[] = {"gone"};\n'
         + "".join("void %s(OpList&) {}\n" % a for a in adders
                   if a not in ("add_frame_ops", "add_normalise_ops", "add_controller_discovery_ops"))
         + "void add_controller_discovery_ops(OpList& ops) {\n"

@@ -11,7 +11,6 @@ using namespace kit;
 
 namespace {
 
-
 // switch_status goes into params under a key of each variant's own.
 constexpr ParamDef kSwitchParams[] = {arg("switch_status").unstored(), kwargs()};
 
@@ -106,14 +105,15 @@ void add_consistency_check_ops(OpList& ops) {
                "以并发模式（conc）下发，开始时间取控制器时钟的下一个整点。\n\n"
                "返回:\n    bool: 设置是否成功。")
           .returns_doc("bool")
-          .variants(
-              {checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64").put("cc", "conc").prep(schedule_start),
-               refuse(Tool::sorbctl,
-                      "7460卡sorbctl工具没有 "
-                      "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能"),
-               refuse(Tool::arcconf,
-                      "PMC卡arcconf工具没有 "
-                      "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能")}));
+          .variants({checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64")
+                         .put("cc", "conc")
+                         .prep(schedule_start),
+                     refuse(Tool::sorbctl,
+                            "7460卡sorbctl工具没有 "
+                            "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能"),
+                     refuse(Tool::arcconf,
+                            "PMC卡arcconf工具没有 "
+                            "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能")}));
   ops.push_back(
       Op("set_ctl_ccheck_starttime")
           .params({kw("start_time"), kwargs()})
@@ -162,12 +162,13 @@ void add_consistency_check_ops(OpList& ops) {
                "'high'）。")
           .returns_doc("dict")
           // storcli64 answers the rate as one property row, sorbctl within its state.
-          .variants({query(Tool::storcli64, "ctr_get_ccrate_storcli64")
-                         .at("Controller Properties")
-                         .at("Value")
-                         .wrap("Rate"),
-                     query(Tool::sorbctl, "get_controller_ccheck_sorbctl").at("CC Rate").wrap("Rate"),
-                     refuse(Tool::arcconf, "There is no such command in arcconf")}));
+          .variants(
+              {query(Tool::storcli64, "ctr_get_ccrate_storcli64")
+                   .at("Controller Properties")
+                   .at("Value")
+                   .wrap("Rate"),
+               query(Tool::sorbctl, "get_controller_ccheck_sorbctl").at("CC Rate").wrap("Rate"),
+               refuse(Tool::arcconf, "There is no such command in arcconf")}));
   ops.push_back(
       Op("set_ctl_ccheck_ccrate")
           .params({kw("ccrate"), kwargs()})
@@ -193,14 +194,15 @@ void add_consistency_check_ops(OpList& ops) {
               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
               "返回:\n"
               "    sorbctl: bool，设置是否成功；arcconf: parser_exec_cmd_format 对命令结果的判定。")
-          .variants({refuse(Tool::storcli64,
-                            "LSI卡storcli64工具没有 RAID-设置一致性校验功能参数_repair(修复策略) "
-                            "功能"),
-                     checked(Tool::sorbctl, "set_controller_ccheck_sorbctl").rename("repair", "state"),
-                     action(Tool::arcconf, "ctl_set_ccrepair_arcconf")
-                         .via(Route::host)
-                         .rename("repair", "repair_state")
-                         .translate("repair_state", {{"on", "enable"}, {"off", "disable"}})}));
+          .variants(
+              {refuse(Tool::storcli64,
+                      "LSI卡storcli64工具没有 RAID-设置一致性校验功能参数_repair(修复策略) "
+                      "功能"),
+               checked(Tool::sorbctl, "set_controller_ccheck_sorbctl").rename("repair", "state"),
+               action(Tool::arcconf, "ctl_set_ccrepair_arcconf")
+                   .via(Route::host)
+                   .rename("repair", "repair_state")
+                   .translate("repair_state", {{"on", "enable"}, {"off", "disable"}})}));
   ops.push_back(
       Op("set_ctl_ccheck_parallelcount")
           .params({kw("parallelcount"), kwargs()})
@@ -232,8 +234,11 @@ void add_consistency_check_ops(OpList& ops) {
                "'0'）、CC Excluded VDs（如 'None'）和 raw_data（工具的原始输出；arcconf "
                "为控制器信息部分）。")
           .returns_doc("dict")
-          .variants({query(Tool::storcli64, "ctr_get_cc_storcli64").props().format("get_controller_ccheck_format"),
-                     query(Tool::sorbctl, "get_controller_ccheck_sorbctl").format("get_controller_ccheck_format"),
+          .variants({query(Tool::storcli64, "ctr_get_cc_storcli64")
+                         .props()
+                         .format("get_controller_ccheck_format"),
+                     query(Tool::sorbctl, "get_controller_ccheck_sorbctl")
+                         .format("get_controller_ccheck_format"),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
                          .via(Route::host)
                          .at("controller_information")

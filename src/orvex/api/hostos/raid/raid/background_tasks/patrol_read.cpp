@@ -10,8 +10,6 @@ using namespace kit;
 
 namespace {
 
-
-
 // The wrapper of each operation, and the refusal of any other; the message
 // names the operation given, whatever its type.
 constexpr const char* kOperWords[] = {"start", "stop", "unknown"};
@@ -126,11 +124,12 @@ void add_patrol_read_ops(OpList& ops) {
                "返回:\n"
                "    bool: 设置是否成功。sorbctl 下 oper 不是 start/stop 时抛出 OrvexException。")
           .returns_doc("bool")
-          .variants(
-              {checked(Tool::storcli64, "ctr_state_pr_storcli64"),
-               checked_by(Tool::sorbctl, "oper", {{"start", "start_controller_patrolread_sorbctl"}, {"stop", "stop_controller_patrolread_sorbctl"}},
-                          "7460卡sorbctl工具没有 设置巡读功能操作 功能", nullptr),
-               refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能操作 功能")}));
+          .variants({checked(Tool::storcli64, "ctr_state_pr_storcli64"),
+                     checked_by(Tool::sorbctl, "oper",
+                                {{"start", "start_controller_patrolread_sorbctl"},
+                                 {"stop", "stop_controller_patrolread_sorbctl"}},
+                                "7460卡sorbctl工具没有 设置巡读功能操作 功能", nullptr),
+                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能操作 功能")}));
   ops.push_back(
       Op("get_pd_patrolread_status")
           .params({arg("eid"), arg("sid"), kwargs()})
@@ -163,13 +162,14 @@ void add_patrol_read_ops(OpList& ops) {
                "sorbctl 为级别（如 'high'）。")
           .returns_doc("dict")
           // storcli64 answers the rate as one property row, sorbctl within its state.
-          .variants(
-              {query(Tool::storcli64, "ctr_get_prrate_storcli64")
-                   .at("Controller Properties")
-                   .at("Value")
-                   .wrap("Patrolread Rate"),
-               query(Tool::sorbctl, "get_controller_patrolread_sorbctl").get("Patrolread Rate").wrap("Patrolread Rate"),
-               refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能后台速率 功能")}));
+          .variants({query(Tool::storcli64, "ctr_get_prrate_storcli64")
+                         .at("Controller Properties")
+                         .at("Value")
+                         .wrap("Patrolread Rate"),
+                     query(Tool::sorbctl, "get_controller_patrolread_sorbctl")
+                         .get("Patrolread Rate")
+                         .wrap("Patrolread Rate"),
+                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能后台速率 功能")}));
   ops.push_back(
       Op("set_patrolread_rate")
           .params({arg("prrate"), kwargs()})
@@ -218,7 +218,8 @@ void add_patrol_read_ops(OpList& ops) {
                      // sorbctl has no switch of its own: start and stop stand for on
                      // and off, and switch_status is not passed on
                      checked_by(Tool::sorbctl, "switch_status",
-                                {{"on", "start_controller_patrolread_sorbctl"}, {"off", "stop_controller_patrolread_sorbctl"}},
+                                {{"on", "start_controller_patrolread_sorbctl"},
+                                 {"off", "stop_controller_patrolread_sorbctl"}},
                                 "7460卡sorbctl工具没有 设置巡读功能开关 功能", nullptr)
                          .pop_choice(),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能开关 功能")}));

@@ -49,7 +49,8 @@ void add_controller_discovery_ops(OpList& ops) {
                "返回:\n    dict: {\"DriverName\": \"sorbdrv\", \"DriverVersion\": 驱动版本}。")
           .returns_doc("dict")
           .variant_name("_query_controller_driver_info")
-          .variants({custom(Tool::sorbctl, driver_info_sorbctl, kDriverWords).words({{"query", "modinfo"}})}));
+          .variants({custom(Tool::sorbctl, driver_info_sorbctl, kDriverWords)
+                         .words({{"query", "modinfo"}})}));
   ops.push_back(
       Op("query_raid_config")
           .params(kKeywordsOnly)

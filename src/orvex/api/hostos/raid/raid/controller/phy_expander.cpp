@@ -280,7 +280,8 @@ Ref storelib_phys(const Call& c) {
   long count = 0;
   if (!counted || phy_count(counted.get(), &count) < 0) return nullptr;
   Ref phys = resolve_phys(c.arg(c.data<std::size_t>()), count);
-  if (!phys || check_phys(phys.get(), count, c.word(RAID_WORD(kStorelibWords, "no_such_phy"))) < 0 ||
+  if (!phys ||
+      check_phys(phys.get(), count, c.word(RAID_WORD(kStorelibWords, "no_such_phy"))) < 0 ||
       c.p_set("phy_list", phys.get()) < 0) {
     return nullptr;
   }

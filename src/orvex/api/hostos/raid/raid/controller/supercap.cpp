@@ -141,17 +141,19 @@ void add_supercap_ops(OpList& ops) {
               "Device Name、Temperature（\"34 C\"）、SN、Supercap SN、Module Version、"
               "Supercap Date of Manufacture、Date of Manufacture、PCB Version 等，以及 raw_data。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, capacitance_storcli64, kCapacitanceWords)
-                         .words({{"query", "ctr_get_cv_all_storcli64"},
-                                 {"template", "get_capacitance_info_format"},
-                                 {"bad_information",
-                                  "LSI卡查询电容all参数错误: 全部信息all=\"all\" 简要信息all=\"simple\""}}),
-                     custom(Tool::sorbctl, capacitance_sorbctl, kShapedWords)
-                         .words({{"query", "get_controller_supercap_sorbctl"},
-                                 {"template", "get_capacitance_info_format"}}),
-                     query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
-                         .at("controller_information")
-                         .format("get_capacitance_info_format")}));
+          .variants(
+              {custom(Tool::storcli64, capacitance_storcli64, kCapacitanceWords)
+                   .words(
+                       {{"query", "ctr_get_cv_all_storcli64"},
+                        {"template", "get_capacitance_info_format"},
+                        {"bad_information",
+                         "LSI卡查询电容all参数错误: 全部信息all=\"all\" 简要信息all=\"simple\""}}),
+               custom(Tool::sorbctl, capacitance_sorbctl, kShapedWords)
+                   .words({{"query", "get_controller_supercap_sorbctl"},
+                           {"template", "get_capacitance_info_format"}}),
+               query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
+                   .at("controller_information")
+                   .format("get_capacitance_info_format")}));
   ops.push_back(
       Op("set_supercap_learn")
           .params(kKeywordsOnly)

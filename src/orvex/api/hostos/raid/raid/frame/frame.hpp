@@ -122,8 +122,9 @@ constexpr const char* word_name(const char* const (&names)[N], const char* name)
   throw "no word of that name";
 }
 
-#define RAID_WORD(names, name) \
-  (static_cast<void>(std::integral_constant<bool, ::raid::word_name(names, name) != nullptr>::value), \
+#define RAID_WORD(names, name)                                                          \
+  (static_cast<void>(                                                                   \
+       std::integral_constant<bool, ::raid::word_name(names, name) != nullptr>::value), \
    name)
 
 // ---------------------------------------------------------------------------
@@ -243,7 +244,7 @@ struct VariantDef {
   const char* refuse_head = nullptr;
   const char* refuse_tail = nullptr;
   Body body = nullptr;
-  const void* data = nullptr;  // custom: the body's own data
+  const void* data = nullptr;         // custom: the body's own data
   std::vector<Pair> word_texts;       // name -> text, read by the body and preps
   std::vector<WordNames> word_names;  // what the body and preps declare they read
 

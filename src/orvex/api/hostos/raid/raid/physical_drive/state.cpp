@@ -55,8 +55,9 @@ Ref rebuild_status_storcli64(const Call& c) {
   const int found = truthy(p.get());
   if (found < 0) return nullptr;
   if (found == 0) {
-    Ref message = c.word_with(RAID_WORD(kRebuildWords, "failed"),
-                              {c.arg(RAID_ARG(kDriveParams, "eid")), c.arg(RAID_ARG(kDriveParams, "sid"))});
+    Ref message =
+        c.word_with(RAID_WORD(kRebuildWords, "failed"),
+                    {c.arg(RAID_ARG(kDriveParams, "eid")), c.arg(RAID_ARG(kDriveParams, "sid"))});
     if (!message) return nullptr;
     return c.refuse(message.get());
   }

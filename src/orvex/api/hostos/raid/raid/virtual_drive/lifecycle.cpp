@@ -467,16 +467,17 @@ void add_vd_lifecycle_ops(OpList& ops) {
                "    OrvexException: sorbctl 查询失败时为 \"get virtual drive's member drives "
                "failed\"；arcconf 找不到逻辑盘或读不到成员盘时以 \"获取虚拟磁盘成员\" 开头。")
           .returns_doc("list")
-          .variants({custom(Tool::storcli64, members_storcli64, kQueryWords)
-                         .words({{"query", "ctr_get_vd_cfg_storcli64"}}),
-                     custom(Tool::arcconf, members_arcconf, kMembersArcconfWords)
-                         .words({{"query", "ctr_get_vd_cfg_arcconf"},
-                                 {"not_found", "获取虚拟磁盘成员信息失败，未找到逻辑盘 {}"},
-                                 {"no_members", "获取虚拟磁盘成员信息失败，逻辑盘 {} 没有可读取的成员盘"},
-                                 {"found", "获取虚拟盘成员{}信息成功！"}}),
-                     custom(Tool::sorbctl, members_sorbctl, kMembersSorbctlWords)
-                         .words({{"query", "get_controller_vd_pdarray_sorbctl"},
-                                 {"failed", "get virtual drive's member drives failed"}})}));
+          .variants(
+              {custom(Tool::storcli64, members_storcli64, kQueryWords)
+                   .words({{"query", "ctr_get_vd_cfg_storcli64"}}),
+               custom(Tool::arcconf, members_arcconf, kMembersArcconfWords)
+                   .words({{"query", "ctr_get_vd_cfg_arcconf"},
+                           {"not_found", "获取虚拟磁盘成员信息失败，未找到逻辑盘 {}"},
+                           {"no_members", "获取虚拟磁盘成员信息失败，逻辑盘 {} 没有可读取的成员盘"},
+                           {"found", "获取虚拟盘成员{}信息成功！"}}),
+               custom(Tool::sorbctl, members_sorbctl, kMembersSorbctlWords)
+                   .words({{"query", "get_controller_vd_pdarray_sorbctl"},
+                           {"failed", "get virtual drive's member drives failed"}})}));
 }
 
 }  // namespace raid

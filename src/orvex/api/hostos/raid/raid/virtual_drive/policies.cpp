@@ -100,12 +100,13 @@ Ref boot_arcconf(const Call& c) {
     Ref value = get(info.get(), key);
     const int none_set = equals(value.get(), "None");
     if (none_set < 0) return {};
-    Ref shaped = none_set == 1 ? dict({{"Type", unset.get()},
-                                       {"VID/DID", unset.get()},
-                                       {"Enc", unset.get()},
-                                       {"Slot", unset.get()},
-                                       {"Act_Slot", unset.get()}})
-                               : c.formatter_call(c.word(RAID_WORD(kBootWords, "shape")), {value.get()});
+    Ref shaped = none_set == 1
+                     ? dict({{"Type", unset.get()},
+                             {"VID/DID", unset.get()},
+                             {"Enc", unset.get()},
+                             {"Slot", unset.get()},
+                             {"Act_Slot", unset.get()}})
+                     : c.formatter_call(c.word(RAID_WORD(kBootWords, "shape")), {value.get()});
     if (!shaped || append(out.get(), shaped.get()) < 0) return {};
   }
   return out;
