@@ -668,8 +668,20 @@ struct VariantObject {
   PyObject* params;
   const CompiledOp* op;
   std::size_t index;
-  PyObject* args[1];  // Py_SIZE(o) bound arguments
+  py::Vectorcall vectorcall;  // called without an argument tuple (3.9+)
+  PyObject* args[1];          // Py_SIZE(o) bound arguments
 };
+
+// Three variant objects are made per call and mostly gone before it
+// returns: their memory is kept for the next ones (a few blocks per number
+// of bound arguments) rather than handed back and asked for again.
+constexpr Py_ssize_t kSpareSizes = 12;
+constexpr std::size_t kSparesEach = 4;
+struct Spares {
+  PyObject* blocks[kSparesEach];
+  std::size_t count;
+};
+Spares g_spares[kSpareSizes];
 
 int variant_traverse(PyObject* o, visitproc visit, void* arg) {
   auto* v = reinterpret_cast<VariantObject*>(o);
@@ -694,9 +706,14 @@ void variant_dealloc(PyObject* o) {
   PyTypeObject* tp = Py_TYPE(o);
   PyObject_GC_UnTrack(o);
   variant_clear(o);
-  auto free_fn = reinterpret_cast<freefunc>(PyType_GetSlot(tp, Py_tp_free));
-  free_fn(o);
-  Py_DECREF(tp);
+  const Py_ssize_t n = Py_SIZE(o);
+  if (tp == g_variant_type && n < kSpareSizes && g_spares[n].count < kSparesEach) {
+    g_spares[n].blocks[g_spares[n].count++] = o;  // untracked, no references held
+  } else {
+    auto free_fn = reinterpret_cast<freefunc>(PyType_GetSlot(tp, Py_tp_free));
+    free_fn(o);
+  }
+  Py_DECREF(tp);  // every instance holds one, a kept block none
 }
 
 // value == text (a str compared as text); -1 on error.
@@ -1009,6 +1026,16 @@ PyObject* variant_call(PyObject* o, PyObject* args, PyObject* kwargs) {
   return run_variant(v).release();
 }
 
+PyObject* variant_vectorcall(PyObject* o, PyObject* const*, std::size_t nargsf,
+                             PyObject* kwnames) {
+  auto* v = reinterpret_cast<VariantObject*>(o);
+  if ((nargsf & ~kVectorcallOffset) != 0 || (kwnames != nullptr && PyTuple_Size(kwnames) != 0)) {
+    PyErr_Format(PyExc_TypeError, "%U() takes no arguments", v->op->variant_name.get());
+    return nullptr;
+  }
+  return run_variant(v).release();
+}
+
 PyObject* variant_name_get(PyObject* o, void*) {
   PyObject* n = reinterpret_cast<VariantObject*>(o)->op->variant_name.get();
   Py_INCREF(n);
@@ -1035,8 +1062,15 @@ PyGetSetDef variant_getset[] = {
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
+PyMemberDef variant_members[] = {
+    {const_cast<char*>("__vectorcalloffset__"), T_PYSSIZET,
+     static_cast<Py_ssize_t>(offsetof(VariantObject, vectorcall)), READONLY, nullptr},
+    {nullptr, 0, 0, 0, nullptr},
+};
+
 PyType_Slot variant_slots[] = {
     {Py_tp_dealloc, reinterpret_cast<void*>(variant_dealloc)},
+    {Py_tp_members, variant_members},
     {Py_tp_traverse, reinterpret_cast<void*>(variant_traverse)},
     {Py_tp_clear, reinterpret_cast<void*>(variant_clear)},
     {Py_tp_call, reinterpret_cast<void*>(variant_call)},
@@ -1054,10 +1088,20 @@ PyType_Spec variant_spec = {
 };
 
 Ref new_variant(PyObject* self, const Bound& b, const CompiledOp& op, std::size_t index) {
-  auto alloc = reinterpret_cast<allocfunc>(PyType_GetSlot(g_variant_type, Py_tp_alloc));
   const Py_ssize_t n = static_cast<Py_ssize_t>(op.params.size());
-  PyObject* o = alloc(g_variant_type, n);
-  if (o == nullptr) return nullptr;
+  PyObject* o = nullptr;
+  const bool spare = n < kSpareSizes && g_spares[n].count > 0;
+  if (spare) {
+    o = g_spares[n].blocks[--g_spares[n].count];
+    // A new reference to the type: PyObject_InitVar takes it for a heap
+    // type from 3.8 on; on 3.7 the allocator took it, so it is taken here.
+    PyObject_InitVar(reinterpret_cast<PyVarObject*>(o), g_variant_type, n);
+    if (g_runtime.version < 0x03080000) Py_INCREF(g_variant_type);
+  } else {
+    auto alloc = reinterpret_cast<allocfunc>(PyType_GetSlot(g_variant_type, Py_tp_alloc));
+    o = alloc(g_variant_type, n);  // zeroed and tracked
+    if (o == nullptr) return nullptr;
+  }
   auto* v = reinterpret_cast<VariantObject*>(o);
   Py_INCREF(self);
   v->self = self;
@@ -1065,10 +1109,12 @@ Ref new_variant(PyObject* self, const Bound& b, const CompiledOp& op, std::size_
   v->params = b.params.get();
   v->op = &op;
   v->index = index;
+  v->vectorcall = variant_vectorcall;
   for (Py_ssize_t i = 0; i < n; ++i) {
     Py_INCREF(b.values[i]);
     v->args[i] = b.values[i];
   }
+  if (spare) PyObject_GC_Track(o);
   return Ref::steal(o);
 }
 
@@ -1589,25 +1635,25 @@ Ref Call::p_get(const char* key) const {
 }
 
 int Call::p_has(const char* key) const {
-  Ref k = str(key);
+  Ref k = text(key);
   if (!k) return -1;
   return PyDict_Contains(params, k.get());
 }
 
 int Call::p_set(const char* key, PyObject* v) const { return set_item(params, key, v); }
 
-int Call::p_set(const char* key, const char* text) const {
-  Ref v = str(text);
+int Call::p_set(const char* key, const char* value) const {
+  Ref v = py::text(value);
   return set_item(params, key, v.get());
 }
 
 Ref Call::p_pop(const char* key) const {
-  Ref k = str(key);
+  Ref k = text(key);
   return call_method(params, names().pop, {k.get()});
 }
 
 int Call::p_del_if(const char* key) const {
-  Ref k = str(key);
+  Ref k = text(key);
   if (!k) return -1;
   const int has = PyDict_Contains(params, k.get());
   if (has <= 0) return has;
@@ -1615,7 +1661,7 @@ int Call::p_del_if(const char* key) const {
 }
 
 Ref Call::dispatch_with(const char* wrapper, PyObject* p, Route r) const {
-  Ref name = str(wrapper);
+  Ref name = text(wrapper);
   return dispatch_name(*this, name.get(), p, r);
 }
 
@@ -1722,7 +1768,7 @@ PyObject* orvex_exception() { return g_fw->orvex_exception.get(); }
 Ref raise_orvex(PyObject* message) { return raise_obj(g_fw->orvex_exception.get(), message); }
 
 Ref raise_orvex(const char* message) {
-  Ref m = str(message);
+  Ref m = text(message);
   return raise_orvex(m.get());
 }
 
@@ -1788,6 +1834,9 @@ Ref build_raid_class(PyObject* module) {
     *i.into = import_name(i.module, i.name);
     if (!*i.into) return nullptr;
   }
+  // Blocks kept by an earlier interpreter are not this one's to hand out.
+  for (Spares& s : g_spares) s.count = 0;
+  if (g_runtime.version >= 0x03090000) variant_spec.flags |= kTypeVectorcall;
   g_variant_type = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(&variant_spec));
   // From 3.9 the interpreter calls an operation as a method descriptor,
   // through its vectorcall slot, without binding a method first.

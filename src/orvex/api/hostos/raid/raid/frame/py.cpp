@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdint>
+#include <cstring>
 
 #include "runtime.hpp"
 
@@ -141,6 +142,7 @@ int init_names() {
   n.tools[2] = in("sorbctl");
   n.tools[3] = in("storelibtest");
   if (!ok) return -1;
+  forget_texts();
   n.raid_tool_kw = PyTuple_Pack(1, n.raid_tool);
   n.file_type_kw = PyTuple_Pack(1, n.file_type);
   return n.raid_tool_kw != nullptr && n.file_type_kw != nullptr ? 0 : -1;
@@ -180,11 +182,57 @@ Ref str(const char* utf8) { return Ref::steal(PyUnicode_FromString(utf8)); }
 
 Ref intern(const char* utf8) { return Ref::steal(PyUnicode_InternFromString(utf8)); }
 
+namespace {
+
+struct KeptText {
+  const char* at;  // the caller's address
+  char* copy;      // its text when kept
+  PyObject* str;   // interned, held for the process
+};
+
+constexpr std::size_t kKeptSlots = 1024;  // a power of two; the sources name a few hundred
+constexpr std::size_t kKeptProbes = 8;
+constexpr std::size_t kKeptLength = 512;  // longer texts are made each time
+KeptText g_kept[kKeptSlots];
+
+}  // namespace
+
+Ref text(const char* utf8) {
+  const auto at = reinterpret_cast<std::uintptr_t>(utf8);
+  const std::size_t home = static_cast<std::size_t>((at >> 3) ^ (at >> 13));
+  for (std::size_t i = 0; i < kKeptProbes; ++i) {
+    KeptText& k = g_kept[(home + i) & (kKeptSlots - 1)];
+    if (k.at == utf8) {
+      if (std::strcmp(k.copy, utf8) == 0) return Ref::borrow(k.str);
+      return str(utf8);  // a buffer that now holds another text
+    }
+    if (k.at != nullptr) continue;
+    const std::size_t n = std::strlen(utf8);
+    if (n > kKeptLength) break;
+    Ref made = intern(utf8);
+    if (!made) return nullptr;
+    k.copy = new char[n + 1];
+    std::memcpy(k.copy, utf8, n + 1);
+    k.at = utf8;
+    k.str = Ref(made).release();
+    return made;
+  }
+  return str(utf8);
+}
+
+void forget_texts() {
+  for (KeptText& k : g_kept) {
+    delete[] k.copy;
+    k = KeptText{};  // the objects went with the interpreter that made them
+  }
+}
+
 Ref integer(long v) { return Ref::steal(PyLong_FromLong(v)); }
 
 Ref getattr(PyObject* o, const char* name) {
   if (o == nullptr) return nullptr;
-  return Ref::steal(PyObject_GetAttrString(o, name));
+  Ref n = text(name);
+  return getattr(o, n.get());
 }
 
 Ref getattr(PyObject* o, PyObject* name) {
@@ -218,7 +266,7 @@ Ref index(PyObject* o, PyObject* key) {
 
 Ref index(PyObject* o, const char* key) {
   if (o == nullptr) return nullptr;
-  Ref k = str(key);
+  Ref k = text(key);
   return index(o, k.get());
 }
 
@@ -247,7 +295,7 @@ Ref get(PyObject* o, PyObject* key) {
 
 Ref get(PyObject* o, const char* key) {
   if (o == nullptr) return nullptr;
-  Ref k = str(key);
+  Ref k = text(key);
   return get(o, k.get());
 }
 
@@ -312,7 +360,7 @@ Ref call_method(PyObject* o, PyObject* name, std::initializer_list<PyObject*> ar
 Ref call_method(PyObject* o, const char* name, std::initializer_list<PyObject*> args,
                 PyObject* kwargs) {
   if (o == nullptr) return nullptr;
-  Ref n = intern(name);
+  Ref n = text(name);
   return call_method(o, n.get(), args, kwargs);
 }
 
@@ -356,7 +404,7 @@ int set_item(PyObject* d, PyObject* key, PyObject* v) {
 
 int set_item(PyObject* d, const char* key, PyObject* v) {
   if (d == nullptr || v == nullptr) return -1;
-  Ref k = str(key);
+  Ref k = text(key);
   return set_item(d, k.get(), v);
 }
 
@@ -380,7 +428,7 @@ int truthy(PyObject* o) {
 int equals(PyObject* a, const char* text) {
   if (a == nullptr) return -1;
   if (PyUnicode_CheckExact(a)) return PyUnicode_CompareWithASCIIString(a, text) == 0 ? 1 : 0;
-  Ref t = str(text);
+  Ref t = py::text(text);
   if (!t) return -1;
   return PyObject_RichCompareBool(a, t.get(), Py_EQ);
 }

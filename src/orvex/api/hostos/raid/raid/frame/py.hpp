@@ -76,6 +76,12 @@ inline Ref none() { return Ref::borrow(Py_None); }
 inline Ref boolean(bool b) { return Ref::borrow(b ? Py_True : Py_False); }
 Ref str(const char* utf8);
 Ref intern(const char* utf8);  // interned, lives for the process
+// The str of a text the module's sources name (a literal, a row's text):
+// made and interned once, then the same object on every call.  Kept by
+// address with a copy of the text, so a passing buffer that reuses an
+// address gets its own text, never a kept one.
+Ref text(const char* utf8);
+void forget_texts();  // a new interpreter: the kept objects were its predecessor's
 Ref integer(long v);
 
 Ref getattr(PyObject* o, const char* name);
