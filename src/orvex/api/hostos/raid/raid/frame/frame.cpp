@@ -1026,8 +1026,7 @@ PyObject* variant_call(PyObject* o, PyObject* args, PyObject* kwargs) {
   return run_variant(v).release();
 }
 
-PyObject* variant_vectorcall(PyObject* o, PyObject* const*, std::size_t nargsf,
-                             PyObject* kwnames) {
+PyObject* variant_vectorcall(PyObject* o, PyObject* const*, std::size_t nargsf, PyObject* kwnames) {
   auto* v = reinterpret_cast<VariantObject*>(o);
   if ((nargsf & ~kVectorcallOffset) != 0 || (kwnames != nullptr && PyTuple_Size(kwnames) != 0)) {
     PyErr_Format(PyExc_TypeError, "%U() takes no arguments", v->op->variant_name.get());
@@ -1642,8 +1641,8 @@ int Call::p_has(const char* key) const {
 
 int Call::p_set(const char* key, PyObject* v) const { return set_item(params, key, v); }
 
-int Call::p_set(const char* key, const char* value) const {
-  Ref v = py::text(value);
+int Call::p_set(const char* key, const char* text) const {
+  Ref v = py::text(text);
   return set_item(params, key, v.get());
 }
 
