@@ -80,7 +80,7 @@ def candidates(path, lines):
                 continue
             out.append(("compare", n, m.start(1), m.end(1)))
         if STATEMENT.match(line) and "Tool::" not in line and not stripped.startswith('"') \
-                and not stripped.endswith("});"):
+                and not stripped.endswith(("});", "}));")) and ".words(" not in line:
             out.append(("delete", n, 0, len(line)))
     tools = [(n, m) for n, line in enumerate(lines) for m in TOOL.finditer(line)]
     for (n1, m1), (n2, m2) in zip(tools, tools[1:]):
