@@ -129,6 +129,28 @@ def test_merge_layer_later_entries_overwrite_and_missing_plain_key_is_none(raid)
     assert raid._merge_output(raw, None, {"a": True, "b": True, "c": False}) == {"k": 2, "c": None}
 
 
+class Key(str):
+    """A key equal to its text that is not a plain str."""
+
+
+@pytest.mark.parametrize("node", [
+    {"x": 0, "b": {"k": 1}},
+    {Key("b"): {"k": 1}},  # found by the dict's own lookup
+    {1: 0, "b": {"k": 1}},
+    {"盘%d" % i: {"k": i} for i in range(3)},
+    dict({"b": {"k": 1}}, **{"f%d" % i: i for i in range(12)}),
+])
+@pytest.mark.parametrize("flag", [True, False])
+def test_merge_layer_path_segments_find_keys_of_every_kind(raid, node, flag):
+    segment = next(k for k in node if k in ("b", "盘1"))
+    reached = node[segment]
+    expected = reached if flag and isinstance(reached, dict) else {str(segment): reached}
+    out = raid._merge_output({"a": node}, None, {"a//" + str(segment): flag})
+    assert out == expected and all(type(k) is str for k in out)
+    with pytest.raises(KeyError, match="'c'"):
+        raid._merge_output({"a": node}, None, {"a//c": flag})
+
+
 @pytest.mark.parametrize("structure, error", [
     ({"missing": True}, KeyError),
     ({"/c0/v239//$5": True}, IndexError),

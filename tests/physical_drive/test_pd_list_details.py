@@ -55,6 +55,23 @@ def test_list_arcconf_skips_enclosure_and_tags_device_key(rig):
         ("SAS", "SSD", "894.253GB", "ugood", "unconfigured")]
 
 
+def test_list_arcconf_answer_changed_while_read_fails_as_iteration_does(rig):
+    raid, host = rig("arcconf")
+    devices = {}
+
+    class Shrinking(str):
+        def __eq__(self, other):
+            devices.pop("0,1", None)
+            return False
+
+        __hash__ = str.__hash__
+
+    devices.update({"0,0": {"Type": Shrinking("Hard Drive")}, "0,1": {"Type": "Hard Drive"}})
+    host.on("ctr_get_cfg_arcconf", parser({"physical_device_information": devices}))
+    with pytest.raises(RuntimeError, match="^dictionary changed size during iteration$"):
+        raid._get_physical_drive_list()
+
+
 # -- one drive ----------------------------------------------------------------
 
 def test_one_storcli64_flattens_by_treatments_through_host(rig):
@@ -104,6 +121,28 @@ def test_all_storcli64_keeps_detailed_sections_with_their_summaries(rig):
     assert (out[1]["type"], out[1]["status"], out[1]["link_speed"]) == ("jbod", "jbod", "NA")
     with pytest.raises(KeyError, match="Drive /c0/e65/s0"):  # a section without its summary
         raid.get_all_physical_drive_info()
+
+
+@pytest.mark.parametrize("section, summary", [
+    ("Drive /c0/e65/s0 - Detailed Information\n", "Drive /c0/e65/s0"),  # "$" before a last newline
+    ("Drive /c0/e65/s0\x1c- Detailed Information", "Drive /c0/e65/s0"),  # str.strip()'s whitespace
+    ("Drive /c0/e65/s0\xa0- Detailed Information", "Drive /c0/e65/s0"),
+    ("Drive /c0/é65 - Detailed Information", "Drive /c0/é65"),
+    ("Drive /c0/e65\n/s0 - Detailed Information", None),  # "." stops at a newline
+    ("Drive /c0/e65/s0 - Detailed Information\n\n", None),
+    ("Drive /c0/e65/s0 - Detailed Information ", None),
+])
+@pytest.mark.parametrize("kind", [str, type("Text", (str,), {})])
+def test_all_storcli64_section_keys_read_as_the_tool_writes_them(rig, section, summary, kind):
+    raid, host = rig("storcli64")
+    answer = {kind(section): S64_DETAIL}
+    if summary is not None:
+        answer[summary] = [S64_ROW]
+    host.on("ctr_get_pd_cfg_storcli64", parser(answer))
+    out = raid.get_all_physical_drive_info()
+    assert ids(out) == ([("65", "0")] if summary else [])
+    if summary:
+        assert out[0]["raw_data"]["Drive position"] == "DriveGroup:0, Span:0, Row:0"
 
 
 def test_all_arcconf_leaves_out_enclosures(rig):

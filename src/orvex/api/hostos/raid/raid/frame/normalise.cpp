@@ -249,6 +249,33 @@ Py_ssize_t plain_position(std::string_view digits) {
   return n;
 }
 
+// node[segment] for a small exact dict whose keys are all exact str, found
+// by comparing texts, so no str is made (and hashed) for the segment.  The
+// key found is the segment's str from then on.  False when the dict is of
+// another kind or size, holds another kind of key, or lacks the key: the
+// segment is then looked up as a str of its own.
+bool find_by_text(PyObject* node, std::string_view segment, Reached& r) {
+  constexpr Py_ssize_t kScanned = 8;  // beyond that, hashing is cheaper
+  if (!PyDict_CheckExact(node) || PyDict_Size(node) > kScanned) return false;
+  Py_ssize_t pos = 0;
+  PyObject* k = nullptr;
+  PyObject* v = nullptr;
+  PyObject* found_key = nullptr;
+  PyObject* found = nullptr;
+  while (PyDict_Next(node, &pos, &k, &v)) {
+    std::string_view key;
+    if (!text_view(k, key)) return false;
+    if (found == nullptr && key == segment) {
+      found_key = k;
+      found = v;
+    }
+  }
+  if (found == nullptr) return false;
+  r.last = Ref::borrow(found_key);
+  r.node = Ref::borrow(found);
+  return true;
+}
+
 // Walks a path that holds "//" through its UTF-8 text (the string's own
 // buffer): segments are cut at every "//", left to right, as re.split cuts
 // them; positions in plain digits need no text of their own.
@@ -262,6 +289,8 @@ int walk_text(PyObject* raw, std::string_view path, std::size_t sep, Reached& r)
     const Py_ssize_t n = r.position ? plain_position(seg.substr(1)) : -1;
     if (n >= 0) {
       r.node = at_position(r.node.get(), n);
+    } else if (!r.position && find_by_text(r.node.get(), seg, r)) {
+      // found without a str of its own
     } else {
       r.last = Ref::steal(
           PyUnicode_DecodeUTF8(seg.data(), static_cast<Py_ssize_t>(seg.size()), nullptr));
@@ -293,24 +322,11 @@ int walk_split(PyObject* raw, PyObject* path, Reached& r) {
   return 0;
 }
 
-// The path's text, when the interpreter hands it out (exact str only).
-bool path_text(PyObject* path, std::string_view& text) {
-  if (g_runtime.utf8 == nullptr || !PyUnicode_CheckExact(path)) return false;
-  Py_ssize_t size = 0;
-  const char* data = g_runtime.utf8(path, &size);
-  if (data == nullptr) {  // lone surrogates: the slow way
-    PyErr_Clear();
-    return false;
-  }
-  text = std::string_view(data, static_cast<std::size_t>(size));
-  return true;
-}
-
 int merge_layer(PyObject* raw, PyObject* res, PyObject* path, PyObject* flag) {
   const int merge = truthy(flag);
   if (merge < 0) return -1;
   std::string_view text;
-  const bool fast = path_text(path, text);
+  const bool fast = text_view(path, text);
   std::size_t sep = std::string_view::npos;
   int nested = 0;
   if (fast) {

@@ -229,6 +229,18 @@ void forget_texts() {
 
 Ref integer(long v) { return Ref::steal(PyLong_FromLong(v)); }
 
+bool text_view(PyObject* o, std::string_view& out) {
+  if (g_runtime.utf8 == nullptr || !PyUnicode_CheckExact(o)) return false;
+  Py_ssize_t size = 0;
+  const char* data = g_runtime.utf8(o, &size);
+  if (data == nullptr) {  // lone surrogates have no UTF-8
+    PyErr_Clear();
+    return false;
+  }
+  out = std::string_view(data, static_cast<std::size_t>(size));
+  return true;
+}
+
 Ref getattr(PyObject* o, const char* name) {
   if (o == nullptr) return nullptr;
   Ref n = text(name);

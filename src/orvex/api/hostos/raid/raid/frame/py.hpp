@@ -16,6 +16,7 @@
 
 #include <cstddef>
 #include <initializer_list>
+#include <string_view>
 #include <utility>
 
 namespace raid::py {
@@ -83,6 +84,9 @@ Ref intern(const char* utf8);  // interned, lives for the process
 Ref text(const char* utf8);
 void forget_texts();  // a new interpreter: the kept objects were its predecessor's
 Ref integer(long v);
+// The UTF-8 text of an exact str, straight from the string's own buffer,
+// where the interpreter hands it out (3.10+); false otherwise (no error set).
+bool text_view(PyObject* o, std::string_view& out);
 
 Ref getattr(PyObject* o, const char* name);
 Ref getattr(PyObject* o, PyObject* name);

@@ -23,6 +23,47 @@ Ref Regex::run(const char* fn, PyObject* text) const {
   return call_method(compiled_, fn, {text});
 }
 
+int Framed::test(PyObject* text) const {
+  std::string_view t;
+  if (!text_view(text, t)) {
+    Ref match = regex_.match(text);
+    return match ? (match.get() != Py_None ? 1 : 0) : -1;
+  }
+  // The suffix never ends in a newline, so "$" can only match at the end
+  // or before one final newline.
+  if (!t.empty() && t.back() == '\n') t.remove_suffix(1);
+  if (t.size() < prefix_.size() + suffix_.size() || t.substr(0, prefix_.size()) != prefix_ ||
+      t.substr(t.size() - suffix_.size()) != suffix_) {
+    return 0;
+  }
+  const std::string_view between =
+      t.substr(prefix_.size(), t.size() - prefix_.size() - suffix_.size());
+  return between.find('\n') == std::string_view::npos ? 1 : 0;
+}
+
+namespace {
+
+// What str.strip() takes away from ASCII text.
+bool ascii_space(char ch) { return (ch >= '\t' && ch <= '\r') || (ch >= 0x1c && ch <= ' '); }
+
+}  // namespace
+
+Ref head_before(PyObject* text, char sep) {
+  if (text == nullptr) return nullptr;
+  std::string_view t;
+  if (text_view(text, t) && static_cast<Py_ssize_t>(t.size()) == PyUnicode_GetLength(text)) {
+    t = t.substr(0, t.find(sep));  // ASCII: bytes are characters
+    while (!t.empty() && ascii_space(t.front())) t.remove_prefix(1);
+    while (!t.empty() && ascii_space(t.back())) t.remove_suffix(1);
+    return Ref::steal(PyUnicode_FromStringAndSize(t.data(), static_cast<Py_ssize_t>(t.size())));
+  }
+  const char mark[2] = {sep, '\0'};
+  Ref separator = str(mark);
+  Ref parts = call_method(text, "split", {separator.get()});
+  Ref head = item(parts.get(), 0);
+  return call_method(head.get(), "strip");
+}
+
 Ref lookup(PyObject* value, std::initializer_list<Pair> table) {
   if (value == nullptr) return nullptr;
   for (const Pair& p : table) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <initializer_list>
+#include <string_view>
 #include <utility>
 
 #include "frame.hpp"
@@ -31,6 +32,25 @@ int each(PyObject* iterable, F&& f) {
 // protocol as each).
 template <class F>
 int each_item(PyObject* mapping, F&& f) {
+  if (mapping != nullptr && PyDict_CheckExact(mapping)) {
+    // A plain dict is walked in place; a change of its size stops the walk
+    // as it stops iterating its items().
+    const Py_ssize_t size = PyDict_Size(mapping);
+    Py_ssize_t pos = 0;
+    PyObject* k = nullptr;
+    PyObject* v = nullptr;
+    while (PyDict_Next(mapping, &pos, &k, &v)) {
+      Ref key = Ref::borrow(k);
+      Ref value = Ref::borrow(v);
+      const int r = f(key.get(), value.get());
+      if (r != 0) return r;
+      if (PyDict_Size(mapping) != size) {
+        PyErr_SetString(PyExc_RuntimeError, "dictionary changed size during iteration");
+        return -1;
+      }
+    }
+    return 0;
+  }
   Ref items = py::call_method(mapping, "items");
   return each(items.get(), [&](PyObject* pair) {
     Ref key = py::item(pair, 0);
@@ -47,7 +67,7 @@ int same(PyObject* a, PyObject* b);
 // text) as pattern.<fn>(text): fn is "match" or "search".
 class Regex {
  public:
-  explicit Regex(const char* pattern) : pattern_(pattern) {}
+  explicit constexpr Regex(const char* pattern) : pattern_(pattern) {}
   Ref match(PyObject* text) const { return run("match", text); }
   Ref search(PyObject* text) const { return run("search", text); }
 
@@ -56,6 +76,25 @@ class Regex {
   const char* pattern_;
   mutable PyObject* compiled_ = nullptr;  // kept for the process
 };
+
+// re.match("^" + prefix + ".*" + suffix + "$", text) as a yes or no, with
+// the same reading of "." (no newline) and "$" (the end, or before a final
+// newline); `pattern` is that expression, used for what is not an exact str.
+class Framed {
+ public:
+  constexpr Framed(const char* prefix, const char* suffix, const char* pattern)
+      : prefix_(prefix), suffix_(suffix), regex_(pattern) {}
+  int test(PyObject* text) const;  // 1 or 0; -1 on error
+
+ private:
+  std::string_view prefix_;
+  std::string_view suffix_;
+  Regex regex_;
+};
+
+// text.split(sep)[0].strip(): the part before the first sep, without the
+// whitespace around it.
+Ref head_before(PyObject* text, char sep);
 
 // table[value], or None for a value outside the table.
 Ref lookup(PyObject* value, std::initializer_list<Pair> table);

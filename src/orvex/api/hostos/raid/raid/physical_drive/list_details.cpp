@@ -13,7 +13,7 @@ namespace {
 constexpr ParamDef kNoParams[] = {kwargs()};
 constexpr ParamDef kDriveParams[] = {kw("eid"), kw("sid"), kwargs()};
 
-const Regex kDetailedSection("^Drive.*Detailed Information$");
+const Framed kDetailedSection("Drive", "Detailed Information", "^Drive.*Detailed Information$");
 
 constexpr const char* kQueryWords[] = {"query"};
 constexpr const char* kNotFoundWords[] = {"not_found"};
@@ -96,16 +96,12 @@ Ref all_sorbctl(const Call& c) {
 Ref all_storcli64(const Call& c) {
   if (c.p_set("eid", "all") < 0 || c.p_set("sid", "all") < 0) return nullptr;
   Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")), Route::host);
-  Ref dash = str("-");
   Ref out = list();
-  if (!parser || !dash || !out) return nullptr;
+  if (!parser || !out) return nullptr;
   const int r = each_item(parser.get(), [&](PyObject* key, PyObject* value) {
-    Ref match = kDetailedSection.match(key);
-    if (!match) return -1;
-    if (match.get() == Py_None) return 0;
-    Ref parts = call_method(key, "split", {dash.get()});
-    Ref head = item(parts.get(), 0);
-    Ref summary_key = call_method(head.get(), "strip");
+    const int detailed = kDetailedSection.test(key);
+    if (detailed <= 0) return detailed;
+    Ref summary_key = head_before(key, '-');
     Ref summary = index(parser.get(), summary_key.get());
     Ref working = dict();
     if (!summary || set_item(working.get(), key, value) < 0 ||
