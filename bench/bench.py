@@ -2,6 +2,7 @@
 """Speed of the Raid module against the same work written in plain Python.
 
     RAID_SITE=<install prefix of a Release build> python3 bench/bench.py [--quick]
+    RAID_SITE=... python3 bench/bench.py --instructions [--quick]
 
 Every path is timed three ways, in one process, in interleaved rounds
 (each round times every path and every version once), and reported as the
@@ -23,6 +24,11 @@ timeit has it, and collects fully before each round:
   `dict(zip(...))` building as many entries.
 
 "own" is the time above the floor: the implementation's own work.
+
+Each round starts each path with another version (the first one timed after
+another path may find colder caches).  On a shared machine single rounds
+still vary by tens of percent: --instructions counts instructions per call
+instead (callgrind; Python 3.11+), the same on every run of the same build.
 """
 import collections
 import gc
@@ -52,7 +58,7 @@ import orvex.api.hostos.raid.raid as raid_module  # noqa: E402
 
 CONFIG = os.path.join(os.path.dirname(os.path.abspath(raid_module.__file__)), "config")
 QUICK = "--quick" in sys.argv
-ROUNDS = 5 if QUICK else 15
+ROUNDS = 5 if QUICK else 101
 BATCH = 0.01 if QUICK else 0.02  # seconds per timed batch
 
 
@@ -73,7 +79,9 @@ class Canned:
     def dispatch(self, route, wrapper, params=None):
         answer = self.answers[wrapper]
         if isinstance(answer, BaseException):
-            raise answer
+            # Raised afresh: an instance raised again keeps its traceback
+            # and grows it by the frames it passes, call after call.
+            raise answer.with_traceback(None)
         return answer
 
 
@@ -341,10 +349,14 @@ def rounds(cases):
     """{label: {version: [seconds per call per round]}}, rounds interleaved."""
     sizes = {(label, v): batch_size(f) for label, versions in cases for v, f in versions.items()}
     times = {label: {v: [] for v in versions} for label, versions in cases}
-    for _ in range(ROUNDS):
+    for r in range(ROUNDS):
         gc.collect()
         for label, versions in cases:
-            for v, f in versions.items():
+            # Each round starts each path with another version: the first
+            # one timed after another path may find colder caches.
+            order = list(versions.items())
+            order = order[r % len(order):] + order[:r % len(order)]
+            for v, f in order:
                 n = sizes[(label, v)]
                 times[label][v].append(timed(f, n) / n)
     return times
@@ -608,27 +620,101 @@ def normalisers_at(n, module, plain):
 
 
 def report(cases, times):
-    print("%-42s %9s %12s %9s %9s %7s %12s %8s %8s %6s" % (
+    print("%-42s %9s %12s %9s %9s %7s %7s %12s %8s %8s %6s" % (
         "path (us per call, median)", "module", "spread", "plain", "floor", "ratio",
-        "ratio range", "own mod", "own pl", "own"))
+        "paired", "ratio range", "own mod", "own pl", "own"))
     for label, _ in cases:
         t = {v: med(times[label][v]) * 1e6 for v in ("module", "plain", "floor")}
         own_m, own_p = t["module"] - t["floor"], t["plain"] - t["floor"]
         # plain / module within each round: both timed moments apart
         per_round = [p / m for p, m in zip(times[label]["plain"], times[label]["module"])]
-        print("%-42s %9.2f %12s %9.2f %9.2f %6.2fx %12s %8.2f %8.2f %5.2f" % (
+        print("%-42s %9.2f %12s %9.2f %9.2f %6.2fx %6.2fx %12s %8.2f %8.2f %5.2f" % (
             label, t["module"], spread(times[label]["module"]), t["plain"], t["floor"],
-            t["plain"] / t["module"], "%.2f-%.2fx" % (min(per_round), max(per_round)),
+            t["plain"] / t["module"], med(per_round),
+            "%.2f-%.2fx" % (min(per_round), max(per_round)),
             own_m, own_p, own_m / own_p if own_p > 0 else float("nan")))
 
 
+# ---------------------------------------------------------------------------
+# Instructions per call (--instructions): callgrind counts them, the same
+# for the same build and inputs whatever else the machine is doing.  One
+# valgrind process per version; each path's calls run inside one call of
+# the C function behind operator.call, and counting is switched on only
+# there (a profile is written as it returns).
+
+COUNTED = "_operator_call"
+
+
+def count_child(version):
+    import operator
+    for label, versions in all_cases():
+        f = versions[version]
+        for _ in range(3):
+            f()
+        n = batch_size(f)
+
+        def batch():
+            for _ in range(n):
+                f()
+        operator.call(batch)
+        print("%s\t%d" % (label, n), flush=True)
+
+
+def totals(path):
+    with open(path) as handle:
+        for line in handle:
+            if line.startswith(("totals:", "summary:")):
+                return int(line.split()[1])
+    raise ValueError("no totals in %s" % path)
+
+
+def count_instructions():
+    import subprocess
+    import tempfile
+    import operator
+    if not hasattr(operator, "call"):
+        sys.exit("--instructions needs Python 3.11 or later (operator.call)")
+    counts = {}
+    for version in ("module", "plain", "floor"):
+        with tempfile.TemporaryDirectory() as out:
+            run = subprocess.run(
+                ["valgrind", "--tool=callgrind", "--collect-atstart=no",
+                 "--toggle-collect=" + COUNTED, "--dump-after=" + COUNTED,
+                 "--callgrind-out-file=" + os.path.join(out, "cg.out"),
+                 sys.executable, os.path.abspath(__file__), "--count-child", version],
+                stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, check=True)
+            dumps = sorted((f for f in os.listdir(out) if f.startswith("cg.out.")),
+                           key=lambda f: int(f.rsplit(".", 1)[1]))
+            rows = [line.split("\t") for line in run.stdout.splitlines()]
+            if len(dumps) != len(rows):
+                sys.exit("%s: %d profiles for %d paths" % (version, len(dumps), len(rows)))
+            for (label, n), dump in zip(rows, dumps):
+                counts.setdefault(label, {})[version] = totals(os.path.join(out, dump)) / int(n)
+    print("%-42s %10s %10s %10s %7s %6s" % (
+        "path (instructions per call)", "module", "plain", "floor", "ratio", "own"))
+    for label, c in counts.items():
+        own_m, own_p = c["module"] - c["floor"], c["plain"] - c["floor"]
+        print("%-42s %10.0f %10.0f %10.0f %6.2fx %6s" % (
+            label, c["module"], c["plain"], c["floor"], c["plain"] / c["module"],
+            "%.2f" % (own_m / own_p) if own_m > 0 and own_p > 0 else "-"))
+
+
+def all_cases():
+    return operation_cases() + normaliser_cases()
+
+
 def main():
+    if "--count-child" in sys.argv:
+        return count_child(sys.argv[sys.argv.index("--count-child") + 1])
+    if "--instructions" in sys.argv:
+        return count_instructions()
     print("Python %s, %s, %d interleaved rounds, process CPU time" % (
         sys.version.split()[0], os.path.basename(raid_module.__file__), ROUNDS))
-    print("ratio = plain / module (medians); ratio range = lowest and highest round; "
-          "own = time above the floor; last column = own module / own plain")
+    print("ratio = plain / module (medians); paired = median of the rounds' own ratios; "
+          "ratio range = lowest and highest round; own = time above the floor; "
+          "last column = own module / own plain")
     print()
-    cases = operation_cases() + normaliser_cases()
+    cases = all_cases()
     report(cases, rounds(cases))
 
 
