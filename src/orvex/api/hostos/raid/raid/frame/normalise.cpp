@@ -145,22 +145,6 @@ Ref duplicate_key(PyObject* key, PyObject* value, PyObject* existing) {
   return nullptr;
 }
 
-// f(key, value) for every entry of an exact dict, both held while f runs
-// (f may change the dict); stops at f's first non-zero result.
-template <class F>
-int each_entry(PyObject* d, F&& f) {
-  Py_ssize_t pos = 0;
-  PyObject* k = nullptr;
-  PyObject* v = nullptr;
-  while (PyDict_Next(d, &pos, &k, &v)) {
-    Ref key = Ref::borrow(k);
-    Ref value = Ref::borrow(v);
-    const int r = f(key.get(), value.get());
-    if (r != 0) return r;
-  }
-  return 0;
-}
-
 int merge_flat(PyObject* raw, PyObject* res);
 
 int merge_flat_pair(PyObject* key, PyObject* value, PyObject* res) {
@@ -188,7 +172,7 @@ int merge_flat(PyObject* raw, PyObject* res) {
   const Depth depth(kWhile);
   if (!depth.ok()) return -1;
   if (PyDict_CheckExact(raw) && raw != res) {
-    return each_entry(raw, [&](PyObject* k, PyObject* v) { return merge_flat_pair(k, v, res); });
+    return kit::each_item(raw, [&](PyObject* k, PyObject* v) { return merge_flat_pair(k, v, res); });
   }
   if (PyList_Check(raw)) {
     // A snapshot: the walk may change what it walks.
@@ -351,17 +335,6 @@ int merge_layer(PyObject* raw, PyObject* res, PyObject* path, PyObject* flag) {
 }
 
 Ref merge_layers(PyObject* raw, PyObject* res, PyObject* structure) {
-  if (PyDict_CheckExact(structure)) {
-    const Py_ssize_t size = PyDict_Size(structure);
-    const int r = each_entry(structure, [&](PyObject* path, PyObject* flag) {
-      if (merge_layer(raw, res, path, flag) < 0) return -1;
-      if (PyDict_Size(structure) == size) return 0;
-      // as iterating its items() tells it
-      raise(PyExc_RuntimeError, "dictionary changed size during iteration");
-      return -1;
-    });
-    return r < 0 ? nullptr : Ref::borrow(res);
-  }
   const int r = kit::each_item(structure, [&](PyObject* path, PyObject* flag) {
     return merge_layer(raw, res, path, flag) < 0 ? -1 : 0;
   });
