@@ -172,7 +172,8 @@ int merge_flat(PyObject* raw, PyObject* res) {
   const Depth depth(kWhile);
   if (!depth.ok()) return -1;
   if (PyDict_CheckExact(raw) && raw != res) {
-    return kit::each_item(raw, [&](PyObject* k, PyObject* v) { return merge_flat_pair(k, v, res); });
+    return kit::each_item(raw,
+                          [&](PyObject* k, PyObject* v) { return merge_flat_pair(k, v, res); });
   }
   if (PyList_Check(raw)) {
     // A snapshot: the walk may change what it walks.
