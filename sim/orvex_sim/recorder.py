@@ -60,5 +60,10 @@ class RecordingHost:
     def wrappers(self):
         return [c.wrapper for c in self.calls]
 
+    def sent(self):
+        """The calls as (route, wrapper, params items in order)."""
+        return [(c.route, c.wrapper, None if c.params is None else list(c.params.items()))
+                for c in self.calls]
+
     def last(self):
         return self.calls[-1]

@@ -61,7 +61,7 @@ def test_set_operations_send_their_params(cc_rig, tool, call, wrapper, params, c
     raid, host, clock = cc_rig(tool)
     host.on(wrapper, parser("Set success"))
     assert call(raid) is True
-    assert [(c.route, c.wrapper, list(c.params.items())) for c in host.calls] == [
+    assert host.sent() == [
         ("self", wrapper, params)]
     # the clock comes from the default controller: no arguments at all
     assert clock == [((), {})] * clock_reads
@@ -102,7 +102,7 @@ def test_arcconf_repair_goes_through_host_and_returns_the_formatted_result(cc_ri
     raid.formatter.parser_exec_cmd_format = lambda r, t: seen.append((r, t)) or ("judged", t)
     assert raid.set_ctl_ccheck_repair(repair=repair, adapter_id="0") == ("judged", "arcconf")
     assert seen == [(raw, "arcconf")]
-    assert [(c.route, c.wrapper, list(c.params.items())) for c in host.calls] == [
+    assert host.sent() == [
         ("host", "ctl_set_ccrepair_arcconf", [("adapter_id", "0"), ("repair_state", sent)])]
 
 
@@ -123,5 +123,5 @@ def test_arcconf_state_comes_through_host_from_the_controller_information(cc_rig
         ("CC Operation Mode", "Enabled"), ("CC Execution Delay", "3 seconds"), ("CC Next Starttime", ""),
         ("CC Current State", ""), ("CC Number of iterations", ""), ("CC Number of VD completed", ""),
         ("CC Excluded VDs", ""), ("raw_data", info)]
-    assert [(c.route, c.wrapper, list(c.params.items())) for c in host.calls] == [
+    assert host.sent() == [
         ("host", "ctr_get_adpt_cfg_arcconf", [("adapter_id", "0")])]

@@ -52,7 +52,7 @@ def test_set_operations_send_their_params(rig, tool, call, wrapper, params):
     raid, host = rig(tool)
     host.on(wrapper, parser("Set success"))
     assert call(raid) is True
-    assert [(c.route, c.wrapper, list(c.params.items())) for c in host.calls] == [
+    assert host.sent() == [
         ("self", wrapper, params)]
 
 

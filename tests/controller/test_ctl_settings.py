@@ -8,10 +8,6 @@ from orvex.exception.orvex_exception import OrvexException
 from orvex_sim.recorder import parser
 
 
-def sent(host):
-    return [(c.route, c.wrapper, list(c.params.items())) for c in host.calls]
-
-
 # (tool, call, wrapper, route, params as sent): edited params and host routes
 SETTERS = [
     ("sorbctl", lambda r: r.set_jbod_state("on", adapter_id="0"), "set_controller_jbod_sorbctl",
@@ -49,7 +45,7 @@ def test_setters_send_edited_params(rig, tool, call, wrapper, route, params):
     raid, host = rig(tool)
     host.on(wrapper, parser("Set success"))
     assert call(raid) is True
-    assert sent(host) == [(route, wrapper, params)]
+    assert host.sent() == [(route, wrapper, params)]
 
 
 @pytest.mark.parametrize("oper", ["merge", "Delete"])
@@ -70,7 +66,7 @@ def test_jbod_arcconf_switches_mode_waits_and_reports_true(rig, sleeps, state, m
     host.on("ctr_set_ctrl_mode_arcconf",
             lambda params: sleeps_at_dispatch.append(len(sleeps)) or parser(answer))
     assert raid.set_jbod_state(state, adapter_id="0") is True
-    assert sent(host) == [("self", "ctr_set_ctrl_mode_arcconf", [("adapter_id", "0"),
+    assert host.sent() == [("self", "ctr_set_ctrl_mode_arcconf", [("adapter_id", "0"),
                                                                   ("mode", mode)])]
     assert sleeps_at_dispatch == [0] and sleeps == [10]  # the wait comes after the mode change
 
@@ -118,7 +114,7 @@ def test_queries(rig, op, tool, wrapper, route, parsed, expected):
             getattr(raid, op)()
     else:
         assert getattr(raid, op)(adapter_id="1") == expected
-        assert sent(host) == [(route, wrapper, [("adapter_id", "1")])]
+        assert host.sent() == [(route, wrapper, [("adapter_id", "1")])]
 
 
 # -- information --------------------------------------------------------------
@@ -130,7 +126,7 @@ def test_driver_info_sorbctl_asks_modinfo_for_its_driver(rig):
     result = raid.query_controller_driver_info()
     assert list(result.items()) == [("DriverName", "sorbdrv"), ("DriverVersion", "1.2.3.4")]
     assert raid.query_controller_driver_info() == {"DriverName": "sorbdrv", "DriverVersion": None}
-    assert sent(host)[0] == ("self", "modinfo", [("modname", "sorbdrv")])
+    assert host.sent()[0] == ("self", "modinfo", [("modname", "sorbdrv")])
 
 
 @pytest.mark.parametrize("tool, wrapper", [("sorbctl", "get_controller_config_sorbctl"),
@@ -142,7 +138,7 @@ def test_raid_config_is_the_parser_entry(rig, tool, wrapper):
     assert raid.query_raid_config(adp_id="1") is config
     with pytest.raises(KeyError):
         raid.query_raid_config()
-    assert sent(host) == [("self", wrapper, [("adp_id", "1")]), ("self", wrapper, [])]
+    assert host.sent() == [("self", wrapper, [("adp_id", "1")]), ("self", wrapper, [])]
 
 
 STORCLI_SHOW_ALL = {
@@ -183,7 +179,7 @@ def test_controller_status(rig, tool, wrapper, route, parsed):
                            for k, v in STORCLI_SHOW_ALL[name].items()},
                           **{"Physical Drives": 8, "Virtual Drives": 2}),
         "arcconf": ARCCONF_CFG["controller_information"], "sorbctl": SORBCTL_STATUS}[tool]
-    assert sent(host) == [(route, wrapper, [("adp_id", "0")])]
+    assert host.sent() == [(route, wrapper, [("adp_id", "0")])]
     if tool == "arcconf":
         host.on(wrapper, parser({"logical_device_information": []}))
         with pytest.raises(KeyError):

@@ -6,10 +6,6 @@ from orvex_sim.formats import Template
 from orvex_sim.recorder import parser
 
 
-def sent(host):
-    return [(c.route, c.wrapper, list(c.params.items())) for c in host.calls]
-
-
 # A small template, so that results can be compared whole.
 SMALL = Template({
     "storcli64": {"Status": "State", "Temperature": "Temperature", "SN": "Serial Number"},
@@ -47,7 +43,7 @@ def test_capacitance_record(rig, tool, wrapper, parsed, args, result):
     out = raid.get_capacitance_info(*args, adapter_id="0")
     assert out == result and list(out) == list(result)
     assert list(out["raw_data"]) == list(result["raw_data"])
-    assert sent(host) == [("self", wrapper, [("information", args[0]), ("adapter_id", "0")])]
+    assert host.sent() == [("self", wrapper, [("information", args[0]), ("adapter_id", "0")])]
 
 
 @pytest.mark.parametrize("information", ["brief", None])
@@ -91,7 +87,7 @@ def test_supercap_learn_sorbctl_fills_clock_and_cycle(rig, now, starttime, kwarg
     assert raid.set_supercap_learn(**kwargs) is True
     read = [("system_clock", [("formatter", '"+%Y-%m-%d,%H:%M:%S"')])]
     assert seen == (read if ("starttime", "NOW") in params else [])
-    assert sent(host) == [("self", "set_supercap_self_learn_sorbctl",
+    assert host.sent() == [("self", "set_supercap_self_learn_sorbctl",
                            [(k, starttime if v == "NOW" else v) for k, v in params])]
     assert raid.set_supercap_learn(**kwargs) is False  # an answer without "success"
 
@@ -123,7 +119,7 @@ def test_self_learn_record(rig, tool, wrapper, parsed, present, raw):
         ("Last_learn_status", "OK"), ("Last_learn_time", "2022-12-09 11:10:15"),
         ("Learn_cycle", "30day"), ("Next_learn_time", "2023-01-08 11:10:15"),
         ("Present", present), ("raw_data", raw)]
-    assert sent(host) == [("self", wrapper, [("adapter_id", "0")])]
+    assert host.sent() == [("self", wrapper, [("adapter_id", "0")])]
 
 
 @pytest.mark.parametrize("op, wrapper, message", [

@@ -10,10 +10,6 @@ ARC_LOG = "/var/log/Support/Firmware/Controller_1_Log.txt"
 SCRATCH = "/root/sorbctl_save"
 
 
-def sent(host):
-    return [(c.route, c.wrapper, list(c.params.items())) for c in host.calls]
-
-
 # -- logs -------------------------------------------------------------------
 
 def test_detail_log_export_then_read_back(rig):
@@ -21,15 +17,15 @@ def test_detail_log_export_then_read_back(rig):
     host.on("get_controller_log_sorbctl", parser("export log to %s and %s success" % (FLASH, RAM)))
     host.on("cat", parser(["f1", "f2"]), parser("r1\nr2"))
     assert raid.get_controller_detail_log(adapter_id="0") == ["f1", "f2", "r1", "r2"]
-    assert sent(host) == [("self", "get_controller_log_sorbctl", [("adapter_id", "0")]),
-                          ("self", "cat", [("adapter_id", "0"), ("file_path", FLASH)]),
-                          ("self", "cat", [("adapter_id", "0"), ("file_path", RAM)])]
+    assert host.sent() == [("self", "get_controller_log_sorbctl", [("adapter_id", "0")]),
+                           ("self", "cat", [("adapter_id", "0"), ("file_path", FLASH)]),
+                           ("self", "cat", [("adapter_id", "0"), ("file_path", RAM)])]
     raid, host = rig("arcconf")
     host.on("get_controller_log_arcconf", parser(["Command completed successfully."]))
     host.on("cat", parser(["a", "b"]))
     assert raid.get_controller_detail_log(adapter_id="2") == ["a", "b"]
-    assert sent(host) == [("self", "get_controller_log_arcconf", [("adapter_id", "2")]),
-                          ("self", "cat", [("adapter_id", "2"), ("file_path", ARC_LOG)])]
+    assert host.sent() == [("self", "get_controller_log_arcconf", [("adapter_id", "2")]),
+                           ("self", "cat", [("adapter_id", "2"), ("file_path", ARC_LOG)])]
 
 
 @pytest.mark.parametrize("tool, answer", [
@@ -65,7 +61,7 @@ def test_storcli64_passthru_maps_transfer_and_sends_did(rig, kind, code):
     raid.controller_command_passthru("64", "5", "cdb", data_transfer=kind, data_length=96,
                                      adapter_id="0")
     assert seen == [((), {"eid": "64", "sid": "5"})]
-    assert sent(host) == [("self", "send_ctr_storelibtest_passthru", head("64", "5", code) + [
+    assert host.sent() == [("self", "send_ctr_storelibtest_passthru", head("64", "5", code) + [
         ("data_length", 96), ("adapter_id", "0"), ("did", "23")])]
     assert type(host.calls[0].params["checkrc"]) is int
 
@@ -91,7 +87,7 @@ def test_passthru_notransfer_only_sends(rig, tool, answer, extra, expected, tran
     host.on("send_controller_pd_passthru_" + tool, parser(answer))
     assert raid.controller_command_passthru("0", "3", "cdb", data_transfer="notransfer",
                                             **extra) == expected
-    assert sent(host) == [("self", "send_controller_pd_passthru_" + tool,
+    assert host.sent() == [("self", "send_controller_pd_passthru_" + tool,
                            head(transfer=transfer) + list(extra.items()))]
 
 
@@ -102,7 +98,7 @@ def test_sorbctl_passthru_reads_little_endian_words_then_removes_scratch(rig):
     host.on("rm", parser(""))
     assert raid.controller_command_passthru("0", "3", "cdb", data_transfer="read") == (
         "send success", ["70", "00", "05", "00", "00", "0a", "12", "ff", "cd", "ab"])
-    assert sent(host) == [
+    assert host.sent() == [
         ("self", "send_controller_pd_passthru_sorbctl",
          head(transfer="read") + [("file_path", SCRATCH)]),
         ("self", "hexdump", [("param", "v"), ("file_path", SCRATCH)]),
@@ -139,4 +135,4 @@ def test_arcconf_passthru_reads_its_file_or_its_own_answer(rig, answer, file_pat
     extra = {} if file_path is None else {"file_path": file_path}
     assert raid.controller_command_passthru("0", "1", "cdb", data_transfer="read",
                                             **extra) == expected
-    assert sent(host)[1:] == after
+    assert host.sent()[1:] == after

@@ -7,10 +7,6 @@ from orvex_sim.recorder import parser
 NO_PHY = "输入的phy数目错误, 请重试"
 
 
-def sent(host):
-    return [(c.route, c.wrapper, list(c.params.items())) for c in host.calls]
-
-
 def enclosure(device_id, product, sas):
     return {"Information": {"Device ID": device_id, "Position": 1, "Status": "OK"},
             "Inquiry Data": {"Vendor Identification": "BROADCOM",
@@ -32,7 +28,7 @@ def test_storcli64_expander_cfg_keeps_only_expanders(rig):
         ("raw_data", {"Device ID": 65, "Vendor Identification": "BROADCOM",
                       "Product Identification": "Expander", "Product Revision Level": "0600",
                       "SAS address": "0x500e004aaaaaaa3e"})]]
-    assert sent(host) == [("self", "ctr_get_enclosure_storcli64", [("adapter_id", "0")])]
+    assert host.sent() == [("self", "ctr_get_enclosure_storcli64", [("adapter_id", "0")])]
     assert raid.get_expander_cfg() == []
 
 
@@ -56,8 +52,8 @@ def test_arcconf_expander_cfg_builds_one_record_per_expander(rig):
     assert result == [dict(first, raw_data=first), dict(second, raw_data=second)]
     assert list(result[0]) == ["expander_id", "product_id", "connector", "channel_device",
                                "raw_data"]
-    assert sent(host) == [("self", "ctr_get_expander_cfg_arcconf", [("adapter_id", "1")]),
-                          ("self", "ctr_get_cfg_arcconf", [("adapter_id", "1")])]
+    assert host.sent() == [("self", "ctr_get_expander_cfg_arcconf", [("adapter_id", "1")]),
+                           ("self", "ctr_get_cfg_arcconf", [("adapter_id", "1")])]
     (record,) = raid.get_expander_cfg()
     assert (record["channel_device"], record["connector"], record["expander_id"]) == (
         "3,4", "2", "")

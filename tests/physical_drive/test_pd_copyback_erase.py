@@ -98,5 +98,5 @@ def test_erase_start_and_stop_send_built_params(rig, tool, call, wrapper, params
     raid, host = rig(tool)
     host.on(wrapper, parser("Start Drive Erase Succeeded. success"))
     assert call(raid) is True
-    assert [(c.route, c.wrapper, list(c.params.items())) for c in host.calls] == [
+    assert host.sent() == [
         ("self", wrapper, params)]

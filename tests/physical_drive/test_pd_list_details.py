@@ -29,10 +29,6 @@ def ids(records):
     return [(r["eid"], r["sid"]) for r in records]
 
 
-def sent(host):
-    return [(c.route, c.wrapper, list(c.params.items())) for c in host.calls]
-
-
 # -- short list ---------------------------------------------------------------
 
 def test_list_arcconf_skips_enclosure_and_tags_device_key(rig):
@@ -46,7 +42,7 @@ def test_list_arcconf_skips_enclosure_and_tags_device_key(rig):
     }
     host.on("ctr_get_cfg_arcconf", parser({"physical_device_information": devices}))
     out = raid._get_physical_drive_list()
-    assert sent(host) == [("self", "ctr_get_cfg_arcconf", [])]
+    assert host.sent() == [("self", "ctr_get_cfg_arcconf", [])]
     assert ids(out) == [("0", "0"), ("0", "1")]
     assert [r["raw_data"]["eid:sid"] for r in out] == ["0,0", "0,1"]
     assert "eid:sid" not in devices["0,0"]  # the tool's record is copied, not changed
@@ -79,7 +75,7 @@ def test_one_storcli64_flattens_by_treatments_through_host(rig):
     answer = {"Drive /c0/e65/s0": [S64_ROW], "Drive /c0/e65/s0 - Detailed Information": S64_DETAIL}
     host.on("ctr_get_pd_cfg_storcli64", parser(answer))
     out = raid.get_one_physical_drive_info(eid="65", sid="0", adapter_id="0")
-    assert sent(host) == [("host", "ctr_get_pd_cfg_storcli64",
+    assert host.sent() == [("host", "ctr_get_pd_cfg_storcli64",
                            [("eid", "65"), ("sid", "0"), ("adapter_id", "0")])]
     assert type(out) is dict and list(out)[:20] == list(DETAIL) + ["raw_data"]
     assert {k: out[k] for k in DETAIL} == DETAIL
@@ -114,7 +110,7 @@ def test_all_storcli64_keeps_detailed_sections_with_their_summaries(rig):
     host.on("ctr_get_pd_cfg_storcli64", parser(answer),
             parser({"Drive /c0/e65/s0 - Detailed Information": S64_DETAIL}))
     out = raid.get_all_physical_drive_info(adapter_id="0", eid="1", sid="2")
-    assert sent(host) == [("host", "ctr_get_pd_cfg_storcli64",
+    assert host.sent() == [("host", "ctr_get_pd_cfg_storcli64",
                            [("adapter_id", "0"), ("eid", "all"), ("sid", "all")])]
     assert ids(out) == [("65", "0"), ("65", "1")]
     assert {k: out[0][k] for k in DETAIL} == DETAIL
@@ -157,7 +153,7 @@ def test_all_arcconf_leaves_out_enclosures(rig):
               "more": {"device_1": dict(d0, reported_channel_device_t_l="0,1(1:0)")}}
     host.on("ctr_get_pd_cfg_arcconf", parser({"physical_device_information": groups}))
     out = raid.get_all_physical_drive_info(adapter_id="1")
-    assert sent(host) == [("host", "ctr_get_pd_cfg_arcconf", [("adapter_id", "1")])]
+    assert host.sent() == [("host", "ctr_get_pd_cfg_arcconf", [("adapter_id", "1")])]
     assert ids(out) == [("0", "0"), ("0", "1")]
     assert [out[0][k] for k in ("slot", "status", "type", "size", "logical_sector_size",
                                 "physical_sector_size", "write_cache", "spin_status")] == [

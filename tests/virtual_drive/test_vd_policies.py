@@ -56,7 +56,7 @@ def test_setters_send_translated_params(rig, tool, name, kwargs, sent):
     wrapper = WRAPPERS[name, tool]
     result, host = run(rig, tool, wrapper, lambda r: getattr(r, name)(vid="0", **kwargs))
     assert result is True
-    assert [(c.route, c.wrapper, list(c.params.items())) for c in host.calls] == [
+    assert host.sent() == [
         ("self", wrapper, [("vid", "0")] + sent)]
 
 
