@@ -56,7 +56,11 @@ controller and `controllers` all of them.
 import datetime
 import importlib
 
-from orvex_sim.recorder import Dispatched
+import logging
+
+from orvex_sim.recorder import call_of
+from orvex_sim.simhost import reads
+from orvex_sim.simhost.reads import UndeclaredRead, UnexpectedParams  # noqa: F401
 from orvex_sim.simhost.common import HostCommands
 from orvex_sim.simhost.model import Controller, NotFound, Refused, default_drives, make_drive
 
@@ -76,6 +80,8 @@ VERSIONS = ("new", "old")
 DEFAULT_VERSION = {"storcli64": "new", "arcconf": "old", "sorbctl": "new"}
 START = datetime.datetime(2024, 5, 20, 9, 30, 0)
 CARD_KEYS = ("model", "pcie", "roc", "write_cache")
+# Every dispatch, at DEBUG: wrapper, params, and the answer or the error.
+LOG = logging.getLogger("orvex_sim")
 
 
 class SimulatedHost:
@@ -83,10 +89,12 @@ class SimulatedHost:
 
     `controllers`: descriptions as in a host file (None: one RAID controller
     with the eight default drives); `version`: "new" or "old" spellings of
-    the tool's output (by default the spellings the module reads)."""
+    the tool's output (by default the spellings the module reads); `strict`:
+    a wrapper given a key none of its handlers reads raises
+    `UnexpectedParams` (see `reads`)."""
 
     def __init__(self, tool="storcli64", step=1.0, start=START, controllers=None,
-                 version=None):
+                 version=None, strict=True):
         if tool not in TOOLS:
             raise ValueError("no simulated controller for tool %r (choose one of %s)"
                              % (tool, ", ".join(TOOLS)))
@@ -95,6 +103,7 @@ class SimulatedHost:
             raise ValueError("tool version %r is not one of %s" % (version, ", ".join(VERSIONS)))
         self.tool, self.version = tool, version
         self.step = float(step)
+        self.strict = bool(strict)
         self.clock = start
         self.calls = []
         self.files = {}
@@ -128,11 +137,11 @@ class SimulatedHost:
     @classmethod
     def from_file(cls, path, **options):
         """A host described in a YAML file (see the README): tool, version,
-        controllers with their mode, enclosure and drives."""
+        controllers with their mode, enclosure and drives, and `strict`."""
         import yaml
         with open(path) as stream:
             spec = yaml.safe_load(stream) or {}
-        unknown = set(spec) - {"tool", "version", "step", "controllers"}
+        unknown = set(spec) - {"tool", "version", "step", "controllers", "strict"}
         if unknown:
             raise ValueError("%s: unknown host settings: %s" % (path, ", ".join(sorted(unknown))))
         spec.update(options)
@@ -148,15 +157,35 @@ class SimulatedHost:
         return self.tool
 
     def dispatch(self, route, wrapper, params=None):
-        self.calls.append(Dispatched(route, wrapper, None if params is None else dict(params)))
-        p = dict(params or {})
+        call = call_of(route, wrapper, params)
+        self.calls.append(call)
+        try:
+            call.answer = self._answer(wrapper, params)
+        except BaseException as error:
+            call.error = error
+            LOG.debug("%s %s -> %s", wrapper, call.params, call.outcome)
+            raise
+        LOG.debug("%s %s -> %s", wrapper, call.params, call.outcome)
+        return call.answer
+
+    def _answer(self, wrapper, params):
         if wrapper in self._common.WRAPPERS:
-            view = self._common
+            kind, views = "common", self._common
         elif wrapper in self._view_class.WRAPPERS:
-            view = self._view_class(self, self._controller_of(wrapper, p))
+            kind, views = self.tool, self._view_class
         else:
             raise UnknownWrapper("the simulated %s host has no wrapper named %r"
                                  % (self.tool, wrapper))
+        p = dict(params or {})
+        if self.strict:
+            keys = reads.keys_of(kind, wrapper)
+            if keys is None:
+                raise reads.UndeclaredRead("orvex_sim/simhost/reads.py has no entry for %r"
+                                           % wrapper)
+            if reads.unexpected(p, keys):
+                raise UnexpectedParams(self.tool, wrapper, reads.unexpected(p, keys), keys)
+            p = reads.TrackedParams(wrapper, p, keys)
+        view = views if kind == "common" else views(self, self._controller_of(wrapper, p))
         self.advance(self.step)
         fault = self.faults.get(wrapper)
         if fault and fault[0] == "raise":
