@@ -195,7 +195,7 @@ READS: Dict[str, Dict[str, str]] = {
         "ctl_set_cc_parallelcount_arcconf": "pd_count",
         "ctr_create_vd_arcconf":
             "raid_level drives name size strip_size pd_per_array legs ssdiobypass init",
-        "delete_vd_arcconf": "vid",
+        "delete_vd_arcconf": "vid oper",
         "set_vd_wcache_arcconf": "vid policy wrcache rdcache",
         "set_vd_boot_arcconf": "vid state",
         "vd_set_expand_size_arcconf": "vid size",
@@ -250,7 +250,7 @@ READS: Dict[str, Dict[str, str]] = {
         "get_controller_vd_pdarray_sorbctl": "vid",
         "create_controller_vd_sorbctl":
             "raid_level drives name size strip_size pd_per_array ssdiobypass init",
-        "delete_controller_vd_sorbctl": "vid",
+        "delete_controller_vd_sorbctl": "vid oper",
         "set_controller_vd_pdcache_sorbctl": "vid state",
         "set_controller_vd_wcache_sorbctl": "vid policy",
         "set_controller_vd_rcache_sorbctl": "vid policy",
