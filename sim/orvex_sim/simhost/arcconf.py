@@ -119,6 +119,10 @@ class Arcconf(ToolView):
             if vd.task(kind):
                 task = (kind, vd.task(kind))
                 break
+        for d in vd.drives if task is None else ():     # a member's rebuild
+            if d.task("rebuild"):
+                task = ("rebuild", d.task("rebuild"))
+                break
         out = {
             "logical_device_number": str(vd.vid), "logical_device_name": vd.name or
             "LogicalDrv %d" % vd.vid, "disk_name": vd.os_name, "block_size_of_member_drives":
