@@ -196,3 +196,36 @@ def test_snapshot_and_tables_are_plain(lab):
 def test_printed_sizes_read_as_the_tool_means_them(text, tool, wanted):
     assert parse_size(text, tool) == int(round(wanted))
     assert parse_size("Unknown", tool) is None
+
+
+def _seen(e, tool):
+    """The tasks each tool lets the inventory see: arcconf reports one task
+    per logical device and has no sanitize or patrol read queries."""
+    drive_tasks = [(TaskKind.ERASE, (e, "3"))]
+    if tool == "arcconf":
+        return drive_tasks + [(TaskKind.INITIALIZATION, "0")]
+    return drive_tasks + [(TaskKind.SANITIZE, (e, "5")), (TaskKind.INITIALIZATION, "0"),
+                          (TaskKind.CONSISTENCY_CHECK, "0")] + [
+        (TaskKind.PATROL_READ, (e, s)) for s in ("0", "1", "2")]
+
+
+@pytest.mark.parametrize("tool", ["storcli64", "arcconf", "sorbctl"])
+def test_running_tasks_of_drives_and_virtual_drives(lab, tool):
+    host, inv = lab(tool)
+    e = eid_of(tool)
+    assert inv.raid.create_virtual_drive(raid_level="5", drives=["%s:%d" % (e, s) for s in range(3)],
+                                         pd_per_array="")
+    card = host.controller(0)
+    vd = card.vds[0]
+    vd.initialised = True               # a check may run beside the background initialisation
+    card.vd_task(vd, "cc")
+    card.drive_task(card.drive(e, "3"), "erase", mode="normal")
+    card.drive_task(card.drive(e, "5"), "sanitize", mode="cryptoerase")
+    card.patrol("start")
+    host.advance(12)
+    card.control(card.drive(e, "3"), "erase", "pause")
+    tasks = inv.tasks()
+    assert [(t.kind, t.target) for t in tasks] == _seen(e, tool)
+    assert [t.state for t in tasks] == [TaskState.PAUSED] + [TaskState.RUNNING] * (len(tasks) - 1)
+    assert all(t.adapter_id == "0" and 5 <= t.progress_percent <= 20 for t in tasks), tasks
+    assert inv.tasks("1") == []

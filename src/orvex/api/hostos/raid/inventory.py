@@ -264,9 +264,10 @@ READ_CACHES: Dict[str, ReadCache] = {
 # A task's status word; a task whose status is not here (or is idle) is not running.
 TASK_STATES: Dict[str, TaskState] = {
     "In progress": TaskState.RUNNING, "In Progress": TaskState.RUNNING,
-    "Running": TaskState.RUNNING, "Active": TaskState.RUNNING, "Paused": TaskState.PAUSED,
+    "Running": TaskState.RUNNING, "Active": TaskState.RUNNING, "run": TaskState.RUNNING,
+    "Paused": TaskState.PAUSED, "pause": TaskState.PAUSED,
 }
-IDLE = ("Not in progress", "Not Running", "Stopped", "None", "", "-", "Not Applicable",
+IDLE = ("Not in progress", "Not Running", "Stopped", "stop", "None", "", "-", "Not Applicable",
         "Completed")
 
 # storcli64 "Active Operations" and sorbctl "Operation" words, and arcconf's
@@ -696,6 +697,8 @@ def _known_task(table: Mapping[str, Tuple[TaskKind, Optional[str]]],
 def _add(out: List[Task], adapter: str, kind: TaskKind, target: Union[Tuple[str, str], str],
          answer: Any, progress_key: str, status_key: str) -> None:
     """Adds the task an answer reports, unless it reports none running."""
+    if isinstance(answer, list) and len(answer) == 1:      # a status table of one row
+        answer = answer[0]
     if not isinstance(answer, Mapping):
         _warn("%s status" % kind.value, answer)
         return
