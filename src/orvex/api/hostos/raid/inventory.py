@@ -211,21 +211,19 @@ DRIVE_STATES: Dict[str, Dict[str, DriveState]] = {
         "Onln": DriveState.ONLINE, "Offln": DriveState.OFFLINE, "Rbld": DriveState.REBUILDING,
         "UGood": DriveState.UNCONFIGURED_GOOD, "UBad": DriveState.UNCONFIGURED_BAD,
         "GHS": DriveState.HOTSPARE, "DHS": DriveState.HOTSPARE, "JBOD": DriveState.JBOD,
-        "Cpybck": DriveState.COPYBACK, "Msng": DriveState.MISSING, "F": DriveState.FAILED,
+        "Cpybck": DriveState.COPYBACK, "Msng": DriveState.MISSING,
     },
     "arcconf": {
         "Online": DriveState.ONLINE, "Offline": DriveState.OFFLINE,
         "Failed": DriveState.FAILED, "Rebuilding": DriveState.REBUILDING,
         "Ready": DriveState.UNCONFIGURED_GOOD, "Hot Spare": DriveState.HOTSPARE,
         "Raw (Pass Through)": DriveState.JBOD, "Copyback": DriveState.COPYBACK,
-        "Missing": DriveState.MISSING,
     },
     "sorbctl": {
         "Online": DriveState.ONLINE, "Offline": DriveState.OFFLINE,
         "Failed": DriveState.FAILED, "Rebuild": DriveState.REBUILDING,
         "Free": DriveState.UNCONFIGURED_GOOD, "HotSpare": DriveState.HOTSPARE,
         "Jbod": DriveState.JBOD, "Copyback": DriveState.COPYBACK,
-        "Missing": DriveState.MISSING,
     },
 }
 DRIVE_STATE_KEY = {"storcli64": "State", "arcconf": "state", "sorbctl": "Status"}
@@ -239,13 +237,11 @@ VD_STATES: Dict[str, Dict[str, VirtualDriveState]] = {
     },
     "arcconf": {
         "Optimal": VirtualDriveState.OPTIMAL, "Degraded": VirtualDriveState.DEGRADED,
-        "Failed": VirtualDriveState.OFFLINE, "Offline": VirtualDriveState.OFFLINE,
-        "Rebuilding": VirtualDriveState.REBUILDING,
+        "Failed": VirtualDriveState.OFFLINE,
     },
     "sorbctl": {
         "Normal": VirtualDriveState.OPTIMAL, "Degraded": VirtualDriveState.DEGRADED,
-        "Failed": VirtualDriveState.OFFLINE, "Rebuilding": VirtualDriveState.REBUILDING,
-        "Initializing": VirtualDriveState.INITIALIZING,
+        "Failed": VirtualDriveState.OFFLINE,
     },
 }
 
