@@ -46,7 +46,7 @@ def lab(tmp_path):
 
     def make(tool, version="new"):
         spec = {"tool": tool, "version": version, "controllers": [
-            {"mode": "raid", "enclosure": 252, "drives": [
+            {"mode": "raid", "enclosure": 252, "model": "Lab RAID 9000", "drives": [
                 {"slot": s, "interface": i, "media": m, "size": z} for s, i, m, z in CARD]},
             {"mode": "hba", "enclosure": 252, "drives": [
                 {"slot": s, "interface": i, "media": m, "size": z} for s, i, m, z in HBA]}]}
@@ -81,7 +81,9 @@ def test_every_drive_and_virtual_drive_comes_back_as_the_file_describes(lab, too
         controllers, drives, vds = inv.controllers(), inv.drives(), inv.virtual_drives()
 
     assert [(c.adapter_id, c.mode) for c in controllers] == [("0", "raid"), ("1", "hba")]
-    assert all(c.firmware and c.serial and isinstance(c.temperature_c, int) for c in controllers)
+    assert controllers[0].model == "Lab RAID 9000" and controllers[1].model
+    assert controllers[0].serial != controllers[1].serial      # each asked with its adapter
+    assert all(c.firmware and isinstance(c.temperature_c, int) for c in controllers)
     described = [("0", s, i, m, z) for s, i, m, z in CARD] + [("1", s, i, m, z) for s, i, m, z in HBA]
     assert [(d.adapter_id, d.eid, d.sid, d.interface, d.media) for d in drives] == [
         (a, e, str(s), i, m) for a, s, i, m, _ in described]
