@@ -159,6 +159,8 @@ else:
     raise AssertionError("no refusal")
 assert r._merge_output({"a": 1, "b": {"c": 2}}) == {"a": 1, "c": 2}
 assert str(inspect.signature(raid.Raid.set_ctl_mode)) == "(self, /, mode, **kwargs)"
+from orvex.api.hostos.raid import inventory   # the typed view beside it, on the same interpreter
+assert inventory.parse_size("1.091 TiB [0x8bba0cb0 Sectors]", "storcli64") == 1199567185904
 print(raid.__file__)
 """
 
