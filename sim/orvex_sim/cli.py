@@ -144,14 +144,12 @@ RUNNING = ("in progress", "running", "run", "active", "paused")
 
 
 def show(raid: Any, out: TextIO, err: TextIO) -> int:
-    notes: List[str] = []
     inventory = _inventory()
-    if inventory is None:
-        sections = _through_operations(raid, notes)
-    else:
-        sections = [(title.replace("_", " "), rows, None)
-                    for title, rows in inventory(raid).snapshot().items()]
-    for title, rows, columns in sections:
+    if inventory is not None:
+        out.write(inventory(raid).table().rstrip("\n") + "\n")
+        return 0
+    notes: List[str] = []
+    for title, rows, columns in _through_operations(raid, notes):
         out.write("\n".join(table(title, rows, columns)) + "\n\n")
     for note in notes:
         err.write(note + "\n")
@@ -210,15 +208,8 @@ def _running(query: Callable[..., Any], vid: str, adapter: str) -> Rows:
             and str(r.get("Status", "")).lower() in RUNNING]
 
 
-def table(title: str, rows: Sequence[Dict[str, Any]],
-          columns: Optional[Sequence[str]] = None) -> List[str]:
-    """`rows` under `title` as a text table of `columns` (by default every
-    key of the rows but their raw answers, in the order first met)."""
-    if columns is None:
-        seen: Dict[str, None] = {}
-        for row in rows:
-            seen.update((k, None) for k in row if k not in ("raw", "raw_data"))
-        columns = list(seen)
+def table(title: str, rows: Sequence[Dict[str, Any]], columns: Sequence[str]) -> List[str]:
+    """`rows` under `title` as a text table of `columns`."""
     lines = ["%s (%d)" % (title, len(rows))]
     if not rows:
         return lines
@@ -234,4 +225,4 @@ def _cell(value: Any) -> str:
         return ""
     if isinstance(value, (dict, list, tuple)):
         return json.dumps(value, ensure_ascii=False, default=str)
-    return str(getattr(value, "value", value)).strip()
+    return str(value).strip()

@@ -101,21 +101,11 @@ def test_show_tables_through_the_operations(monkeypatch):
                               "directory\n")
 
 
-def test_show_renders_the_inventorys_snapshot_when_there_is_one(monkeypatch):
-    class Inventory:
-        def __init__(self, raid):
-            self.raid = raid
+def test_show_prints_the_inventorys_tables():
+    from orvex.api.hostos.raid.inventory import Inventory
 
-        def snapshot(self):
-            return {"controllers": [{"adapter_id": "0", "state": "optimal", "raw": {"a": 1}},
-                                    {"adapter_id": "1", "members": ["252:0"], "raw": {}}],
-                    "virtual_drives": []}
-
-    monkeypatch.setattr(cli, "_inventory", lambda: Inventory)
-    out = io.StringIO()
-    assert cli.show(object(), out, io.StringIO()) == 0
-    assert out.getvalue() == ("controllers (2)\n"
-                              "adapter_id  state    members\n"
-                              "0           optimal\n"
-                              '1                    ["252:0"]\n\n'
-                              "virtual drives (0)\n\n")
+    status, out, err = run("--host", LAB, "show")
+    with orvex_sim.use(SimulatedHost.from_file(LAB)):
+        raid = raid_module.Raid()
+    assert (status, out, err) == (0, Inventory(raid).table().rstrip("\n") + "\n", "")
+    assert out.startswith("Controllers\n")
