@@ -36,7 +36,11 @@ drive that does not exist, deleting a missing virtual drive, ...); a refused
 request changes nothing.  A query naming something that does not exist, or
 a controller that is gone, raises `CommandFailed`, as the framework does
 for a tool that exits with an error.  A name that is not a wrapper of the
-tool raises `UnknownWrapper` naming it.
+tool raises `UnknownWrapper` naming it.  The host is strict unless built
+with `strict=False`: a key that none of a wrapper's handlers reads raises
+`UnexpectedParams` before anything happens (`reads.py` holds each wrapper's
+keys).  Every dispatch is logged to the logger "orvex_sim" at DEBUG with its
+params and the tool's answer or the error raised.
 
 Time: background tasks (initialisation, background initialisation,
 consistency check, rebuild, copyback, erase, sanitize, patrol read,
@@ -49,7 +53,8 @@ Test helpers: `fail_drive(eid, sid)` pulls a drive (a hot spare takes over
 and rebuilds when one fits and auto rebuild is on), `add_foreign_config(sid)`
 marks a drive as carrying a foreign configuration, `drive_errors`,
 `fail_wrapper`, `raise_wrapper` and `remove_controller` inject faults,
-`calls` lists every dispatch as (route, wrapper, params copy), `files` is
+`calls` lists every dispatch as (route, wrapper, params copy), with its
+`answer`, `error` and `outcome` (either as text) as attributes, `files` is
 the host's small file system (logs, pass-through data), `model` the first
 controller and `controllers` all of them.
 """
