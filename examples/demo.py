@@ -7,9 +7,11 @@ watch them, make a hot spare, fail a member and watch the rebuild, delete
 the virtual drives.  Functions a tool lacks show as that tool's refusal;
 a request the controller refuses shows as False.  Then a lab host from
 `lab_host.yaml` (a RAID card and an HBA in IT mode): its two controllers and
-their drives, a mirror of NVMe drives, and the faults a script meets.  Last,
-the lab host on each tool through the inventory: the same tables of
-controllers, drives, virtual drives and tasks whatever the tool.
+their drives, a mirror of NVMe drives, why the HBA answers False (the host's
+answer, kept in `host.calls`), a misspelt key stopped by the strict host, and
+the faults a script meets.  Last, the lab host on each tool through the
+inventory: the same tables of controllers, drives, virtual drives and tasks
+whatever the tool.  Only public operations of Raid are used.
 """
 import os
 import sys
@@ -18,7 +20,7 @@ import orvex_sim
 from orvex.api.hostos.raid.inventory import Inventory, format_tables
 from orvex.api.hostos.raid.raid import Raid
 from orvex.exception.orvex_exception import OrvexException
-from orvex_sim.simhost import CommandFailed, SimulatedHost
+from orvex_sim.simhost import CommandFailed, SimulatedHost, UnexpectedParams
 
 import demo_replay
 
@@ -103,7 +105,7 @@ def run(tool):
         raid_level="1", drives=drives(3), pd_per_array=""), False)
     log.expect("create RAID 1 mixing HDD %s and SSD" % drives(3), raid.create_virtual_drive(
         raid_level="1", drives=drives(3, 5), pd_per_array=""), False)
-    table(log, raid._get_virtual_drive_list(),
+    table(log, raid.get_all_virtual_drive_info(),
           [("VD", "vd"), ("LEVEL", "raid_level"), ("STATUS", "status"), ("SIZE", "size"),
            ("WRITE", "write_cache"), ("READ", "read_cache")])
     for vid in ("0", "1"):
@@ -158,7 +160,7 @@ def run(tool):
     log("  pulling member %s:1 of VD 1 ..." % e)
     host.fail_drive(e, "1")
     log("  VD 1 %s; drive %s:1 %s; drive %s:3 %s" % (
-        raid._get_virtual_drive_list()[1]["status"], e,
+        raid.get_one_virtual_drive_info(vid="1")["status"], e,
         raid.get_one_physical_drive_info(eid=e, sid="1")["status"], e,
         raid.get_one_physical_drive_info(eid=e, sid="3")["status"]))
     for _ in range(4):
@@ -167,7 +169,7 @@ def run(tool):
             e, rb["status"] or "no rebuild task", pct(rb["progress"]),
             rb["estimated_time_left"] or "-"))
         host.advance(30)
-    log("  VD 1 %s, members %s" % (raid._get_virtual_drive_list()[1]["status"], ", ".join(
+    log("  VD 1 %s, members %s" % (raid.get_one_virtual_drive_info(vid="1")["status"], ", ".join(
         "%(eid)s:%(sid)s" % m for m in raid.get_virtual_drive_member_drives(vid="1"))))
     log.attempt("rebuild control on %s:3" % e,
                 lambda: raid.set_disk_rebuild(eid=e, sid="3", oper="stop"))
@@ -178,7 +180,7 @@ def run(tool):
     log.expect("delete VD 0 again", raid.delete_virtual_drive(vid="0"), False)
     log.attempt("controller work mode 3", lambda: raid.set_ctl_mode("3"))
     log.attempt("kick-drive policy", lambda: raid.get_kickdrive_status())
-    log("  virtual drives left: %d" % len(raid._get_virtual_drive_list()))
+    log("  virtual drives left: %d" % len(raid.get_all_virtual_drive_info()))
     return log
 
 
@@ -201,8 +203,9 @@ def run_lab(path=os.path.join(os.path.dirname(os.path.abspath(__file__)), "lab_h
         raid_level="1", drives=["252:4", "252:5"], name="nvme", pd_per_array=""))
     log.expect("RAID 1 on the HBA", raid.create_virtual_drive(
         raid_level="1", drives=[" :0", " :1"], pd_per_array="", adapter_id="1"), False)
-    log.attempt("drive list of the HBA (its answer has no PD LIST)",
-                lambda: raid._get_physical_drive_list(adapter_id="1"))
+    log("  why: %s" % host.calls[-1].outcome)
+    log.attempt("delete VD 0 with the key misspelt (adaptor_id)", lambda: _raises(
+        lambda: raid.delete_virtual_drive(vid="0", adaptor_id="0")))
 
     log.step("faults")
     host.drive_errors("252", "2", media=12, predictive=1)
@@ -216,9 +219,9 @@ def run_lab(path=os.path.join(os.path.dirname(os.path.abspath(__file__)), "lab_h
     host.clear_faults()
     log.expect("hot spare 252:3 once it works again", raid.set_pd_hotspare_drive(
         "252", "3", "add"))
-    host.raise_wrapper("ctr_get_all_cfg_storcli64")
+    host.raise_wrapper("ctr_get_vd_cfg_storcli64")
     log.attempt("virtual drives while the tool cannot run", lambda: _raises(
-        raid._get_virtual_drive_list))
+        raid.get_all_virtual_drive_info))
     host.clear_faults()
     host.remove_controller(1)
     log.expect("controllers after the HBA dropped off", raid.query_controller_number(), "1")
@@ -245,8 +248,8 @@ def run_inventory(tool, path=os.path.join(os.path.dirname(os.path.abspath(__file
 def _raises(call):
     try:
         call()
-    except CommandFailed as error:
-        return "CommandFailed: %s" % error
+    except (CommandFailed, UnexpectedParams) as error:
+        return "%s: %s" % (type(error).__name__, error)
     return "no error"
 
 

@@ -37,7 +37,7 @@ def script(raid):
     return [
         raid.get_controller_status_raid()["firmware_version"],
         raid.create_virtual_drive(raid_level="1", drives=drives, name="mirror", pd_per_array=""),
-        [(v["vd"], v["raid_level"], v["status"]) for v in raid._get_virtual_drive_list()],
+        [(v["vd"], v["raid_level"], v["status"]) for v in raid.get_all_virtual_drive_info()],
         raid.get_one_physical_drive_info(eid="252", sid="4")["status"],
         raid.delete_virtual_drive(vid="0"),
     ]
@@ -60,7 +60,7 @@ def show():
         log("record", "%d wrapper calls (%d self, %d host) into run.json, %d bytes" % (
             len(calls), routes.count("self"), routes.count("host"), os.path.getsize(path)))
 
-        replay = ReplayHost(path, strict=True)
+        replay = ReplayHost(path)         # the calls in recorded order
         with orvex_sim.use(replay):
             raid = Raid()
         replayed = script(raid)

@@ -16,27 +16,29 @@ ORVEX_RAID_HOST, else for the tool named by ORVEX_RAID_TOOL (storcli64 when
 unset), and keeps it for later `Raid` objects.  A `Raid` object talks to the backend that was active when it was
 built.
 """
+from __future__ import annotations
+
 import os
+from typing import Any, Optional
 
 from orvex_sim.recorder import RecordingHost, parser  # noqa: F401
 
-_active = None
+_active: Optional[Any] = None
 
 
 class _Using:
-    def __init__(self, previous):
+    def __init__(self, previous: Optional[Any]) -> None:
         self._previous = previous
 
-    def __enter__(self):
+    def __enter__(self) -> Any:
         return current()
 
-    def __exit__(self, *exc):
+    def __exit__(self, *exc: object) -> None:
         global _active
         _active = self._previous
-        return False
 
 
-def use(backend):
+def use(backend: Any) -> _Using:
     """Make `backend` the host that new Raid objects talk to."""
     global _active
     previous = _active
@@ -44,11 +46,11 @@ def use(backend):
     return _Using(previous)
 
 
-def default_tool():
+def default_tool() -> str:
     return os.environ.get("ORVEX_RAID_TOOL", "storcli64")
 
 
-def current():
+def current() -> Any:
     global _active
     if _active is None:
         try:

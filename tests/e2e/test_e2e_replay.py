@@ -1,4 +1,7 @@
 """A script recorded on one host and replayed, unchanged, without it."""
+import sys
+import zipfile
+
 import pytest
 
 import orvex_sim
@@ -35,47 +38,86 @@ def test_a_recorded_run_replays_with_the_same_results_and_calls(tool, tmp_path):
     with record(raid, str(tmp_path / "run.json")):
         recorded = script(raid, e)
     assert not any("dispatch" in vars(t) for t in (raid, raid.host, raid.dispatcher))
-    replay = ReplayHost(str(tmp_path / "run.json"), strict=True)
+    replay = ReplayHost(str(tmp_path / "run.json"))
     with orvex_sim.use(replay):
         assert script(raid_module.Raid(), e) == recorded
     assert replay.calls == live.calls and {c.route for c in live.calls} == {"self", "host"}
 
 
-FAILURES = [
-    ("a wrapper never recorded", lambda r: r.dispatch("w_other", {"vid": "1"}), MissingCall,
-     "the recording holds 0 calls of 'w_other'; none left for params {'vid': '1'}"),
-    ("one call too many", lambda r: r.dispatch("w_data", {"eid": "252"}), MissingCall,
-     "the recording holds 1 call of 'w_data'; none left for params {'eid': '252'}"),
-    ("other params when strict", lambda r: r.host.dispatch("w_fail", {"sid": 3}), ReplayError,
-     "'w_fail' was recorded on route 'host' with params None, called on 'host' with {'sid': 3}"),
-    ("a recorded framework error", lambda r: r.host.dispatch("w_fail"), OrvexException,
-     "no such drive"),
-    ("a recorded error of a class not loaded", lambda r: r.dispatch("w_boom", None),
-     RecordedError, "<locals>.Boom: disk gone"),
-    ("an answer JSON cannot hold", lambda r: r.dispatcher.dispatch("w_obj", None), ReplayError,
-     "cannot answer 'w_obj': a builtins.object value was recorded only as <object object at"),
-]
-
-
-@pytest.mark.parametrize("why, call, kind, message", FAILURES, ids=[f[0] for f in FAILURES])
-def test_replay_refuses_what_the_recording_lacks(why, call, kind, message, tmp_path):
+def recorded(tmp_path):
+    """A recording of five calls: an answer JSON holds, one it cannot, and
+    errors of an importable class, of a local class and of a class whose
+    module is imported again on replay."""
     class Boom(Exception):
         pass
 
     answer = ({"parser": {1: ("a", b"\x00")}, "$ref": [None]}, 0)
-    host = RecordingHost().on("w_data", answer).on("w_fail", OrvexException("no such drive"))
-    host.on("w_boom", Boom("disk gone")).on("w_obj", [object()])
+    host = RecordingHost().on("w_data", answer).on("w_obj", [object()])
+    host.on("w_fail", OrvexException("no such drive")).on("w_boom", Boom("disk gone"))
+    host.on("w_zip", zipfile.BadZipFile("not a zip"))
     with orvex_sim.use(host):
         raid = raid_module.Raid()
     with record(raid, str(tmp_path / "run.json")):
         assert raid.dispatch("w_data", {"eid": "252"}) is answer
         raid.dispatcher.dispatch("w_obj", None)
-        for target, wrapper in ((raid.host, "w_fail"), (raid, "w_boom")):
-            with pytest.raises((OrvexException, Boom)):
+        for target, wrapper in ((raid.host, "w_fail"), (raid, "w_boom"), (raid, "w_zip")):
+            with pytest.raises(Exception):
                 target.dispatch(wrapper, None)
-    with orvex_sim.use(ReplayHost(str(tmp_path / "run.json"), strict=True)):
+    return str(tmp_path / "run.json"), answer
+
+
+def test_replay_answers_in_order_and_raises_what_was_raised(tmp_path, monkeypatch):
+    path, answer = recorded(tmp_path)
+    monkeypatch.delitem(sys.modules, "zipfile")
+    with orvex_sim.use(ReplayHost(path)):
         raid = raid_module.Raid()
     assert raid.dispatch("w_data", {"eid": "252"}) == answer
-    with pytest.raises(kind) as caught:
-        call(raid)
-    assert message in str(caught.value)
+    with pytest.raises(ReplayError, match="^cannot answer 'w_obj': a builtins.object value "
+                                          "was recorded only as <object object at"):
+        raid.dispatcher.dispatch("w_obj", None)
+    with pytest.raises(OrvexException) as framework:
+        raid.host.dispatch("w_fail", None)
+    with pytest.raises(RecordedError) as local:
+        raid.dispatch("w_boom", None)
+    with pytest.raises(Exception) as reimported:
+        raid.dispatch("w_zip", None)
+    assert (type(framework.value), str(framework.value)) == (OrvexException, "no such drive")
+    assert type(local.value).__name__ == "Boom" and type(local.value) is not RecordedError
+    assert str(local.value).endswith("<locals>.Boom: disk gone")
+    assert type(reimported.value) is sys.modules["zipfile"].BadZipFile
+    assert reimported.value.args == ("not a zip",)
+    with pytest.raises(MissingCall) as more:
+        raid.dispatch("w_data", {"eid": "252"})
+    assert str(more.value) == ("the recording holds 5 calls, all answered; none left for "
+                               "'w_data' on route 'self' with params {'eid': '252'}")
+
+
+OTHER_CALLS = [
+    ("other params", lambda r: r.dispatch("w_data", {"eid": "253"}),
+     "'w_data' on route 'self' with params {'eid': '253'}"),
+    ("another route", lambda r: r.host.dispatch("w_data", {"eid": "252"}),
+     "'w_data' on route 'host' with params {'eid': '252'}"),
+    ("another wrapper", lambda r: r.dispatch("w_zip", {"eid": "252"}),
+     "'w_zip' on route 'self' with params {'eid': '252'}"),
+]
+
+
+@pytest.mark.parametrize("why, call, called", OTHER_CALLS, ids=[c[0] for c in OTHER_CALLS])
+def test_a_call_other_than_the_recorded_one(why, call, called, tmp_path):
+    path, answer = recorded(tmp_path)
+    with orvex_sim.use(ReplayHost(path)):
+        strict = raid_module.Raid()
+    with pytest.raises(ReplayError) as caught:
+        call(strict)
+    assert str(caught.value) == ("call 1 differs from the recording: recorded 'w_data' on "
+                                 "route 'self' with params {'eid': '252'}, called " + called)
+    with orvex_sim.use(ReplayHost(path, strict=False)):
+        lenient = raid_module.Raid()
+    if why == "another wrapper":
+        with pytest.raises(zipfile.BadZipFile):
+            call(lenient)
+        with pytest.raises(MissingCall, match=r"^the recording holds 1 call of 'w_zip'; "
+                                              r"none left for params \{'eid': '252'\}$"):
+            call(lenient)
+    else:
+        assert call(lenient) == answer
