@@ -45,7 +45,7 @@ def stub_params(fn):
     """[(name, kind, default)] of a stub function, without self."""
     a = fn.args
     out = []
-    pos = a.posonlyargs + a.args
+    pos = getattr(a, "posonlyargs", []) + a.args  # no posonlyargs before 3.8
     defaults = [None] * (len(pos) - len(a.defaults)) + list(a.defaults)
     for arg, d in zip(pos, defaults):
         out.append((arg.arg, "POSITIONAL_OR_KEYWORD",
