@@ -16,10 +16,11 @@ import sys
 def main(argv: list[str]) -> int:
     arch, args = argv[0], argv[1:]
     platform.machine = lambda: arch
-    from auditwheel.main import main as auditwheel_main
+    from auditwheel.main import main as auditwheel_main  # type: ignore[import-untyped]
 
     sys.argv = ["auditwheel"] + args
-    return int(auditwheel_main() or 0)
+    status: object = auditwheel_main()
+    return int(status) if isinstance(status, int) else 0
 
 
 if __name__ == "__main__":
