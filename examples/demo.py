@@ -7,12 +7,15 @@ watch them, make a hot spare, fail a member and watch the rebuild, delete
 the virtual drives.  Functions a tool lacks show as that tool's refusal;
 a request the controller refuses shows as False.  Then a lab host from
 `lab_host.yaml` (a RAID card and an HBA in IT mode): its two controllers and
-their drives, a mirror of NVMe drives, and the faults a script meets.
+their drives, a mirror of NVMe drives, and the faults a script meets.  Last,
+the lab host on each tool through the inventory: the same tables of
+controllers, drives, virtual drives and tasks whatever the tool.
 """
 import os
 import sys
 
 import orvex_sim
+from orvex.api.hostos.raid.inventory import Inventory, format_tables
 from orvex.api.hostos.raid.raid import Raid
 from orvex.exception.orvex_exception import OrvexException
 from orvex_sim.simhost import CommandFailed, SimulatedHost
@@ -224,6 +227,21 @@ def run_lab(path=os.path.join(os.path.dirname(os.path.abspath(__file__)), "lab_h
     return log
 
 
+def run_inventory(tool, path=os.path.join(os.path.dirname(os.path.abspath(__file__)),
+                                          "lab_host.yaml")):
+    """The lab host on `tool`: a mirror whose member fails onto a hot spare,
+    seen through the inventory, the same table whatever the tool."""
+    host = SimulatedHost.from_file(path, tool=tool)
+    orvex_sim.use(host)
+    raid = Raid()
+    e = host.model.drives[0].eid
+    raid.create_virtual_drive(raid_level="1", drives=["%s:0" % e, "%s:1" % e], pd_per_array="")
+    host.model.make_spare(host.model.drive(e, "2"))
+    host.fail_drive(e, "0")
+    host.advance(30)
+    print(format_tables(Inventory(raid)))
+
+
 def _raises(call):
     try:
         call()
@@ -244,6 +262,9 @@ def main():
     checks += log.checks
     failures += log.failures
     failures += demo_replay.show()
+    for tool in TOOLS:
+        print("\n######## inventory of the lab host, %s ########\n" % tool)
+        run_inventory(tool)
 
     print("\n%d checks, %d failed" % (checks, failures))
     return 1 if failures else 0

@@ -53,7 +53,7 @@ class Arcconf(ToolView):
             "vendor_id": "0x9005", "device_id": "0x028F", "subsystem_vendor_id": "0x9005",
             "subsystem_device_id": "0x1380", "pci_domain": "0", "pci_bus": "94",
             "pci_device": "0", "pci_function": "0", "pcie_link_width": "x8",
-            "pcie_link_speed": "8000 MB/s", "controller_serial_number": "8A4820B4A3C",
+            "pcie_link_speed": "8000 MB/s", "controller_serial_number": "8A4820B4A3%X" % (0xC + m.index),
             "controller_sas_address": "50000D1E002F4C80", "firmware": m.fw_version,
             "driver": "Linux 2.1.20-035", "psoc_part_number": "N/A", "psoc_firmware": "N/A",
             "temperature": "48 C/ 118 F (Normal)", "installed_memory": "4096 MB",
@@ -118,6 +118,10 @@ class Arcconf(ToolView):
         for kind in ("init", "bgi", "cc", "expand", "migrate", "vd_erase"):
             if vd.task(kind):
                 task = (kind, vd.task(kind))
+                break
+        for d in vd.drives if task is None else ():     # a member's rebuild
+            if d.task("rebuild"):
+                task = ("rebuild", d.task("rebuild"))
                 break
         out = {
             "logical_device_number": str(vd.vid), "logical_device_name": vd.name or

@@ -101,9 +101,13 @@ class Task:
 
 class Drive:
     def __init__(self, eid, sid, did, interface, media, size_gb, model, serial, fw,
-                 link_gbps, sas_address, physical_sector=4096):
+                 link_gbps, sas_address, physical_sector=4096, size_bytes=None):
         self.eid, self.sid, self.did = str(eid), str(sid), did
         self.interface, self.media, self.size_gb = interface, media, float(size_gb)
+        # The capacity the drive reports, in bytes (whole logical sectors);
+        # size_gb is the same in binary gigabytes, as the arrays count it.
+        self.size_bytes = int(size_bytes if size_bytes is not None
+                              else float(size_gb) * 1024 ** 3) // 512 * 512
         self.model, self.serial, self.fw = model, serial, fw
         self.link_gbps = link_gbps
         self.sas_address = sas_address
@@ -129,6 +133,11 @@ class Drive:
     @property
     def label(self):
         return "drive " + self.address
+
+    @property
+    def sectors(self):
+        """Logical sectors of the drive, as the tools count them."""
+        return self.size_bytes // self.logical_sector
 
     def task(self, kind):
         return self.tasks.get(kind)
@@ -950,12 +959,14 @@ def make_drive(tool, enclosure, slot, interface="SAS", media="HDD", size="1.2TB"
     if (interface, media) not in DRIVE_KINDS:
         raise ValueError("no %s %s drives (choose one of %s)" % (interface, media, ", ".join(
             "%s %s" % k for k in DRIVE_KINDS)))
+    size_bytes = None
     if size_gb is None:         # decimal units: 1.2TB is 1.2e12 bytes
         text = str(size).upper().replace(" ", "")
         power = {"TB": 4, "GB": 3, "MB": 2}.get(text[-2:])
         if power is None:
             raise ValueError("drive size %r is not in TB, GB or MB" % (size,))
-        size_gb = float(text[:-2]) * 1000 ** power / 1024.0 ** 3
+        size_bytes = int(round(float(text[:-2]) * 1000 ** power))
+        size_gb = size_bytes / 1024.0 ** 3
     slot = int(slot)
     eid = {"arcconf": "0"}.get(tool, "" if enclosure is None else str(enclosure))
     return Drive(eid, slot, did if did is not None else slot if tool == "arcconf" else 10 + slot,
@@ -964,7 +975,7 @@ def make_drive(tool, enclosure, slot, interface="SAS", media="HDD", size="1.2TB"
                  firmware or DRIVE_KINDS[interface, media][1], LINK_GBPS[interface],
                  "0x5000c500%08x" % (0xA1B2C300 + slot + adapter * 0x100)
                  if interface != "NVMe" else "0x0",
-                 physical_sector=512 if media == "SSD" else 4096)
+                 physical_sector=512 if media == "SSD" else 4096, size_bytes=size_bytes)
 
 
 def default_drives(tool):

@@ -39,7 +39,8 @@ class Sorbctl(ToolView):
         return {"EnclosureId": d.eid, "SlotId": d.sid, "DeviceId": str(d.did),
                 "Interface": d.interface, "MediaType": d.media,
                 "Type": "Member" if d.vd is not None else TYPE.get(d.state, "Free"),
-                "Status": STATE[d.state], "Capacity": gib(d.size_gb), "Model": d.model}
+                "Status": STATE[d.state], "Capacity": gib(d.size_bytes / 1024.0 ** 3),
+                "Model": d.model}
 
     def _vd(self, vd):
         return {"ArrayID": str(vd.array), "ID": str(vd.vid), "Status": VD_STATE[vd.state],
@@ -86,7 +87,7 @@ class Sorbctl(ToolView):
         info = self._vd(vd)
         init = vd.task("init")
         info.update({"OsDriveName": "" if vd.hidden else vd.os_name, "WWN": vd.wwn,
-                     "Operation": ", ".join(sorted(vd.tasks)) or "None"})
+                     "Operation": ", ".join(TASKS[k] for k in sorted(vd.tasks)) or "None"})
         info.update(self._status(init, "Init"))
         if not init:
             info["InitStatus"] = "Completed" if vd.initialised else "Not Running"

@@ -56,6 +56,18 @@ class Storcli64(ToolView):
         unit = "iB" if self.host.version == "new" else "B"
         return "%.3f T%s" % (gb / 1024.0, unit) if gb >= 1024 else "%.3f G%s" % (gb, unit)
 
+    def _drive_size(self, d):
+        """The newer tool prints an NVMe drive's size in decimal units
+        ("800.00GB"); every other size is binary, named "GiB"/"TiB" by the
+        newer tool and "GB"/"TB" by the older one ("1.091 TB")."""
+        if d.interface == "NVMe" and self.host.version == "new":
+            gb = d.size_bytes / 1e9
+            return "%.2fTB" % (gb / 1000.0) if gb >= 1000 else "%.2fGB" % gb
+        return self._size(d.size_gb)
+
+    def _raw_size(self, d):
+        return "%s [0x%x Sectors]" % (self._drive_size(d), d.sectors)
+
     def _path(self, d):
         return "%s/e%s/s%s" % (self.c, d.eid, d.sid) if d.eid else "%s/s%s" % (self.c, d.sid)
 
@@ -65,7 +77,7 @@ class Storcli64(ToolView):
         else:
             state = STATE[d.state]
         return {"EID:Slt": "%s:%s" % (d.eid or " ", d.sid), "DID": d.did, "State": state,
-                "DG": d.vd.array if d.vd else "-", "Size": self._size(d.size_gb),
+                "DG": d.vd.array if d.vd else "-", "Size": self._drive_size(d),
                 "Intf": d.interface, "Med": d.media, "SED": "N", "PI": "N",
                 "SeSz": "%dB" % d.logical_sector, "Model": d.model,
                 "Sp": "U" if d.phy_enabled else "D", "Type": "-"}
@@ -84,7 +96,7 @@ class Storcli64(ToolView):
                 "PDs for VD %d" % vd.vid: [self._pd_row(d) for d in vd.drives],
                 "VD%d Properties" % vd.vid: {
                     "Strip Size": "%d KB" % vd.strip_kb,
-                    "Number of Blocks": int(vd.size_gb * 1024 * 1024 * 2),
+                    "Number of Blocks": int(vd.size_gb * 1024 * 1024 * 2), "Sector Size": "512 B",
                     "VD has Emulated PD": "Yes" if vd.emulation == "force" else "No",
                     "Span Depth": vd.spans,
                     "Number of Drives Per Span": len(vd.drives) // vd.spans,
@@ -119,7 +131,7 @@ class Storcli64(ToolView):
                         else "SEAGATE").ljust(8),
                     "Model Number": d.model, "NAND Vendor": "NA",
                     "WWN": d.sas_address[2:].upper(), "Firmware Revision": d.fw.ljust(8),
-                    "Raw size": self._size(d.size_gb), "Coerced size": self._size(d.size_gb),
+                    "Raw size": self._raw_size(d), "Coerced size": self._raw_size(d),
                     "Device Speed": "%sGb/s" % d.link_gbps, "Link Speed": "%sGb/s" % d.link_gbps,
                     "NCQ setting": "Enabled" if d.interface == "SATA" else "N/A",
                     "Write Cache" if self.host.version == "new" else "Write cache": cache,
