@@ -3,6 +3,7 @@ import inspect
 import os
 import pathlib
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -352,13 +353,18 @@ def test_declared_dict_result(rig, value, error):
 # -- declarations are checked: when compiled, and when the class is built --
 
 FRAME = pathlib.Path(__file__).resolve().parents[1] / "src/orvex/api/hostos/raid/raid/frame"
-GXX = ["g++", "-std=c++17", "-DPy_LIMITED_API=0x03070000", "-I", str(FRAME),
-       "-I", sysconfig.get_paths()["include"]]
+# The compiler for this interpreter's architecture, and the command that
+# starts this interpreter in a child process: ./dev names the cross compiler
+# and the emulator for the aarch64 run.
+CXX = shlex.split(os.environ.get("RAID_CXX", "g++"))
+PYTHON = shlex.split(os.environ.get("RAID_PYTHON", "")) or [sys.executable]
+GXX = CXX + ["-std=c++17", "-DPy_LIMITED_API=0x03070000", "-I", str(FRAME),
+             "-I", sysconfig.get_paths()["include"]]
 
 
 def compiler(args, tmp):
-    if shutil.which("g++") is None:
-        pytest.skip("no g++")
+    if shutil.which(CXX[0]) is None:
+        pytest.skip("no %s" % CXX[0])
     env = {k: v for k, v in os.environ.items() if k != "LD_PRELOAD"}  # sanitizer runtimes
     return subprocess.run(GXX + args, capture_output=True, text=True, env=env, cwd=tmp)
 
@@ -421,6 +427,6 @@ def test_bad_declaration_fails_the_import_naming_the_operation(bad_module, row):
             "except SystemError as e:\n    print(e)\n")
     env = dict(os.environ, RAID_BAD_ROW=row, PYTHONPATH=str(pathlib.Path(orvex_sim.__file__).parents[1]))
     env.pop("LD_PRELOAD", None)
-    run = subprocess.run([sys.executable, "-c", code, str(bad_module / "raid.abi3.so")],
+    run = subprocess.run(PYTHON + ["-c", code, str(bad_module / "raid.abi3.so")],
                          capture_output=True, text=True, env=env)
     assert run.stdout.strip() == BAD_ROWS[row][1], run.stderr
