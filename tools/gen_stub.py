@@ -1,14 +1,20 @@
-"""Writes the type stub of the Raid class from the installed module.
+"""Writes the type stub of the Raid class and the reference of its
+operations from the installed module.
 
     RAID_SITE=build/<dir>-site python3 tools/gen_stub.py [--check]
 
 Everything comes from the operations' declarations as the module exposes
 them: the signature from `inspect.signature` (the text signature made from
-the declared parameters), parameter types from each operation's
-`parameters` ((name, kind, default, type), ...) and the result type from its
-`returns`.  The Chinese documentation is copied into the stub so that
-editors show it on hover.  With --check the stub is compared with the file
-instead of written.
+the declared parameters), parameter types and the documented extra keywords
+from each operation's `parameters` ((name, kind, default, type), ...; kind
+"extra" for the extras), whether those extras are all it takes from
+`extras_complete`, the result type from `returns`, and what each tool does
+from `variants` ((tool, form, wrappers, messages, route, calls, notes), ...).
+The stub shows the extras as keyword-only parameters and keeps `**kwargs`
+only where the extras are not complete; the Chinese documentation is copied
+into it so that editors show it on hover.  docs/operations.md holds, per
+operation, its parameters, result type, summary and each tool's wrappers or
+refusal.  With --check both are compared with the files instead of written.
 """
 import inspect
 import os
@@ -18,6 +24,8 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 STUB = ROOT / "src" / "orvex" / "api" / "hostos" / "raid" / "raid.pyi"
+REFERENCE = ROOT / "docs" / "operations.md"
+TOOLS = ("storcli64", "arcconf", "sorbctl")
 
 TYPES = {
     "str": "str",
@@ -63,19 +71,34 @@ def render_param(p, types):
     return text
 
 
+def extras(declaration):
+    """[(name, type)] of the documented extra keywords."""
+    return [(name, ptype) for name, kind, _, ptype in declaration.parameters if kind == "extra"]
+
+
 def render_signature(name, func, declaration):
     sig = inspect.signature(func)
     types = {pname: ptype for pname, _, _, ptype in declaration.parameters}
     out = []
     star = False
+    catch_all = None
     for i, p in enumerate(sig.parameters.values()):
         if i == 0:
             out.append("self")
+            continue
+        if p.kind is p.VAR_KEYWORD:
+            catch_all = p
             continue
         if p.kind is p.KEYWORD_ONLY and not star:
             out.append("*")
             star = True
         out.append(render_param(p, types))
+    documented = extras(declaration)
+    if documented and not star:
+        out.append("*")
+    out.extend("%s: %s = ..." % (ename, annotation(etype)) for ename, etype in documented)
+    if catch_all is not None and not declaration.extras_complete:
+        out.append(render_param(catch_all, types))
     result = "None" if name == "__init__" else annotation(declaration.returns)
     return "def %s(%s) -> %s:" % (name, ", ".join(out), result)
 
@@ -119,6 +142,102 @@ def render(cls):
     return "\n".join(out) + "\n"
 
 
+def cell(text):
+    return text.replace("|", "\\|").replace("\n", " ")
+
+
+def quoted(texts):
+    return "<br>".join('"%s"' % cell(t) for t in texts)
+
+
+def code(names):
+    return ", ".join("`%s`" % n for n in names)
+
+
+FORMS = {
+    "checked": "checked action",
+    "action": "action",
+    "query": "query",
+    "custom": "computed",
+    "same_as": "answer of another operation",
+    "refusal": "refusal",
+}
+
+
+def variant_row(variant):
+    tool, form, wrappers, messages, route, calls, notes = variant
+    done = code(wrappers)
+    if route != "self" and wrappers:
+        done += " via `%s`" % route
+    if calls:
+        done += ("; " if done else "") + "calls " + code(calls)
+    remarks = []
+    for extra, verb, detail in notes:
+        remarks.append("%s `%s`%s" % (verb, extra, ": " + detail if detail else ""))
+    return "| %s | %s | %s | %s | %s |" % (
+        tool, FORMS[form], done or "-", quoted(messages) or "-", cell("; ".join(remarks)) or "-")
+
+
+def render_parameters(func, declaration):
+    types = {pname: ptype for pname, _, _, ptype in declaration.parameters}
+    declared = []
+    rest = ""
+    for i, p in enumerate(inspect.signature(func).parameters.values()):
+        if i == 0:
+            continue
+        if p.kind is p.VAR_KEYWORD:
+            rest = ("other keywords: passed on (the stub rejects them)" if declaration.extras_complete
+                    else "other keywords: passed on")
+            continue
+        text = "`%s`" % render_param(p, types)
+        if p.kind is p.KEYWORD_ONLY:
+            text += " (keyword-only)"
+        declared.append(text)
+    parts = ["declared: " + (", ".join(declared) or "none")]
+    documented = extras(declaration)
+    if documented:
+        parts.append("extras (into `params` only when passed): " + ", ".join(
+            "`%s: %s`" % (n, annotation(t)) for n, t in documented))
+    parts.append(rest or "no other keywords")
+    return "; ".join(parts)
+
+
+def render_reference(cls):
+    out = [
+        "# Operations of `Raid`",
+        "",
+        "Generated by `tools/gen_stub.py` from the built module (the operations' rows):",
+        "do not edit by hand.  Per operation: its parameters (declared, then the extra",
+        "keywords it documents, which reach the wrapper in `params` after the declared",
+        "ones), its result type, the first line of its documentation, and per tool the",
+        "variant form, the wrappers it dispatches (in order; a computed variant's choice",
+        "among them depends on the call), the messages it raises (`{}` is filled with",
+        "the caller's value) and how it treats `adapter_id` / `adp_id` where that",
+        "differs from the rule: every extra goes to every wrapper as given.",
+    ]
+    for name in operations(cls):
+        if name == "__init__":
+            continue
+        func = getattr(cls, name)
+        declaration = vars(cls)[name]
+        summary = (inspect.getdoc(func) or "").splitlines()[0]
+        result = annotation(declaration.returns)
+        out += ["", "## `%s`" % name, "", summary, "",
+                "- Parameters: " + render_parameters(func, declaration),
+                "- Returns: `%s`" % result]
+        variants = declaration.variants
+        if not variants:
+            out.append("- No tool variants: the object's own operation.")
+            continue
+        missing = [t for t in TOOLS if t not in {v[0] for v in variants}]
+        if missing:
+            out.append("- No variant for %s: the framework's decorator decides." % code(missing))
+        out += ["", "| tool | form | dispatches | raises | adapter_id / adp_id |",
+                "|---|---|---|---|---|"]
+        out += [variant_row(v) for v in variants]
+    return "\n".join(out) + "\n"
+
+
 def load():
     site = os.environ.get("RAID_SITE")
     if site:
@@ -129,14 +248,18 @@ def load():
 
 
 def main(argv):
-    text = render(load())
+    cls = load()
+    outputs = [(STUB, render(cls)), (REFERENCE, render_reference(cls))]
     if "--check" in argv:
-        if STUB.read_text(encoding="utf-8") != text:
-            print("%s is out of date: run tools/gen_stub.py" % STUB, file=sys.stderr)
-            return 1
-        return 0
-    STUB.write_text(text, encoding="utf-8")
-    print("wrote %s" % STUB)
+        stale = [path for path, text in outputs
+                 if not path.is_file() or path.read_text(encoding="utf-8") != text]
+        for path in stale:
+            print("%s is out of date: run tools/gen_stub.py" % path, file=sys.stderr)
+        return 1 if stale else 0
+    for path, text in outputs:
+        path.parent.mkdir(exist_ok=True)
+        path.write_text(text, encoding="utf-8")
+        print("wrote %s" % path)
     return 0
 
 
