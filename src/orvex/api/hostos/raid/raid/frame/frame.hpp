@@ -14,6 +14,7 @@
 //
 //   ops.push_back(Op("set_ctl_mode")
 //                     .params({arg("mode"), kwargs()})
+//                     .extras({kAdapterId})
 //                     .doc("设置控制卡工作模式 ...")
 //                     .variants({action(Tool::arcconf, "ctr_set_ctrl_mode_arcconf"),
 //                                refuse(Tool::sorbctl, "7460卡sorbctl工具没有 ..."),
