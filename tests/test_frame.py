@@ -389,9 +389,16 @@ BAD_ROWS = {
                 "Raid.bad: a required parameter after one with a default: b"),
     "literal": ('{arg("a").or_("eug")}', "Raid.bad: unknown default literal eug"),
     "word": ('{kwargs()}', "Raid.bad: a word its row lacks: gone"),
+    # extras arrive only through a catch-all, under names of their own
+    "extra": ('{arg("mode")}).extras({kAdapterId}', "Raid.bad: an extra without a catch-all: adapter_id"),
+    "extra_twice": ('{arg("adapter_id"), kwargs()}).extras({kAdapterId}',
+                    "Raid.bad: duplicate parameter adapter_id"),
+    "note": ('{kwargs()}).extras({kAdapterId}', "Raid.bad: a note on an undeclared extra: adp_id"),
 }
-# A prep reading the word "gone", which its row does not give.
-BAD_VARIANT = {"word": 'refuse(Tool::arcconf, "x").prep([](const Call&) { return 0; }, kWords)'}
+# A prep reading the word "gone", which its row does not give; a note on an
+# extra the row does not declare.
+BAD_VARIANT = {"word": 'refuse(Tool::arcconf, "x").prep([](const Call&) { return 0; }, kWords)',
+               "note": 'refuse(Tool::arcconf, "x").reads("adp_id")'}
 
 
 @pytest.fixture(scope="module")

@@ -674,6 +674,18 @@ CASES = {
 }
 
 
+def listed_wrappers(name, tool, callers=()):
+    """The wrappers docs/operations.md gives for the operation under the
+    tool (its `variants`), with those of the operations it calls."""
+    out = set()
+    for v_tool, _, wrappers, _, _, calls, _ in vars(raid_module.Raid)[name].variants:
+        if v_tool == tool:
+            out.update(wrappers)
+            for other in set(calls) - set(callers):
+                out |= listed_wrappers(other, tool, callers + (name,))
+    return out
+
+
 def operations():
     return sorted(n for n in vars(raid_module.Raid) if n not in NOT_OPERATIONS
                   and not n.startswith("__"))
@@ -693,11 +705,19 @@ def test_operation_on_simulated_host(name, tool, sleeps):
         with pytest.raises(OrvexException) as refused:
             case.call(w)
         assert str(refused.value) == REFUSALS[name, tool]
+        # docs/operations.md lists the message (a tool without a variant
+        # gets the framework's)
+        variants = [v for v in vars(raid_module.Raid)[name].variants if v[0] == tool]
+        listed = [re.escape(m).replace(r"\{\}", ".*") for v in variants for m in v[3]]
+        assert not variants or any(re.fullmatch(m, REFUSALS[name, tool]) for m in listed), listed
         assert w.host.calls == [], "a refusal dispatched %s" % w.host.wrappers
         return
     if case.setup:
         case.setup(w)
+    before = len(w.host.calls)
     result = case.call(w)
+    unlisted = set(w.host.wrappers[before:]) - listed_wrappers(name, tool)
+    assert not unlisted, "%s under %s dispatched %s, not in its variants" % (name, tool, unlisted)
     assert case.shape(result, w) is not False, "%s under %s gave %r" % (name, tool, result)
     if case.after:
         assert case.after(w), "%s under %s: the change does not show" % (name, tool)

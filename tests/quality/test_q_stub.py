@@ -1,12 +1,15 @@
-"""The user's view of Raid: type stub, declarations, documentation and
-signatures agree.
+"""The user's view of Raid: type stub, reference of operations,
+declarations, documentation and signatures agree.
 
-For every operation enumerated from the class: the stub is the one the
-declarations make and declares the parameters `inspect.signature` shows;
-the declared result type is the one the documentation promises; every
-declared parameter is documented; `help(Raid)` shows the Chinese
-documentation.  The stub and py.typed are installed beside the module and
-shipped in the wheel.
+For every operation enumerated from the class: the stub and
+docs/operations.md are the ones the declarations make; the stub declares
+the parameters `inspect.signature` shows, then the documented extras as
+keyword-only parameters, and keeps `**kwargs` only where those extras are
+not all the operation takes, so mypy rejects a misspelt keyword the run
+time passes on; the declared result type is the one the documentation
+promises; every declared parameter and extra is documented; `help(Raid)`
+shows the Chinese documentation.  The stub and py.typed are installed
+beside the module and shipped in the wheel.
 """
 import ast
 import importlib.util
@@ -15,12 +18,15 @@ import os
 import pathlib
 import pydoc
 import re
+import subprocess
+import sys
 import zipfile
 
 import pytest
 
 from orvex.api.hostos.raid import raid as raid_module
 from orvex.api.hostos.raid.raid import Raid
+from orvex_sim.recorder import parser
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 STUB = ROOT / "src" / "orvex" / "api" / "hostos" / "raid" / "raid.pyi"
@@ -71,8 +77,109 @@ def test_every_operation_has_a_stub_and_nothing_else_does():
 
 
 @pytest.mark.parametrize("name", OPERATIONS)
-def test_stub_parameters_match_the_signature(name):
-    assert stub_params(STUB_FUNCS[name]) == real_params(name)
+def test_stub_parameters_are_the_signature_then_the_extras(name):
+    declaration = vars(Raid)[name]
+    real = real_params(name)
+    extras = [(n, "KEYWORD_ONLY", Ellipsis) for n, kind, _, _ in declaration.parameters
+              if kind == "extra"]
+    catch_all = [p for p in real if p[1] == "VAR_KEYWORD" and not declaration.extras_complete]
+    assert stub_params(STUB_FUNCS[name]) == \
+        [p for p in real if p[1] != "VAR_KEYWORD"] + extras + catch_all
+
+
+# A script's calls, checked by mypy against the installed stub: its error,
+# or None.  get_controller_status_raid takes adp_id, not adapter_id;
+# migrate_raid documents only some of its keywords.
+MYPY_CASES = [
+    ('raid.delete_virtual_drive(vid="0", adaptor_id="1")',
+     'Unexpected keyword argument "adaptor_id" for "delete_virtual_drive" of "Raid"; '
+     'did you mean "adapter_id"?'),
+    ('raid.delete_virtual_drive(vid="0", adapter_id="1")', None),
+    ('raid.get_controller_status_raid(adapter_id="0")',
+     'Unexpected keyword argument "adapter_id" for "get_controller_status_raid" of "Raid"'),
+    ('raid.get_controller_status_raid(adp_id="0")', None),
+    ('raid.set_disk_state(eid="252", sid="0", state="online", force="yes")',
+     'Argument "force" to "set_disk_state" of "Raid" has incompatible type "str"; '
+     'expected "bool"'),
+    ('raid.stop_pd_erase(eid="252", sid="0", adapter_id="0")',
+     'Unexpected keyword argument "adapter_id" for "stop_pd_erase" of "Raid"'),
+    ('raid.migrate_raid(vid="0", raid_level="5", legs="2")', None),
+]
+
+
+@pytest.fixture(scope="module")
+def mypy_errors(tmp_path_factory):
+    """{line: message} of one mypy run over a script of every case, one a line."""
+    tmp = tmp_path_factory.mktemp("mypy")
+    head = ["from orvex.api.hostos.raid.raid import Raid", "raid = Raid()"]
+    (tmp / "script.py").write_text("\n".join(head + [c for c, _ in MYPY_CASES]) + "\n")
+    # The framework's stand-in; the stub is found beside the installed module.
+    path = [str(ROOT / "sim")] + ([os.environ["RAID_SITE"]] if os.environ.get("RAID_SITE") else [])
+    env = dict(os.environ, MYPYPATH=os.pathsep.join(path))
+    env.pop("LD_PRELOAD", None)
+    run = subprocess.run([sys.executable, "-m", "mypy", "--follow-imports=silent",
+                          "--no-error-summary", "--cache-dir", str(tmp / "cache"), "script.py"],
+                         capture_output=True, text=True, env=env, cwd=tmp)
+    errors = {}
+    for line in run.stdout.splitlines():
+        if ": note: " in line:
+            continue
+        m = re.match(r"script\.py:(\d+): error: (.*?)(?:  \[[\w-]+\])?$", line)
+        assert m, run.stdout + run.stderr
+        errors[int(m.group(1)) - len(head)] = m.group(2)
+    return errors
+
+
+@pytest.mark.parametrize("index", range(len(MYPY_CASES)), ids=[c for c, _ in MYPY_CASES])
+def test_mypy_rejects_a_keyword_the_operation_does_not_take(mypy_errors, index):
+    assert mypy_errors.get(index + 1) == MYPY_CASES[index][1]
+
+
+# What the reference of operations reads from a row: (tool, form, wrappers
+# in dispatch order, messages, route, operations called, notes on extras).
+@pytest.mark.parametrize("name, index, expected", [
+    ("set_ctl_mode", 0, ("arcconf", "action", ("ctr_set_ctrl_mode_arcconf",), (), "self", (), ())),
+    ("set_ctl_mode", 2, ("storcli64", "refusal", (), ("LSI卡storcli64工具没有 设置控制卡工作模式 功能",),
+                         "self", (), ())),
+    ("set_controller_foreign_config", 1, (
+        "sorbctl", "checked", ("clear_controller_fncfg_sorbctl", "import_controller_fncfg_sorbctl"),
+        ("7460卡sorbctl工具不支持[{}]操作",), "host", (), ())),
+    ("set_virtual_drive_cc", 2, (
+        "sorbctl", "checked", ("start_controller_vd_ccheck_sorbctl", "stop_controller_vd_ccheck_sorbctl"),
+        ("7460卡sorbctl工具没有 设置逻辑磁盘一致性校验功能操作 功能",), "self", (), ())),
+    ("pd_set_bootdrive", 0, ("storcli64", "checked", ("ctr_set_device_order_by_firmware",
+                                                      "pd_set_bootdrive_storcli64"), (), "self", (), ())),
+    ("get_supercap_self_learn_info", 1, ("sorbctl", "query", ("get_supercap_self_learn_sorbctl",),
+                                         ("查询超级电容自学习信息失败，请检查回显报错信息",), "self", (), ())),
+    ("get_all_virtual_drive_info", 1, ("arcconf", "same_as", (), (), "self",
+                                       ("_get_virtual_drive_list",), ())),
+    ("get_one_physical_drive_info", 1, (
+        "arcconf", "custom", (), ("Physical drive not found. eid: [{}], sid: [{}]",), "self",
+        ("get_all_physical_drive_info",), (("adapter_id", "ignores", "总是在第一个控制器的硬盘中查找"),))),
+    ("controller_command_passthru", 1, ("sorbctl", "custom", (
+        "send_controller_pd_passthru_sorbctl", "hexdump", "rm"), (), "self", (), ())),
+    ("query_raid_config", 2, ("arcconf", "query", ("ctr_get_adpt_cfg_arcconf",), (), "self", (),
+                              (("adp_id", "reads", None),))),
+])
+def test_variants_as_the_reference_reads_them(name, index, expected):
+    assert vars(Raid)[name].variants[index] == expected
+
+
+# The run time binds and sends as before: declared parameters, then every
+# keyword as given, in call order, the misspelt one too.
+@pytest.mark.parametrize("name, args, kwargs, signature, wrapper", [
+    ("delete_virtual_drive", (), {"vid": "0", "adaptor_id": "1"}, "(self, /, *, vid, **kwargs)",
+     "ctr_delete_vd_storcli64"),
+    ("set_jbod_state", ("on",), {"force": True, "adaptor_id": "1"}, "(self, /, state, **kwargs)",
+     "ctr_set_jbod_cfg_storcli64"),
+])
+def test_run_time_passes_on_what_the_stub_rejects(rig, name, args, kwargs, signature, wrapper):
+    raid, host = rig("storcli64")
+    host.on(wrapper, parser("success"))
+    assert getattr(raid, name)(*args, **kwargs) is True
+    declared = [p for p in inspect.signature(getattr(Raid, name)).parameters][1:-1]
+    assert host.sent() == [("self", wrapper, list(zip(declared, args)) + list(kwargs.items()))]
+    assert str(inspect.signature(getattr(Raid, name))) == signature
 
 
 def documented(doc, section):
@@ -96,13 +203,19 @@ def test_every_declared_parameter_is_documented(name):
     documented_names = {re.match(r"^    (\w+)", l).group(1)
                         for l in documented(inspect.getdoc(getattr(Raid, name)), "参数")
                         if re.match(r"^    \w", l)}
-    declared = [p[0] for p in vars(Raid)[name].parameters if p[1] != "catch_all"]
+    declaration = vars(Raid)[name]
+    declared = [p[0] for p in declaration.parameters if p[1] != "catch_all"]
     assert not [p for p in declared if p not in documented_names], name
+    if declaration.extras_complete:  # the stub takes every keyword the documentation names
+        assert not documented_names - set(declared), name
 
 
-def test_stub_is_current():
-    assert STUB.read_text(encoding="utf-8") == gen_stub.render(Raid), \
-        "stub out of date: run tools/gen_stub.py"
+@pytest.mark.parametrize("path, render", [(STUB, gen_stub.render),
+                                          (gen_stub.REFERENCE, gen_stub.render_reference)],
+                         ids=["stub", "reference"])
+def test_generated_file_is_current(path, render):
+    assert path.read_text(encoding="utf-8") == render(Raid), \
+        "%s out of date: run tools/gen_stub.py" % path.name
 
 
 def test_help_shows_the_chinese_documentation_of_every_operation():

@@ -84,7 +84,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_raid_config(self, **kwargs: Any) -> Dict[str, Any]:
+    def query_raid_config(self, *, adp_id: str = ..., adapter_id: str = ...) -> Dict[str, Any]:
         """查询控制器配置。
 
         参数:
@@ -96,7 +96,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_controller_status_raid(self, **kwargs: Any) -> Dict[str, Any]:
+    def get_controller_status_raid(self, *, adp_id: str = ...) -> Dict[str, Any]:
         """查询控制器状态。
 
         参数:
@@ -107,7 +107,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_controller_info_raid(self, **kwargs: Any) -> List[Any]:
+    def get_controller_info_raid(self, *, adapter_id: str = ...) -> List[Any]:
         """查询控制器能力信息（仅 sorbctl 提供）。
 
         参数:
@@ -118,7 +118,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ctl_mode(self, mode: str, **kwargs: Any) -> Any:
+    def set_ctl_mode(self, mode: str, *, adapter_id: str = ...) -> Any:
         """设置控制卡工作模式（仅 arcconf）。
 
         参数:
@@ -130,7 +130,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_jbod_state(self, state: str, **kwargs: Any) -> bool:
+    def set_jbod_state(self, state: str, *, force: bool = ..., adapter_id: str = ...) -> bool:
         """打开或关闭控制器的直通（JBOD）功能。
 
         参数:
@@ -143,7 +143,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_jbod_info(self, **kwargs: Any) -> str:
+    def query_jbod_info(self, *, adapter_id: str = ...) -> str:
         """查询控制器直通（JBOD）状态。
 
         参数:
@@ -154,7 +154,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_ctl_current_time(self, **kwargs: Any) -> str:
+    def get_ctl_current_time(self, *, adapter_id: str = ...) -> str:
         """查询控制卡当前时间信息（仅 storcli64）。
 
         参数:
@@ -165,7 +165,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_controller_time(self, **kwargs: Any) -> bool:
+    def set_controller_time(self, *, adapter_id: str = ..., ctl_time: str = ...) -> bool:
         """设置raid控制器时间（仅 storcli64）。
 
         参数:
@@ -177,7 +177,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ctl_restart(self, **kwargs: Any) -> bool:
+    def set_ctl_restart(self, *, adapter_id: str = ...) -> bool:
         """设置控制器复位（仅 storcli64）。
 
         参数:
@@ -188,7 +188,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ctl_restart_switch(self, state: str, **kwargs: Any) -> bool:
+    def set_ctl_restart_switch(self, state: str, *, adapter_id: str = ...) -> bool:
         """设置控制器复位开关打开或关闭（仅 storcli64）。
 
         参数:
@@ -200,7 +200,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ctl_auto_rebuild(self, state: str, **kwargs: Any) -> bool:
+    def set_ctl_auto_rebuild(self, state: str, *, adapter_id: str = ...) -> bool:
         """设置控制器自动重构开关（仅 storcli64）。
 
         参数:
@@ -212,7 +212,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_controller_ehsp(self, **kwargs: Any) -> str:
+    def get_controller_ehsp(self, *, adapter_id: str = ...) -> str:
         """查询紧急热备状态（storcli64、sorbctl）。
 
         参数:
@@ -223,7 +223,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_controller_emergency_hotspare_switch(self, switch: str, option: str = 'eug', **kwargs: Any) -> bool:
+    def set_controller_emergency_hotspare_switch(self, switch: str, option: str = 'eug', *, adapter_id: str = ...) -> bool:
         """设置控制器的紧急热备开关（storcli64、sorbctl）。
 
         参数:
@@ -236,7 +236,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_bootwithpinnedcache(self, state: str, **kwargs: Any) -> bool:
+    def set_bootwithpinnedcache(self, state: str, *, adapter_id: str = ...) -> bool:
         """设置存在脏数据时的控制器启动方式（storcli64、sorbctl）。
 
         参数:
@@ -248,7 +248,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_bootwithpinnedcache(self, **kwargs: Any) -> str:
+    def get_bootwithpinnedcache(self, *, adapter_id: str = ...) -> str:
         """查询存在脏数据时的控制器启动方式（storcli64、sorbctl）。
 
         参数:
@@ -259,7 +259,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_controller_pdcache(self, *, state: str, **kwargs: Any) -> bool:
+    def set_controller_pdcache(self, *, state: str, adapter_id: str = ...) -> bool:
         """设置控制器下未配置硬盘的硬盘缓存（仅 arcconf）。
 
         参数:
@@ -271,7 +271,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_controller_foreign_config(self, *, oper: str, **kwargs: Any) -> bool:
+    def set_controller_foreign_config(self, *, oper: str, adapter_id: str = ...) -> bool:
         """设置外部配置操作：删除或导入控制器上的外部配置（storcli64、sorbctl）。
 
         参数:
@@ -283,7 +283,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def export_fw_logs(self, **kwargs: Any) -> Any:
+    def export_fw_logs(self, *, adapter_id: str = ...) -> Any:
         """导出控制器固件日志（仅 storcli64）。
 
         参数:
@@ -294,7 +294,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_controller_detail_log(self, **kwargs: Any) -> List[Any]:
+    def get_controller_detail_log(self, *, adapter_id: str = ...) -> List[Any]:
         """查询控制器详细日志。
 
         sorbctl 先导出 flash 与 ram 两份日志（/root/raidlog//log-flash.txt、/root/raidlog//log-ram.txt）再读取；arcconf 导出后读取 /var/log/Support/Firmware/Controller_1_Log.txt。
@@ -310,7 +310,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def update_controller_fw(self, fw_file: str, **kwargs: Any) -> bool:
+    def update_controller_fw(self, fw_file: str, *, adapter_id: str = ...) -> bool:
         """升级控制器固件。
 
         参数:
@@ -322,7 +322,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def update_pd_fw(self, eid: str, sid: str, fw_file: str, **kwargs: Any) -> bool:
+    def update_pd_fw(self, eid: str, sid: str, fw_file: str, *, adapter_id: str = ...) -> bool:
         """通过控制器升级直通硬盘的固件。
 
         参数:
@@ -336,7 +336,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def activate_hot_ctl_fw(self, active_type: str = 'hot', **kwargs: Any) -> bool:
+    def activate_hot_ctl_fw(self, active_type: str = 'hot', *, adapter_id: str = ...) -> bool:
         """固件热激活：不重启主机激活新加载的控制器固件（仅 sorbctl）。
 
         参数:
@@ -348,7 +348,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def controller_command_passthru(self, eid: str, sid: str, command_passthru: str, **kwargs: Any) -> Tuple[Any, ...]:
+    def controller_command_passthru(self, eid: str, sid: str, command_passthru: str, *, data_length: int = ..., data_transfer: str = ..., file_path: str = ..., adapter_id: str = ...) -> Tuple[Any, ...]:
         """通过 RAID 工具向物理硬盘透传命令，返回硬盘的应答数据。
 
         参数:
@@ -365,7 +365,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_expander_cfg(self, **kwargs: Any) -> List[Any]:
+    def get_expander_cfg(self, *, adapter_id: str = ...) -> List[Any]:
         """查询expander背板信息。
 
         参数:
@@ -379,7 +379,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_ctl_phyerror(self, **kwargs: Any) -> Union[Dict[str, Any], List[Any]]:
+    def get_ctl_phyerror(self, *, adapter_id: str = ...) -> Union[Dict[str, Any], List[Any]]:
         """查询控制器 PHY 误码计数。
 
         参数:
@@ -390,7 +390,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ctl_phy_func(self, eid: str, sid: str, oper: str, **kwargs: Any) -> bool:
+    def set_ctl_phy_func(self, eid: str, sid: str, oper: str, *, adapter_id: str = ...) -> bool:
         """设置控制器PHY连接状态（仅 sorbctl）。
 
         参数:
@@ -404,7 +404,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def ctl_get_phy_info_storelibtest(self, phy_input: str, **kwargs: Any) -> List[Any]:
+    def ctl_get_phy_info_storelibtest(self, phy_input: str, *, adapter_id: str = ...) -> List[Any]:
         """使用 storelibtest 工具查询 phy 信息（博通卡，需 expander 背板）。
 
         参数:
@@ -419,7 +419,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def ctl_phy_control_storelibtest(self, reset_type: str, phy_input: str, **kwargs: Any) -> List[Any]:
+    def ctl_phy_control_storelibtest(self, reset_type: str, phy_input: str, *, adapter_id: str = ...) -> List[Any]:
         """使用 storelibtest 工具对 phy 进行 phy control（复位）操作（博通卡，需 expander 背板）。
 
         参数:
@@ -435,7 +435,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_controller_phy_speed(self, *, eid: str, sid: str, speed: str, **kwargs: Any) -> bool:
+    def set_controller_phy_speed(self, *, eid: str, sid: str, speed: str, adapter_id: str = ...) -> bool:
         """设置 phy 链路速率（仅 sorbctl）。
 
         参数（仅限关键字传入）:
@@ -461,7 +461,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_capacitance_info(self, information: str = 'all', **kwargs: Any) -> Dict[str, Any]:
+    def get_capacitance_info(self, information: str = 'all', *, adapter_id: str = ...) -> Dict[str, Any]:
         """查询超级电容信息。
 
         参数:
@@ -473,7 +473,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_supercap_learn(self, **kwargs: Any) -> bool:
+    def set_supercap_learn(self, *, adapter_id: str = ..., cycle: str = ..., starttime: str = ...) -> bool:
         """设置超级电容自学习（storcli64、sorbctl）。
 
         参数:
@@ -486,7 +486,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_supercap_self_learn_info(self, **kwargs: Any) -> Dict[str, Any]:
+    def get_supercap_self_learn_info(self, *, adapter_id: str = ...) -> Dict[str, Any]:
         """查询超级电容自学习信息（storcli64、sorbctl）。
 
         参数:
@@ -497,7 +497,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def _get_physical_drive_list(self, **kwargs: Any) -> List[Any]:
+    def _get_physical_drive_list(self, *, adapter_id: str = ...) -> List[Any]:
         """查询控制器下的物理盘简要列表（模块内部使用，暂不对外开放）。
 
         参数:
@@ -508,7 +508,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_one_physical_drive_info(self, *, eid: str, sid: str, **kwargs: Any) -> Dict[str, Any]:
+    def get_one_physical_drive_info(self, *, eid: str, sid: str, adapter_id: str = ...) -> Dict[str, Any]:
         """查询单块物理盘的详细信息。
 
         参数:
@@ -524,7 +524,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_all_physical_drive_info(self, **kwargs: Any) -> List[Any]:
+    def get_all_physical_drive_info(self, *, adapter_id: str = ...) -> List[Any]:
         """查询控制器下所有物理盘的详细信息。
 
         参数:
@@ -535,7 +535,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_disk_state(self, *, eid: str, sid: str, state: str, **kwargs: Any) -> bool:
+    def set_disk_state(self, *, eid: str, sid: str, state: str, force: bool = ..., adapter_id: str = ...) -> bool:
         """设置物理盘状态。
 
         参数:
@@ -550,7 +550,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_disk_offline(self, *, eid: str, sid: str, **kwargs: Any) -> bool:
+    def set_disk_offline(self, *, eid: str, sid: str, adapter_id: str = ...) -> bool:
         """将物理盘设置为离线（sorbctl 通过关闭硬盘的 PHY 实现）。
 
         参数:
@@ -563,7 +563,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_disk_jbod_state(self, *, eid: str, sid: str, state: str, **kwargs: Any) -> bool:
+    def set_disk_jbod_state(self, *, eid: str, sid: str, state: str, force: bool = ..., adapter_id: str = ...) -> bool:
         """RAID-设置或取消硬盘直通状态。
 
         参数:
@@ -578,7 +578,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_disk_led_state(self, eid: str, sid: str, state: str, **kwargs: Any) -> bool:
+    def set_disk_led_state(self, eid: str, sid: str, state: str, *, led_type: str = ..., adapter_id: str = ...) -> bool:
         """设置硬盘定位灯（仅 sorbctl）。
 
         参数:
@@ -593,7 +593,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_pd_hotspare_drive(self, eid: str, sid: str, oper: str, **kwargs: Any) -> bool:
+    def set_pd_hotspare_drive(self, eid: str, sid: str, oper: str, *, ar_id: str = ..., type: str = ..., adapter_id: str = ...) -> bool:
         """设置或取消热备盘。
 
         参数:
@@ -612,7 +612,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_disk_rebuild(self, *, eid: str, sid: str, oper: str, **kwargs: Any) -> bool:
+    def set_disk_rebuild(self, *, eid: str, sid: str, oper: str, adapter_id: str = ...) -> bool:
         """设置硬盘重构功能操作（仅 storcli64）。
 
         参数:
@@ -626,7 +626,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_pd_rebuild_status(self, *, eid: str, sid: str, **kwargs: Any) -> Dict[str, Any]:
+    def get_pd_rebuild_status(self, *, eid: str, sid: str, adapter_id: str = ...) -> Dict[str, Any]:
         """查询硬盘重构状态。
 
         参数:
@@ -642,7 +642,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_pd_insert(self, *, eid: str, sid: str, dg: str, arr: str, row: str, **kwargs: Any) -> Any:
+    def set_pd_insert(self, *, eid: str, sid: str, dg: str, arr: str, row: str, adapter_id: str = ...) -> Any:
         """将发生故障的硬盘加入RAID组（仅 storcli64）。
 
         参数:
@@ -658,7 +658,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def pd_set_bootdrive(self, *, eid: str, sid: str, state: str, **kwargs: Any) -> bool:
+    def pd_set_bootdrive(self, *, eid: str, sid: str, state: str, adapter_id: str = ...) -> bool:
         """设置硬盘为启动盘。
 
         参数:
@@ -672,7 +672,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_pd_pdcache(self, *, eid: str, sid: str, state: str, **kwargs: Any) -> bool:
+    def set_pd_pdcache(self, *, eid: str, sid: str, state: str, adapter_id: str = ...) -> bool:
         """设置单块硬盘的硬盘缓存（仅 sorbctl）。
 
         参数:
@@ -686,7 +686,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def start_pd_sanitize(self, *, eid: str, sid: str, mode: str, **kwargs: Any) -> bool:
+    def start_pd_sanitize(self, *, eid: str, sid: str, mode: str, ause: bool = ..., adapter_id: str = ...) -> bool:
         """启动硬盘 sanitize 擦除。
 
         参数:
@@ -701,7 +701,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_pd_sanitize(self, eid: str, sid: str, **kwargs: Any) -> Dict[str, Any]:
+    def get_pd_sanitize(self, eid: str, sid: str, *, adapter_id: str = ...) -> Dict[str, Any]:
         """查询硬盘 sanitize 进度。
 
         参数:
@@ -714,7 +714,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def start_pd_erase(self, *, eid: str, sid: str, mode: str, **kwargs: Any) -> bool:
+    def start_pd_erase(self, *, eid: str, sid: str, mode: str, adapter_id: str = ...) -> bool:
         """启动硬盘擦除。
 
         参数:
@@ -741,7 +741,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_pd_erase(self, *, eid: str, sid: str, **kwargs: Any) -> Dict[str, Any]:
+    def get_pd_erase(self, *, eid: str, sid: str, adapter_id: str = ...) -> Dict[str, Any]:
         """查询硬盘擦除进度。
 
         参数:
@@ -754,7 +754,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_copyback_info(self, **kwargs: Any) -> str:
+    def query_copyback_info(self, *, adapter_id: str = ...) -> str:
         """RAID-查询回拷功能状态（仅 sorbctl）。
 
         参数:
@@ -765,7 +765,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_copyback_status(self, **kwargs: Any) -> str:
+    def get_copyback_status(self, *, adapter_id: str = ..., index: int = ...) -> str:
         """查询硬盘回拷功能状态。
 
         参数:
@@ -777,7 +777,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_copyback_cfg(self, state: str, **kwargs: Any) -> bool:
+    def set_copyback_cfg(self, state: str, *, type: str = ..., adapter_id: str = ...) -> bool:
         """设置回拷功能参数。
 
         参数:
@@ -790,7 +790,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_copyback_rate(self, copybackrate: str, **kwargs: Any) -> bool:
+    def set_copyback_rate(self, copybackrate: str, *, adapter_id: str = ...) -> bool:
         """设置回拷功能后台速率（仅 sorbctl）。
 
         参数:
@@ -802,7 +802,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_copyback_rate(self, **kwargs: Any) -> Dict[str, Any]:
+    def get_copyback_rate(self, *, adapter_id: str = ...) -> Dict[str, Any]:
         """查询回拷功能后台速率（仅 sorbctl）。
 
         参数:
@@ -813,7 +813,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_precopy_info(self, **kwargs: Any) -> Dict[str, Any]:
+    def get_precopy_info(self, *, adapter_id: str = ...) -> Dict[str, Any]:
         """获取raid控制器预拷贝配置信息（仅 sorbctl）。
 
         参数:
@@ -824,7 +824,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_precopy(self, *, state: str, **kwargs: Any) -> bool:
+    def set_precopy(self, *, state: str, adapter_id: str = ...) -> bool:
         """设置raid控制器预拷贝参数（仅 sorbctl）。
 
         参数:
@@ -836,7 +836,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_pd_copyback_func(self, eid: str, sid: str, oper: str, **kwargs: Any) -> Any:
+    def set_pd_copyback_func(self, eid: str, sid: str, oper: str, *, adapter_id: str = ...) -> Any:
         """控制单块硬盘的回拷（仅 storcli64）。
 
         参数:
@@ -850,7 +850,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_pd_copyback_info(self, *, eid: str, sid: str, **kwargs: Any) -> Dict[str, Any]:
+    def get_pd_copyback_info(self, *, eid: str, sid: str, adapter_id: str = ...) -> Dict[str, Any]:
         """查询单块硬盘的回拷进度。
 
         参数:
@@ -863,7 +863,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def create_virtual_drive(self, *, raid_level: str, drives: List[Any], **kwargs: Any) -> bool:
+    def create_virtual_drive(self, *, raid_level: str, drives: List[Any], name: str = ..., size: str = ..., strip_size: str = ..., pd_per_array: str = ..., ssdiobypass: str = ..., init: str = ..., adapter_id: str = ...) -> bool:
         """创建逻辑盘（虚拟盘）。
 
         参数:
@@ -882,7 +882,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def delete_virtual_drive(self, *, vid: str, **kwargs: Any) -> bool:
+    def delete_virtual_drive(self, *, vid: str, oper: str = ..., adapter_id: str = ...) -> bool:
         """删除逻辑盘。
 
         参数:
@@ -895,7 +895,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def _get_virtual_drive_list(self, **kwargs: Any) -> List[Any]:
+    def _get_virtual_drive_list(self, *, adapter_id: str = ...) -> List[Any]:
         """查询控制器下的逻辑盘列表（模块内部使用）。
 
         参数:
@@ -906,7 +906,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_one_virtual_drive_info(self, *, vid: str, **kwargs: Any) -> Dict[str, Any]:
+    def get_one_virtual_drive_info(self, *, vid: str, adapter_id: str = ...) -> Dict[str, Any]:
         """查询单个逻辑盘的详细信息。
 
         参数:
@@ -921,7 +921,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_all_virtual_drive_info(self, **kwargs: Any) -> List[Any]:
+    def get_all_virtual_drive_info(self, *, adapter_id: str = ...) -> List[Any]:
         """查询控制器下所有逻辑盘的详细信息。
 
         参数:
@@ -932,7 +932,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_virtual_drive_member_drives(self, *, vid: str, **kwargs: Any) -> List[Any]:
+    def get_virtual_drive_member_drives(self, *, vid: str, adapter_id: str = ...) -> List[Any]:
         """查询逻辑盘的成员盘。
 
         参数:
@@ -947,7 +947,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_virtual_drive_write_cache_mode(self, *, vid: str, state: str, **kwargs: Any) -> bool:
+    def set_virtual_drive_write_cache_mode(self, *, vid: str, state: str, adapter_id: str = ...) -> bool:
         """设置逻辑盘成员盘自身的写缓存。
 
         参数:
@@ -960,7 +960,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_virtual_drive_wrcache(self, *, vid: str, wrcache: str, **kwargs: Any) -> bool:
+    def set_virtual_drive_wrcache(self, *, vid: str, wrcache: str, adapter_id: str = ...) -> bool:
         """设置逻辑盘的写缓存策略。
 
         参数:
@@ -973,7 +973,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_virtual_drive_rdcache(self, vid: str, rdcache: str, **kwargs: Any) -> bool:
+    def set_virtual_drive_rdcache(self, vid: str, rdcache: str, *, adapter_id: str = ...) -> bool:
         """设置逻辑盘的读缓存（预读）策略。
 
         参数:
@@ -986,7 +986,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_vd_iopolicy_status(self, *, vid: str, iopolicy: str, **kwargs: Any) -> bool:
+    def set_vd_iopolicy_status(self, *, vid: str, iopolicy: str, adapter_id: str = ...) -> bool:
         """设置逻辑磁盘的读写策略（IO 策略，仅 storcli64）。
 
         参数:
@@ -999,7 +999,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_vd_iopolicy_status(self, *, vid: str, **kwargs: Any) -> Dict[str, Any]:
+    def get_vd_iopolicy_status(self, *, vid: str, adapter_id: str = ...) -> Dict[str, Any]:
         """查询指定逻辑盘的成员盘读写策略（IO 策略，仅 storcli64）。
 
         参数:
@@ -1011,7 +1011,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_vd_emulation(self, *, vid: str, emulation_type: str, **kwargs: Any) -> bool:
+    def set_vd_emulation(self, *, vid: str, emulation_type: str, adapter_id: str = ...) -> bool:
         """设置逻辑磁盘的扇区属性（仅 storcli64）。
 
         参数:
@@ -1024,7 +1024,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_vd_emulation(self, *, vid: str, **kwargs: Any) -> Dict[str, Any]:
+    def get_vd_emulation(self, *, vid: str, adapter_id: str = ...) -> Dict[str, Any]:
         """查询逻辑磁盘的扇区属性（仅 storcli64）。
 
         参数:
@@ -1036,7 +1036,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ctl_vd_hidden(self, *, vid: str, state: str, **kwargs: Any) -> bool:
+    def set_ctl_vd_hidden(self, *, vid: str, state: str, adapter_id: str = ...) -> bool:
         """设置逻辑磁盘的可见属性（仅 storcli64）。
 
         参数:
@@ -1049,7 +1049,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ctl_vd_accesspolicy(self, *, vid: str, accesspolicy: str, **kwargs: Any) -> bool:
+    def set_ctl_vd_accesspolicy(self, *, vid: str, accesspolicy: str, adapter_id: str = ...) -> bool:
         """设置逻辑磁盘的可访问属性（仅 storcli64）。
 
         参数:
@@ -1062,7 +1062,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def vd_set_bootdrive(self, *, vid: str, state: str, **kwargs: Any) -> bool:
+    def vd_set_bootdrive(self, *, vid: str, state: str, adapter_id: str = ...) -> bool:
         """设置逻辑盘为启动盘。
 
         参数:
@@ -1075,7 +1075,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_boot_drive(self, **kwargs: Any) -> List[Any]:
+    def query_boot_drive(self, *, adapter_id: str = ...) -> List[Any]:
         """查询控制器的启动盘。
 
         参数:
@@ -1086,7 +1086,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_virtual_drive_cc(self, vid: str, state: str, **kwargs: Any) -> bool:
+    def set_virtual_drive_cc(self, vid: str, state: str, *, force: str = ..., delay: str = ..., adapter_id: str = ...) -> bool:
         """设置逻辑磁盘一致性校验功能操作。
 
         参数:
@@ -1101,7 +1101,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_virtual_drive_cc_status(self, vid: str, **kwargs: Any) -> Union[Dict[str, Any], List[Any]]:
+    def query_virtual_drive_cc_status(self, vid: str, *, adapter_id: str = ...) -> Union[Dict[str, Any], List[Any]]:
         """查询逻辑磁盘的一致性校验功能状态。
 
         参数:
@@ -1116,7 +1116,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_virtual_drive_init_option(self, *, vid: str, state: str, **kwargs: Any) -> bool:
+    def set_virtual_drive_init_option(self, *, vid: str, state: str, force: bool = ..., adapter_id: str = ...) -> bool:
         """设置逻辑磁盘初始化功能操作（仅 storcli64）。
 
         参数:
@@ -1130,7 +1130,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_virtual_drive_bgi_state(self, *, vid: str, **kwargs: Any) -> Union[Dict[str, Any], List[Any]]:
+    def get_virtual_drive_bgi_state(self, *, vid: str, adapter_id: str = ...) -> Union[Dict[str, Any], List[Any]]:
         """查询逻辑磁盘的后台初始化状态。
 
         参数:
@@ -1142,7 +1142,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_virtual_drive_autobgi_switch(self, vid: str, state: str, **kwargs: Any) -> bool:
+    def set_virtual_drive_autobgi_switch(self, vid: str, state: str, *, adapter_id: str = ...) -> bool:
         """设置后台初始化使能开关（仅 storcli64）。
 
         参数:
@@ -1155,7 +1155,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_virtual_drive_front_init_status_info(self, *, vid: str, **kwargs: Any) -> Union[Dict[str, Any], List[Any]]:
+    def get_virtual_drive_front_init_status_info(self, *, vid: str, adapter_id: str = ...) -> Union[Dict[str, Any], List[Any]]:
         """查询逻辑磁盘前台初始化功能状态。
 
         参数:
@@ -1170,7 +1170,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_vd_erase(self, vid: str, oper: str, mode: str = 'simple', **kwargs: Any) -> bool:
+    def set_vd_erase(self, vid: str, oper: str, mode: str = 'simple', *, force: bool = ..., adapter_id: str = ...) -> bool:
         """设置逻辑盘擦除功能。
 
         参数:
@@ -1185,7 +1185,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_vd_erase(self, vid: str, **kwargs: Any) -> Union[Dict[str, Any], List[Any]]:
+    def get_vd_erase(self, vid: str, *, adapter_id: str = ...) -> Union[Dict[str, Any], List[Any]]:
         """查询逻辑盘擦除操作。
 
         参数:
@@ -1197,7 +1197,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_vd_expand_size(self, *, vid: str, size: str, **kwargs: Any) -> bool:
+    def set_vd_expand_size(self, *, vid: str, size: str, adapter_id: str = ..., **kwargs: Any) -> bool:
         """在现有成员盘上扩展逻辑盘容量。
 
         参数:
@@ -1210,7 +1210,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def add_pd_expand_array(self, *, vid: str, drives: List[Any], **kwargs: Any) -> bool:
+    def add_pd_expand_array(self, *, vid: str, drives: List[Any], raid_level: str = ..., adapter_id: str = ..., **kwargs: Any) -> bool:
         """向逻辑盘所在阵列加入物理盘以扩容（RAID 级别不变）。
 
         参数:
@@ -1224,7 +1224,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_expand_array_info(self, *, vid: str, **kwargs: Any) -> Union[Dict[str, Any], List[Any]]:
+    def get_expand_array_info(self, *, vid: str, adapter_id: str = ..., **kwargs: Any) -> Union[Dict[str, Any], List[Any]]:
         """查询逻辑盘扩容进度。
 
         参数:
@@ -1236,7 +1236,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def migrate_raid(self, *, vid: str, raid_level: str, **kwargs: Any) -> bool:
+    def migrate_raid(self, *, vid: str, raid_level: str, drives: List[Any] = ..., adapter_id: str = ..., **kwargs: Any) -> bool:
         """迁移逻辑盘的 RAID 级别（可同时加入硬盘）。
 
         参数:
@@ -1250,7 +1250,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_migrate_info(self, *, vid: str, **kwargs: Any) -> Union[Dict[str, Any], List[Any]]:
+    def get_migrate_info(self, *, vid: str, adapter_id: str = ..., **kwargs: Any) -> Union[Dict[str, Any], List[Any]]:
         """查询逻辑盘 RAID 级别迁移进度。
 
         参数:
@@ -1262,7 +1262,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_vd_smartinfo_smartctl(self, *, vid: str, **kwargs: Any) -> Any:
+    def get_vd_smartinfo_smartctl(self, *, vid: str, eid: str = ..., sid: str = ..., adapter_id: str = ..., **kwargs: Any) -> Any:
         """通过 smartctl 透传读取逻辑盘成员盘的 SMART 信息。
 
         参数:
@@ -1276,7 +1276,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_ssd_caching_info(self, **kwargs: Any) -> List[Any]:
+    def get_ssd_caching_info(self, *, adapter_id: str = ..., **kwargs: Any) -> List[Any]:
         """SSD caching查询（storcli64 CacheCade、arcconf maxCache）。
 
         参数:
@@ -1290,7 +1290,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_ctl_patrolread_status(self, **kwargs: Any) -> Dict[str, Any]:
+    def get_ctl_patrolread_status(self, *, adapter_id: str = ...) -> Dict[str, Any]:
         """查询控制器的巡读（patrol read）功能状态。
 
         参数:
@@ -1302,7 +1302,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_pd_patrolread_oper(self, oper: str, eid: str, sid: str, **kwargs: Any) -> bool:
+    def set_pd_patrolread_oper(self, oper: str, eid: str, sid: str, *, adapter_id: str = ..., prrate: str = ..., delay: str = ...) -> bool:
         """对单块硬盘开始或停止巡读（仅 sorbctl）。
 
         参数:
@@ -1318,7 +1318,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_patrolread_oper(self, oper: str, **kwargs: Any) -> bool:
+    def set_patrolread_oper(self, oper: str, *, adapter_id: str = ..., delay: str = ..., period: str = ..., prrate: str = ..., pd_count: str = ...) -> bool:
         """对整个控制器开始、停止、暂停或恢复巡读。
 
         参数:
@@ -1334,7 +1334,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_pd_patrolread_status(self, eid: str, sid: str, **kwargs: Any) -> Dict[str, Any]:
+    def get_pd_patrolread_status(self, eid: str, sid: str, *, adapter_id: str = ...) -> Dict[str, Any]:
         """查询硬盘的巡读进度。
 
         参数:
@@ -1347,7 +1347,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_patrolread_rate(self, **kwargs: Any) -> Dict[str, Any]:
+    def get_patrolread_rate(self, *, adapter_id: str = ...) -> Dict[str, Any]:
         """查询巡读功能的后台速率。
 
         参数:
@@ -1358,7 +1358,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_patrolread_rate(self, prrate: str, **kwargs: Any) -> bool:
+    def set_patrolread_rate(self, prrate: str, *, adapter_id: str = ...) -> bool:
         """设置巡读功能的后台速率。
 
         参数:
@@ -1370,7 +1370,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_patrolread_param(self, **kwargs: Any) -> bool:
+    def set_patrolread_param(self, *, adapter_id: str = ..., pd_count: str = ..., delay: str = ..., start_time: str = ..., inc_ssd_state: str = ..., uncfg_areas_state: str = ..., prrate: str = ...) -> bool:
         """设置巡读功能参数（全部以关键字传入）。
 
         参数:
@@ -1387,7 +1387,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_patrolread_switch(self, switch_status: str, **kwargs: Any) -> bool:
+    def set_patrolread_switch(self, switch_status: str, *, adapter_id: str = ..., mode: str = ...) -> bool:
         """打开或关闭巡读功能。
 
         参数:
@@ -1400,7 +1400,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ccheck_switch(self, switch_status: str, **kwargs: Any) -> bool:
+    def set_ccheck_switch(self, switch_status: str, *, adapter_id: str = ..., start_time: str = ...) -> bool:
         """打开或关闭控制器的一致性校验（consistency check）计划任务。
 
         参数:
@@ -1413,7 +1413,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ctl_ccheck_state(self, *, cc_state: str, **kwargs: Any) -> bool:
+    def set_ctl_ccheck_state(self, *, cc_state: str, adapter_id: str = ...) -> bool:
         """RAID-设置一致性校验功能模式状态（仅 storcli64）。
 
         参数:
@@ -1427,7 +1427,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ctl_ccheck_excludevd(self, *, excludevd: str, **kwargs: Any) -> bool:
+    def set_ctl_ccheck_excludevd(self, *, excludevd: str, adapter_id: str = ...) -> bool:
         """RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘)（仅 storcli64）。
 
         参数:
@@ -1441,7 +1441,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ctl_ccheck_starttime(self, *, start_time: str, **kwargs: Any) -> bool:
+    def set_ctl_ccheck_starttime(self, *, start_time: str, adapter_id: str = ...) -> bool:
         """RAID-设置一致性校验功能参数_starttime(开始时间)（仅 storcli64）。
 
         参数:
@@ -1455,7 +1455,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ctl_ccheck_period(self, *, delay: str, **kwargs: Any) -> bool:
+    def set_ctl_ccheck_period(self, *, delay: str, adapter_id: str = ...) -> bool:
         """RAID-设置一致性校验功能参数_period(周期)。
 
         参数:
@@ -1469,7 +1469,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_ctl_ccheck_ccrate(self, **kwargs: Any) -> Dict[str, Any]:
+    def get_ctl_ccheck_ccrate(self, *, adapter_id: str = ...) -> Dict[str, Any]:
         """查询一致性校验的速率。
 
         参数:
@@ -1480,7 +1480,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ctl_ccheck_ccrate(self, *, ccrate: str, **kwargs: Any) -> bool:
+    def set_ctl_ccheck_ccrate(self, *, ccrate: str, adapter_id: str = ...) -> bool:
         """RAID-设置一致性校验功能参数_ccrate(一致性速率)。
 
         参数:
@@ -1492,7 +1492,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ctl_ccheck_repair(self, *, repair: str, **kwargs: Any) -> Any:
+    def set_ctl_ccheck_repair(self, *, repair: str, adapter_id: str = ...) -> Any:
         """RAID-设置一致性校验功能参数_repair(修复策略)。
 
         参数:
@@ -1504,7 +1504,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_ctl_ccheck_parallelcount(self, *, parallelcount: str, **kwargs: Any) -> bool:
+    def set_ctl_ccheck_parallelcount(self, *, parallelcount: str, adapter_id: str = ...) -> bool:
         """RAID-设置一致性校验功能参数_parallelcount(并行硬盘数)（仅 arcconf）。
 
         参数:
@@ -1516,7 +1516,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def query_ctl_ccheck_info(self, **kwargs: Any) -> Dict[str, Any]:
+    def query_ctl_ccheck_info(self, *, adapter_id: str = ...) -> Dict[str, Any]:
         """查询控制器的一致性校验状态。
 
         参数:
@@ -1527,7 +1527,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_kickdrive_status(self, **kwargs: Any) -> Dict[str, Any]:
+    def get_kickdrive_status(self, *, adapter_id: str = ...) -> Dict[str, Any]:
         """查询慢盘踢盘（kickdrive）策略状态（仅 sorbctl）。
 
         参数:
@@ -1538,7 +1538,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_kickdrive(self, **kwargs: Any) -> bool:
+    def set_kickdrive(self, *, adapter_id: str = ..., period: str = ..., sum: str = ...) -> bool:
         """设置慢盘踢盘（kickdrive）策略（仅 sorbctl）。
 
         参数:
@@ -1553,7 +1553,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def get_slowdrive_status(self, **kwargs: Any) -> Dict[str, Any]:
+    def get_slowdrive_status(self, *, adapter_id: str = ...) -> Dict[str, Any]:
         """查询慢盘检测（slowdrive）配置（仅 sorbctl）。
 
         参数:
@@ -1564,7 +1564,7 @@ class Raid(HostOSBase):
         """
         ...
 
-    def set_slowdrive(self, disk_type: str, **kwargs: Any) -> bool:
+    def set_slowdrive(self, disk_type: str, *, adapter_id: str = ..., sw: str = ..., ratio: str = ..., media: str = ..., susize: str = ..., l1: str = ..., l2: str = ..., l3: str = ..., default: str = ...) -> bool:
         """设置慢盘检测（slowdrive）参数（仅 sorbctl）。
 
         参数:

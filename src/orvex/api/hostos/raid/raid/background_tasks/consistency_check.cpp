@@ -14,11 +14,13 @@ namespace {
 // switch_status goes into params under a key of each variant's own.
 constexpr ParamDef kSwitchParams[] = {arg("switch_status").unstored(), kwargs()};
 
+constexpr const char* kClockWords[] = {"clock"};
+
 // The start of the next full hour on the controller's clock, as
 // "%Y/%m/%d %H".  The clock is read from the default controller: no
 // adapter_id is passed to get_ctl_current_time.
 Ref next_hour_on_controller(const Call& c) {
-  Ref clock = c.method("get_ctl_current_time");
+  Ref clock = c.method(c.word(RAID_WORD(kClockWords, "clock")));
   return shift_time(clock.get(), "%Y/%m/%d %H:%M:%S", "hours", 1, "%Y/%m/%d %H");
 }
 
@@ -27,7 +29,7 @@ int schedule_start(const Call& c) {
   return start ? c.p_set("start_time", start.get()) : -1;
 }
 
-constexpr const char* kScheduleWords[] = {"schedule"};
+constexpr const char* kScheduleWords[] = {"schedule", "clock"};  // clock: next_hour_on_controller
 
 // The mode is the switch ("on" meaning sequential); only the modes seq and
 // conc are scheduled, but the clock is read for every switch, "off" too.
@@ -61,6 +63,7 @@ void add_consistency_check_ops(OpList& ops) {
   ops.push_back(
       Op("set_ccheck_switch")
           .params(kSwitchParams)
+          .extras({kAdapterId, extra("start_time")})
           .doc("打开或关闭控制器的一致性校验（consistency check）计划任务。\n\n"
                "参数:\n"
                "    switch_status (str): \"on\" 或 \"off\"；storcli64 下 on 即顺序模式（seq），"
@@ -72,17 +75,21 @@ void add_consistency_check_ops(OpList& ops) {
                "    bool: 设置是否成功。sorbctl 下 switch_status 不是 on/off 时抛出 "
                "OrvexException。")
           .returns_doc("bool")
-          .variants({custom(Tool::storcli64, switch_storcli64, kScheduleWords)
-                         .words({{"schedule", "ctr_set_cc_cfg_storcli64"}}),
-                     checked_by(Tool::sorbctl, "switch_status",
-                                {{"on", "start_controller_ccheck_sorbctl"},
-                                 {"off", "stop_controller_ccheck_sorbctl"}},
-                                "请输入正确的switch_status: ", "错误, 应为on或者off.")
-                         .keep_arg("switch_status", "switch_status"),
-                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置一致性校验开关 功能")}));
+          .variants(
+              {custom(Tool::storcli64, switch_storcli64, kScheduleWords)
+                   .wrappers({{"schedule", "ctr_set_cc_cfg_storcli64"}})
+                   .calls({{"clock", "get_ctl_current_time"}})
+                   .ignores("adapter_id", "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
+               checked_by(Tool::sorbctl, "switch_status",
+                          {{"on", "start_controller_ccheck_sorbctl"},
+                           {"off", "stop_controller_ccheck_sorbctl"}},
+                          "请输入正确的switch_status: ", "错误, 应为on或者off.")
+                   .keep_arg("switch_status", "switch_status"),
+               refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置一致性校验开关 功能")}));
   ops.push_back(
       Op("set_ctl_ccheck_state")
           .params({kw("cc_state").as("cc"), kwargs()})
+          .extras({kAdapterId})
           .doc("RAID-设置一致性校验功能模式状态（仅 storcli64）。\n\n"
                "参数:\n"
                "    cc_state (str): \"conc\"（并发）或 \"seq\"（顺序），仅限关键字传入。\n"
@@ -91,13 +98,17 @@ void add_consistency_check_ops(OpList& ops) {
                "返回:\n    bool: 设置是否成功。")
           .returns_doc("bool")
           .variants(
-              {checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64").prep(schedule_start),
+              {checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64")
+                   .prep(schedule_start, kClockWords)
+                   .calls({{"clock", "get_ctl_current_time"}})
+                   .ignores("adapter_id", "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
                refuse(Tool::sorbctl, "7460卡sorbctl工具没有 RAID-设置一致性校验功能模式状态 功能"),
                refuse(Tool::arcconf,
                       "PMC卡arcconf工具没有 RAID-设置一致性校验功能模式状态 功能")}));
   ops.push_back(
       Op("set_ctl_ccheck_excludevd")
           .params({kw("excludevd"), kwargs()})
+          .extras({kAdapterId})
           .doc("RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘)（仅 storcli64）。\n\n"
                "参数:\n"
                "    excludevd (str): 不参与一致性校验的逻辑盘，仅限关键字传入。\n"
@@ -105,18 +116,22 @@ void add_consistency_check_ops(OpList& ops) {
                "以并发模式（conc）下发，开始时间取控制器时钟的下一个整点。\n\n"
                "返回:\n    bool: 设置是否成功。")
           .returns_doc("bool")
-          .variants({checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64")
-                         .put("cc", "conc")
-                         .prep(schedule_start),
-                     refuse(Tool::sorbctl,
-                            "7460卡sorbctl工具没有 "
-                            "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能"),
-                     refuse(Tool::arcconf,
-                            "PMC卡arcconf工具没有 "
-                            "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能")}));
+          .variants(
+              {checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64")
+                   .put("cc", "conc")
+                   .prep(schedule_start, kClockWords)
+                   .calls({{"clock", "get_ctl_current_time"}})
+                   .ignores("adapter_id", "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
+               refuse(Tool::sorbctl,
+                      "7460卡sorbctl工具没有 "
+                      "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能"),
+               refuse(Tool::arcconf,
+                      "PMC卡arcconf工具没有 "
+                      "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能")}));
   ops.push_back(
       Op("set_ctl_ccheck_starttime")
           .params({kw("start_time"), kwargs()})
+          .extras({kAdapterId})
           .doc("RAID-设置一致性校验功能参数_starttime(开始时间)（仅 storcli64）。\n\n"
                "参数:\n"
                "    start_time (str): 开始时间，格式 yyyy/mm/dd hh，如 \"2023/01/01 23\"，"
@@ -135,6 +150,7 @@ void add_consistency_check_ops(OpList& ops) {
   ops.push_back(
       Op("set_ctl_ccheck_period")
           .params({kw("delay"), kwargs()})
+          .extras({kAdapterId})
           .doc("RAID-设置一致性校验功能参数_period(周期)。\n\n"
                "参数:\n"
                "    delay (str): 校验周期（天），仅限关键字传入；storcli64 换算成小时下发（7 -> "
@@ -147,13 +163,16 @@ void add_consistency_check_ops(OpList& ops) {
               {checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64")
                    .put("cc", "conc")
                    .prep(period_in_hours)
-                   .prep(schedule_start),
+                   .prep(schedule_start, kClockWords)
+                   .calls({{"clock", "get_ctl_current_time"}})
+                   .ignores("adapter_id", "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
                checked(Tool::sorbctl, "set_controller_ccheck_sorbctl").copy("delay", "period_time"),
                refuse(Tool::arcconf,
                       "PMC卡arcconf工具没有  RAID-设置一致性校验功能参数_period(周期) 功能")}));
   ops.push_back(
       Op("get_ctl_ccheck_ccrate")
           .params({kwargs()})
+          .extras({kAdapterId})
           .doc("查询一致性校验的速率。\n\n"
                "参数:\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
@@ -172,6 +191,7 @@ void add_consistency_check_ops(OpList& ops) {
   ops.push_back(
       Op("set_ctl_ccheck_ccrate")
           .params({kw("ccrate"), kwargs()})
+          .extras({kAdapterId})
           .doc("RAID-设置一致性校验功能参数_ccrate(一致性速率)。\n\n"
                "参数:\n"
                "    ccrate (str): 速率，0 到 100，仅限关键字传入。\n"
@@ -186,6 +206,7 @@ void add_consistency_check_ops(OpList& ops) {
   ops.push_back(
       Op("set_ctl_ccheck_repair")
           .params({kw("repair"), kwargs()})
+          .extras({kAdapterId})
           .doc(
               "RAID-设置一致性校验功能参数_repair(修复策略)。\n\n"
               "参数:\n"
@@ -206,6 +227,7 @@ void add_consistency_check_ops(OpList& ops) {
   ops.push_back(
       Op("set_ctl_ccheck_parallelcount")
           .params({kw("parallelcount"), kwargs()})
+          .extras({kAdapterId})
           .doc("RAID-设置一致性校验功能参数_parallelcount(并行硬盘数)（仅 arcconf）。\n\n"
                "参数:\n"
                "    parallelcount (str): 同时校验的硬盘数，仅限关键字传入；1 表示关闭一致性校验。"
@@ -224,6 +246,7 @@ void add_consistency_check_ops(OpList& ops) {
   ops.push_back(
       Op("query_ctl_ccheck_info")
           .params({kwargs()})
+          .extras({kAdapterId})
           .doc("查询控制器的一致性校验状态。\n\n"
                "参数:\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"

@@ -9,6 +9,7 @@ void add_fault_policies_ops(OpList& ops) {
   ops.push_back(
       Op("get_kickdrive_status")
           .params({kwargs()})
+          .extras({kAdapterId})
           .doc("查询慢盘踢盘（kickdrive）策略状态（仅 sorbctl）。\n\n"
                "参数:\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
@@ -26,6 +27,7 @@ void add_fault_policies_ops(OpList& ops) {
                          .format()}));
   ops.push_back(Op("set_kickdrive")
                     .params({kwargs()})
+                    .extras({kAdapterId, extra("period"), extra("sum")})
                     .doc("设置慢盘踢盘（kickdrive）策略（仅 sorbctl）。\n\n"
                          "参数:\n"
                          "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
@@ -40,6 +42,7 @@ void add_fault_policies_ops(OpList& ops) {
   ops.push_back(
       Op("get_slowdrive_status")
           .params({kwargs()})
+          .extras({kAdapterId})
           .doc(
               "查询慢盘检测（slowdrive）配置（仅 sorbctl）。\n\n"
               "参数:\n"
@@ -58,6 +61,8 @@ void add_fault_policies_ops(OpList& ops) {
   ops.push_back(
       Op("set_slowdrive")
           .params({arg("disk_type").as("type"), kwargs()})
+          .extras({kAdapterId, extra("sw"), extra("ratio"), extra("media"), extra("susize"),
+                   extra("l1"), extra("l2"), extra("l3"), extra("default")})
           .doc("设置慢盘检测（slowdrive）参数（仅 sorbctl）。\n\n"
                "参数:\n"
                "    disk_type (str): \"raid\" 或 \"rawdrive\"，以 type 下发。\n"

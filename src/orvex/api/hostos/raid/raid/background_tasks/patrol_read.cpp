@@ -72,6 +72,7 @@ void add_patrol_read_ops(OpList& ops) {
   ops.push_back(
       Op("get_ctl_patrolread_status")
           .params({kwargs()})
+          .extras({kAdapterId})
           .doc("查询控制器的巡读（patrol read）功能状态。\n\n"
                "参数:\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
@@ -92,6 +93,7 @@ void add_patrol_read_ops(OpList& ops) {
   ops.push_back(
       Op("set_pd_patrolread_oper")
           .params({arg("oper"), arg("eid"), arg("sid"), kwargs()})
+          .extras({kAdapterId, extra("prrate"), extra("delay")})
           .doc(
               "对单块硬盘开始或停止巡读（仅 sorbctl）。\n\n"
               "参数:\n"
@@ -106,13 +108,14 @@ void add_patrol_read_ops(OpList& ops) {
           .returns_doc("bool")
           .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置硬盘巡读功能操作 功能"),
                      custom(Tool::sorbctl, pd_oper_sorbctl, kOperWords)
-                         .words({{"start", "start_controller_pd_patrolread_sorbctl"},
-                                 {"stop", "stop_controller_pd_patrolread_sorbctl"},
-                                 {"unknown", "传入的{}操作不存在, 请输入合法操作: start/stop"}}),
+                         .wrappers({{"start", "start_controller_pd_patrolread_sorbctl"},
+                                    {"stop", "stop_controller_pd_patrolread_sorbctl"}})
+                         .messages({{"unknown", "传入的{}操作不存在, 请输入合法操作: start/stop"}}),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置硬盘巡读功能操作 功能")}));
   ops.push_back(
       Op("set_patrolread_oper")
           .params({arg("oper"), kwargs()})
+          .extras({kAdapterId, extra("delay"), extra("period"), extra("prrate"), extra("pd_count")})
           .doc("对整个控制器开始、停止、暂停或恢复巡读。\n\n"
                "参数:\n"
                "    oper (str): \"start\" 或 \"stop\"；storcli64 另支持 \"pause\"、\"resume\"。\n"
@@ -133,6 +136,7 @@ void add_patrol_read_ops(OpList& ops) {
   ops.push_back(
       Op("get_pd_patrolread_status")
           .params({arg("eid"), arg("sid"), kwargs()})
+          .extras({kAdapterId})
           .doc("查询硬盘的巡读进度。\n\n"
                "参数:\n"
                "    eid (str): 硬盘所在的 enclosure/通道编号；storcli64 可传 \"all\"。\n"
@@ -144,8 +148,8 @@ void add_patrol_read_ops(OpList& ops) {
                "storcli64 每块硬盘一项；sorbctl 只有一项，键为 /c<adapter_id>/e<eid>/s<sid>。")
           .returns_doc("dict")
           .variants({custom(Tool::storcli64, pd_status_storcli64, kStatusWords)
-                         .words({{"query", "ctr_get_patrolread_cfg_storcli64"},
-                                 {"template", "get_pd_patrolread_status_format"}}),
+                         .wrappers({{"query", "ctr_get_patrolread_cfg_storcli64"}})
+                         .words({{"template", "get_pd_patrolread_status_format"}}),
                      // sorbctl answers for the one drive asked for, keyed by the caller's ids
                      query(Tool::sorbctl, "get_controller_pd_patrolread_sorbctl")
                          .format("get_pd_patrolread_status_format")
@@ -154,6 +158,7 @@ void add_patrol_read_ops(OpList& ops) {
   ops.push_back(
       Op("get_patrolread_rate")
           .params({kwargs()})
+          .extras({kAdapterId})
           .doc("查询巡读功能的后台速率。\n\n"
                "参数:\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
@@ -173,6 +178,7 @@ void add_patrol_read_ops(OpList& ops) {
   ops.push_back(
       Op("set_patrolread_rate")
           .params({arg("prrate"), kwargs()})
+          .extras({kAdapterId})
           .doc("设置巡读功能的后台速率。\n\n"
                "参数:\n"
                "    prrate (str): storcli64 为百分比，如 \"20\"、\"30\"、\"40\"、\"50\"；"
@@ -186,6 +192,8 @@ void add_patrol_read_ops(OpList& ops) {
   ops.push_back(
       Op("set_patrolread_param")
           .params({kwargs()})
+          .extras({kAdapterId, extra("pd_count"), extra("delay"), extra("start_time"),
+                   extra("inc_ssd_state"), extra("uncfg_areas_state"), extra("prrate")})
           .doc("设置巡读功能参数（全部以关键字传入）。\n\n"
                "参数:\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
@@ -205,6 +213,7 @@ void add_patrol_read_ops(OpList& ops) {
   ops.push_back(
       Op("set_patrolread_switch")
           .params({arg("switch_status"), kwargs()})
+          .extras({kAdapterId, extra("mode")})
           .doc("打开或关闭巡读功能。\n\n"
                "参数:\n"
                "    switch_status (str): \"on\" 或 \"off\"。\n"

@@ -50,10 +50,11 @@ void add_controller_discovery_ops(OpList& ops) {
           .returns_doc("dict")
           .variant_name("_query_controller_driver_info")
           .variants({custom(Tool::sorbctl, driver_info_sorbctl, kDriverWords)
-                         .words({{"query", "modinfo"}})}));
+                         .wrappers({{"query", "modinfo"}})}));
   ops.push_back(
       Op("query_raid_config")
           .params(kKeywordsOnly)
+          .extras({kAdpId, kAdapterId})
           .doc("查询控制器配置。\n\n"
                "参数:\n"
                "    adp_id (str): 控制器编号（arcconf、sorbctl），缺省为第一个控制器。\n"
@@ -62,13 +63,14 @@ void add_controller_discovery_ops(OpList& ops) {
                "返回命令的完整结果。")
           .returns_doc("dict")
           .variant_name("get_raid_config_info")
-          .variants({query(Tool::sorbctl, "get_controller_config_sorbctl").strict(),
+          .variants({query(Tool::sorbctl, "get_controller_config_sorbctl").strict().reads("adp_id"),
                      // storcli64 hands back the whole answer
                      query(Tool::storcli64, "storcli64_get_lsi_raid_detail_config").whole(),
-                     query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf").strict()}));
+                     query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf").strict().reads("adp_id")}));
   ops.push_back(
       Op("get_controller_status_raid")
           .params(kKeywordsOnly)
+          .extras({kAdpId})
           .doc(
               "查询控制器状态。\n\n"
               "参数:\n    adp_id (str): 控制器编号，缺省为第一个控制器。\n\n"
@@ -78,21 +80,25 @@ void add_controller_discovery_ops(OpList& ops) {
               "temperature, pd_number, vd_number, ddr_size, raw_data（工具的完整控制器记录）。")
           .returns(ResultType::dict)
           .variants({query(Tool::sorbctl, "get_controller_status_sorbctl")
+                         .reads("adp_id")
                          .format()
                          .post("get_controller_status_raid_format"),
                      // storcli64 flattens its sections by the formatter's layer map first
                      query(Tool::storcli64, "ctr_get_all_cfg_storcli64")
+                         .reads("adp_id")
                          .merge_layers("storcli64_get_controller_status_raid_treatments")
                          .format()
                          .post("get_controller_status_raid_format"),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
                          .via(Route::host)
+                         .reads("adp_id")
                          .at("controller_information")
                          .format()
                          .post("get_controller_status_raid_format")}));
   ops.push_back(
       Op("get_controller_info_raid")
           .params(kKeywordsOnly)
+          .extras({kAdapterId})
           .doc("查询控制器能力信息（仅 sorbctl 提供）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    list: 能力条目，如 BpSupport、CtrlMod、DriveSupport、EP_PCIeSpeed、"

@@ -136,7 +136,7 @@ int collect_storelib_bytes(PyObject* parsed, PyObject* out) {
 
 // The command sent; sorbctl and arcconf then read the data back from a file
 // and remove it.
-constexpr const char* kSendWords[] = {"send"};
+constexpr const char* kSendWords[] = {"send", "drive"};
 constexpr const char* kSendReadWords[] = {"send", "read", "remove"};
 
 Ref passthru_storcli64(const Call& c) {
@@ -147,7 +147,7 @@ Ref passthru_storcli64(const Call& c) {
   if (!eid || !sid) return nullptr;
   Ref kw = dict({{"eid", eid.get()}, {"sid", sid.get()}});
   if (!kw) return nullptr;
-  Ref drive = c.method("get_one_physical_drive_info", kw.get());
+  Ref drive = c.method(c.word(RAID_WORD(kSendWords, "drive")), kw.get());
   if (!drive) return nullptr;
   if (kit::translate(c, "data_transfer",
                      {{"write", "1"}, {"read", "2"}, {"readwrite", "3"}, {"notransfer", "0"}}) <
@@ -264,6 +264,7 @@ void add_firmware_logs_ops(OpList& ops) {
   ops.push_back(
       Op("export_fw_logs")
           .params(kKeywordsOnly)
+          .extras({kAdapterId})
           .doc("导出控制器固件日志（仅 storcli64）。\n\n"
                "参数:\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
@@ -272,6 +273,7 @@ void add_firmware_logs_ops(OpList& ops) {
   ops.push_back(
       Op("get_controller_detail_log")
           .params(kKeywordsOnly)
+          .extras({kAdapterId})
           .doc("查询控制器详细日志。\n\n"
                "sorbctl 先导出 flash 与 ram 两份日志（/root/raidlog//log-flash.txt、"
                "/root/raidlog//log-ram.txt）再读取；arcconf 导出后读取 "
@@ -283,15 +285,14 @@ void add_firmware_logs_ops(OpList& ops) {
           .returns_doc("list")
           .variants({query(Tool::storcli64, "ctr_get_alilog_storcli64").raw().get("stdout"),
                      custom(Tool::sorbctl, detail_log_sorbctl, kLogWords)
-                         .words({{"export", "get_controller_log_sorbctl"},
-                                 {"read", "cat"},
-                                 {"failed", "导出日志文件失败"}}),
+                         .wrappers({{"export", "get_controller_log_sorbctl"}, {"read", "cat"}})
+                         .messages({{"failed", "导出日志文件失败"}}),
                      custom(Tool::arcconf, detail_log_arcconf, kLogWords)
-                         .words({{"export", "get_controller_log_arcconf"},
-                                 {"read", "cat"},
-                                 {"failed", "导出日志文件失败"}})}));
+                         .wrappers({{"export", "get_controller_log_arcconf"}, {"read", "cat"}})
+                         .messages({{"failed", "导出日志文件失败"}})}));
   ops.push_back(Op("update_controller_fw")
                     .params({arg("fw_file"), kwargs()})
+                    .extras({kAdapterId})
                     .doc("升级控制器固件。\n\n"
                          "参数:\n"
                          "    fw_file (str): 固件文件路径。\n"
@@ -302,6 +303,7 @@ void add_firmware_logs_ops(OpList& ops) {
                                checked(Tool::arcconf, "update_controller_fw_arcconf")}));
   ops.push_back(Op("update_pd_fw")
                     .params({arg("eid"), arg("sid"), arg("fw_file"), kwargs()})
+                    .extras({kAdapterId})
                     .doc("通过控制器升级直通硬盘的固件。\n\n"
                          "参数:\n"
                          "    eid (str): 硬盘所在的 enclosure / channel 编号。\n"
@@ -314,6 +316,7 @@ void add_firmware_logs_ops(OpList& ops) {
                                checked(Tool::arcconf, "update_pd_fw_arcconf")}));
   ops.push_back(Op("activate_hot_ctl_fw")
                     .params({arg("active_type").or_("'hot'"), kwargs()})
+                    .extras({kAdapterId})
                     .doc("固件热激活：不重启主机激活新加载的控制器固件（仅 sorbctl）。\n\n"
                          "参数:\n"
                          "    active_type (str): \"hot\"（缺省）或 \"cold\"。\n"
@@ -325,6 +328,8 @@ void add_firmware_logs_ops(OpList& ops) {
   ops.push_back(
       Op("controller_command_passthru")
           .params(kPassthruParams)
+          .extras({extra("data_length").typed("int"), extra("data_transfer"), extra("file_path"),
+                   kAdapterId})
           .doc("通过 RAID 工具向物理硬盘透传命令，返回硬盘的应答数据。\n\n"
                "参数:\n"
                "    eid (str): 硬盘所在的 enclosure / channel 编号。\n"
@@ -341,15 +346,17 @@ void add_firmware_logs_ops(OpList& ops) {
           .returns_doc("tuple")
           .build(passthru_params)
           .variants({custom(Tool::storcli64, passthru_storcli64, kSendWords)
-                         .words({{"send", "send_ctr_storelibtest_passthru"}}),
+                         .wrappers({{"send", "send_ctr_storelibtest_passthru"}})
+                         .calls({{"drive", "get_one_physical_drive_info"}})
+                         .ignores("adapter_id", "读取硬盘 did 时不传 adapter_id"),
                      custom(Tool::sorbctl, passthru_sorbctl, kSendReadWords)
-                         .words({{"send", "send_controller_pd_passthru_sorbctl"},
-                                 {"read", "hexdump"},
-                                 {"remove", "rm"}}),
+                         .wrappers({{"send", "send_controller_pd_passthru_sorbctl"},
+                                    {"read", "hexdump"},
+                                    {"remove", "rm"}}),
                      custom(Tool::arcconf, passthru_arcconf, kSendReadWords)
-                         .words({{"send", "send_controller_pd_passthru_arcconf"},
-                                 {"read", "cat"},
-                                 {"remove", "rm"}})}));
+                         .wrappers({{"send", "send_controller_pd_passthru_arcconf"},
+                                    {"read", "cat"},
+                                    {"remove", "rm"}})}));
 }
 
 }  // namespace raid

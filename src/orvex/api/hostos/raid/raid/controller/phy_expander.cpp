@@ -267,12 +267,12 @@ Ref non_empty_lines(PyObject* parsed) {
 // refusal no_expander), and only on PHYs the controller has (counted by
 // count; else the refusal no_such_phy); then run.  The data is the position
 // of the selection text among the arguments.
-constexpr const char* kStorelibWords[] = {"no_expander", "count", "no_such_phy", "run"};
+constexpr const char* kStorelibWords[] = {"expander", "no_expander", "count", "no_such_phy", "run"};
 constexpr std::size_t kPhyInfoInput = RAID_ARG(kPhyInfoParams, "phy_input");
 constexpr std::size_t kPhyControlInput = RAID_ARG(kPhyControlParams, "phy_input");
 
 Ref storelib_phys(const Call& c) {
-  Ref expander = c.method("get_expander_cfg");
+  Ref expander = c.method(c.word(RAID_WORD(kStorelibWords, "expander")));
   const int present = truthy(expander.get());
   if (present < 0) return nullptr;
   if (present == 0) return c.refuse(c.word(RAID_WORD(kStorelibWords, "no_expander")));
@@ -295,6 +295,7 @@ void add_phy_expander_ops(OpList& ops) {
   ops.push_back(
       Op("get_expander_cfg")
           .params(kKeywordsOnly)
+          .extras({kAdapterId})
           .doc("查询expander背板信息。\n\n"
                "参数:\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
@@ -306,15 +307,16 @@ void add_phy_expander_ops(OpList& ops) {
                "        另有 raw_data（合并后的原始记录）。")
           .returns_doc("list")
           .variants({custom(Tool::storcli64, expander_cfg_storcli64, kExpanderStorcli64Words)
-                         .words({{"query", "ctr_get_enclosure_storcli64"},
-                                 {"template", "get_expander_cfg_format"}}),
+                         .wrappers({{"query", "ctr_get_enclosure_storcli64"}})
+                         .words({{"template", "get_expander_cfg_format"}}),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询expander背板信息 功能"),
                      custom(Tool::arcconf, expander_cfg_arcconf, kExpanderArcconfWords)
-                         .words({{"expanders", "ctr_get_expander_cfg_arcconf"},
-                                 {"devices", "ctr_get_cfg_arcconf"},
-                                 {"template", "get_expander_cfg_format"}})}));
+                         .wrappers({{"expanders", "ctr_get_expander_cfg_arcconf"},
+                                    {"devices", "ctr_get_cfg_arcconf"}})
+                         .words({{"template", "get_expander_cfg_format"}})}));
   ops.push_back(Op("get_ctl_phyerror")
                     .params(kKeywordsOnly)
+                    .extras({kAdapterId})
                     .doc("查询控制器 PHY 误码计数。\n\n"
                          "参数:\n"
                          "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
@@ -330,10 +332,11 @@ void add_phy_expander_ops(OpList& ops) {
                                    .format(),
                                query(Tool::sorbctl, "get_ctl_phyinfo_sorbctl").format(),
                                custom(Tool::arcconf, phyerror_arcconf, kPhyErrorWords)
-                                   .words({{"query", "get_controller_pd_phyerror_arcconf"}})}));
+                                   .wrappers({{"query", "get_controller_pd_phyerror_arcconf"}})}));
   ops.push_back(
       Op("set_ctl_phy_func")
           .params({arg("eid"), arg("sid"), arg("oper"), kwargs()})
+          .extras({kAdapterId})
           .doc("设置控制器PHY连接状态（仅 sorbctl）。\n\n"
                "参数:\n"
                "    eid (str): enclosure / channel 编号。\n"
@@ -347,6 +350,7 @@ void add_phy_expander_ops(OpList& ops) {
   ops.push_back(
       Op("ctl_get_phy_info_storelibtest")
           .params(kPhyInfoParams)
+          .extras({kAdapterId})
           .doc("使用 storelibtest 工具查询 phy 信息（博通卡，需 expander 背板）。\n\n"
                "参数:\n"
                "    phy_input (str): \"all\" 表示全部 phy；\"0-3\" 表示 0 到 3（含两端）；"
@@ -358,15 +362,18 @@ void add_phy_expander_ops(OpList& ops) {
                "phy 编号超出控制器 phy 数目时为 \"输入的phy数目错误, 请重试\"。")
           .returns_doc("list")
           .variants({custom(Tool::storcli64, storelib_phys, kStorelibWords, &kPhyInfoInput)
-                         .words({{"no_expander", "该环境无exp背板, 无法查询所有phy信息"},
-                                 {"count", "get_phy_count_storelibtest"},
-                                 {"no_such_phy", "输入的phy数目错误, 请重试"},
-                                 {"run", "get_phy_info_storelibtest"}}),
+                         .calls({{"expander", "get_expander_cfg"}})
+                         .ignores("adapter_id", "检查expander背板时不传 adapter_id")
+                         .wrappers({{"count", "get_phy_count_storelibtest"},
+                                    {"run", "get_phy_info_storelibtest"}})
+                         .messages({{"no_expander", "该环境无exp背板, 无法查询所有phy信息"},
+                                    {"no_such_phy", "输入的phy数目错误, 请重试"}}),
                      refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具查询所有phy信息"),
                      refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具查询所有phy信息")}));
   ops.push_back(
       Op("ctl_phy_control_storelibtest")
           .params(kPhyControlParams)
+          .extras({kAdapterId})
           .doc("使用 storelibtest 工具对 phy 进行 phy control（复位）操作（博通卡，需 expander "
                "背板）。\n\n"
                "参数:\n"
@@ -381,15 +388,18 @@ void add_phy_expander_ops(OpList& ops) {
                "phy 编号超出控制器 phy 数目时为 \"输入的phy数目错误, 请重试\"。")
           .returns_doc("list")
           .variants({custom(Tool::storcli64, storelib_phys, kStorelibWords, &kPhyControlInput)
-                         .words({{"no_expander", "该环境无exp背板, 无法进行phy control操作"},
-                                 {"count", "get_phy_count_storelibtest"},
-                                 {"no_such_phy", "输入的phy数目错误, 请重试"},
-                                 {"run", "send_phy_control_storelibtest"}}),
+                         .calls({{"expander", "get_expander_cfg"}})
+                         .ignores("adapter_id", "检查expander背板时不传 adapter_id")
+                         .wrappers({{"count", "get_phy_count_storelibtest"},
+                                    {"run", "send_phy_control_storelibtest"}})
+                         .messages({{"no_expander", "该环境无exp背板, 无法进行phy control操作"},
+                                    {"no_such_phy", "输入的phy数目错误, 请重试"}}),
                      refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具进行phy control测试"),
                      refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具进行phy control测试")}));
   ops.push_back(
       Op("set_controller_phy_speed")
           .params({kw("eid"), kw("sid"), kw("speed"), kwargs()})
+          .extras({kAdapterId})
           .doc("设置 phy 链路速率（仅 sorbctl）。\n\n"
                "参数（仅限关键字传入）:\n"
                "    eid (str): enclosure / channel 编号。\n"

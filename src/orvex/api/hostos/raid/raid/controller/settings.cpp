@@ -59,6 +59,7 @@ void add_controller_settings_ops(OpList& ops) {
   ops.push_back(
       Op("set_ctl_mode")
           .params({arg("mode"), kwargs()})
+          .extras({kAdapterId})
           .doc("设置控制卡工作模式（仅 arcconf）。\n\n"
                "参数:\n"
                "    mode (str): 工作模式，\"2\"、\"3\" 或 \"5\"。\n"
@@ -70,6 +71,7 @@ void add_controller_settings_ops(OpList& ops) {
   ops.push_back(
       Op("set_jbod_state")
           .params(kStateParams)
+          .extras({extra("force").typed("bool"), kAdapterId})
           .doc("打开或关闭控制器的直通（JBOD）功能。\n\n"
                "参数:\n"
                "    state (str): \"on\" 或 \"off\"。\n"
@@ -83,10 +85,11 @@ void add_controller_settings_ops(OpList& ops) {
                          .rename("state", "jbod")
                          .translate("jbod", {{"on", "rawdrive"}}),
                      custom(Tool::arcconf, jbod_arcconf, kSetModeWords)
-                         .words({{"set_mode", "ctr_set_ctrl_mode_arcconf"}})}));
+                         .wrappers({{"set_mode", "ctr_set_ctrl_mode_arcconf"}})}));
   ops.push_back(
       Op("query_jbod_info")
           .params(kKeywordsOnly)
+          .extras({kAdapterId})
           .doc("查询控制器直通（JBOD）状态。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    str: 直通状态，如 \"ON\" 或 \"OFF\"；arcconf 的其他工作模式原样返回。")
@@ -104,6 +107,7 @@ void add_controller_settings_ops(OpList& ops) {
   ops.push_back(
       Op("get_ctl_current_time")
           .params(kKeywordsOnly)
+          .extras({kAdapterId})
           .doc("查询控制卡当前时间信息（仅 storcli64）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    str: 控制器时间，格式 \"%Y/%m/%d %H:%M:%S\"，如 \"2021/11/22 "
@@ -118,6 +122,7 @@ void add_controller_settings_ops(OpList& ops) {
   ops.push_back(
       Op("set_controller_time")
           .params(kKeywordsOnly)
+          .extras({kAdapterId, extra("ctl_time")})
           .doc("设置raid控制器时间（仅 storcli64）。\n\n"
                "参数:\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
@@ -129,6 +134,7 @@ void add_controller_settings_ops(OpList& ops) {
   ops.push_back(
       Op("set_ctl_restart")
           .params(kKeywordsOnly)
+          .extras({kAdapterId})
           .doc("设置控制器复位（仅 storcli64）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    bool: 复位命令是否成功。")
@@ -138,6 +144,7 @@ void add_controller_settings_ops(OpList& ops) {
   ops.push_back(
       Op("set_ctl_restart_switch")
           .params(kStateParams)
+          .extras({kAdapterId})
           .doc("设置控制器复位开关打开或关闭（仅 storcli64）。\n\n"
                "参数:\n"
                "    state (str): \"on\" 或 \"off\"。\n"
@@ -150,6 +157,7 @@ void add_controller_settings_ops(OpList& ops) {
   ops.push_back(
       Op("set_ctl_auto_rebuild")
           .params(kStateParams)
+          .extras({kAdapterId})
           .doc("设置控制器自动重构开关（仅 storcli64）。\n\n"
                "参数:\n"
                "    state (str): \"on\" 或 \"off\"。\n"
@@ -161,13 +169,14 @@ void add_controller_settings_ops(OpList& ops) {
   ops.push_back(
       Op("get_controller_ehsp")
           .params(kKeywordsOnly)
+          .extras({kAdapterId})
           .doc("查询紧急热备状态（storcli64、sorbctl）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    str: \"ON\" 或 \"OFF\"（大写）；storcli64 未报告 EmergencyUG 时返回 "
                "None。")
           .returns_doc("str")
           .variants({custom(Tool::storcli64, ehsp_storcli64, kQueryWords)
-                         .words({{"query", "ctr_get_eghs_storcli64"}}),
+                         .wrappers({{"query", "ctr_get_eghs_storcli64"}}),
                      query(Tool::sorbctl, "get_controller_ehsp_sorbctl")
                          .via(Route::host)
                          .at("Ehsp Switch")
@@ -176,6 +185,7 @@ void add_controller_settings_ops(OpList& ops) {
   ops.push_back(
       Op("set_controller_emergency_hotspare_switch")
           .params(kEhspSwitchParams)
+          .extras({kAdapterId})
           .doc("设置控制器的紧急热备开关（storcli64、sorbctl）。\n\n"
                "参数:\n"
                "    switch (str): \"on\" 或 \"off\"。\n"
@@ -193,6 +203,7 @@ void add_controller_settings_ops(OpList& ops) {
   ops.push_back(
       Op("set_bootwithpinnedcache")
           .params(kStateParams)
+          .extras({kAdapterId})
           .doc("设置存在脏数据时的控制器启动方式（storcli64、sorbctl）。\n\n"
                "参数:\n"
                "    state (str): \"on\" 或 \"off\"。\n"
@@ -205,6 +216,7 @@ void add_controller_settings_ops(OpList& ops) {
   ops.push_back(
       Op("get_bootwithpinnedcache")
           .params(kKeywordsOnly)
+          .extras({kAdapterId})
           .doc("查询存在脏数据时的控制器启动方式（storcli64、sorbctl）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    str: 大写的开关状态，如 \"ON\"、\"OFF\"。")
@@ -223,6 +235,7 @@ void add_controller_settings_ops(OpList& ops) {
   // is sent as nothing.
   ops.push_back(Op("set_controller_pdcache")
                     .params({kw("state"), kwargs()})
+                    .extras({kAdapterId})
                     .doc("设置控制器下未配置硬盘的硬盘缓存（仅 arcconf）。\n\n"
                          "参数:\n"
                          "    state (str): \"on\" 或 \"off\"（仅限关键字传入）。\n"
@@ -236,6 +249,7 @@ void add_controller_settings_ops(OpList& ops) {
   ops.push_back(
       Op("set_controller_foreign_config")
           .params({kw("oper"), kwargs()})
+          .extras({kAdapterId})
           .doc("设置外部配置操作：删除或导入控制器上的外部配置（storcli64、sorbctl）。\n\n"
                "参数:\n"
                "    oper (str): \"delete\"（删除）或 \"import\"（导入），仅限关键字传入。\n"

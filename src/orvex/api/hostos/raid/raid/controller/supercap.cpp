@@ -130,6 +130,7 @@ void add_supercap_ops(OpList& ops) {
   ops.push_back(
       Op("get_capacitance_info")
           .params(kCapacitanceParams)
+          .extras({kAdapterId})
           .doc(
               "查询超级电容信息。\n\n"
               "参数:\n"
@@ -143,20 +144,21 @@ void add_supercap_ops(OpList& ops) {
           .returns_doc("dict")
           .variants(
               {custom(Tool::storcli64, capacitance_storcli64, kCapacitanceWords)
-                   .words(
-                       {{"query", "ctr_get_cv_all_storcli64"},
-                        {"template", "get_capacitance_info_format"},
-                        {"bad_information",
+                   .wrappers({{"query", "ctr_get_cv_all_storcli64"}})
+                   .words({{"template", "get_capacitance_info_format"}})
+                   .messages(
+                       {{"bad_information",
                          "LSI卡查询电容all参数错误: 全部信息all=\"all\" 简要信息all=\"simple\""}}),
                custom(Tool::sorbctl, capacitance_sorbctl, kShapedWords)
-                   .words({{"query", "get_controller_supercap_sorbctl"},
-                           {"template", "get_capacitance_info_format"}}),
+                   .wrappers({{"query", "get_controller_supercap_sorbctl"}})
+                   .words({{"template", "get_capacitance_info_format"}}),
                query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
                    .at("controller_information")
                    .format("get_capacitance_info_format")}));
   ops.push_back(
       Op("set_supercap_learn")
           .params(kKeywordsOnly)
+          .extras({kAdapterId, extra("cycle"), extra("starttime")})
           .doc("设置超级电容自学习（storcli64、sorbctl）。\n\n"
                "参数:\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
@@ -167,13 +169,14 @@ void add_supercap_ops(OpList& ops) {
           .returns_doc("bool")
           .variants({checked(Tool::storcli64, "ctr_start_cv_learn_storcli64"),
                      custom(Tool::sorbctl, supercap_learn_sorbctl, kLearnWords)
-                         .words({{"clock", "system_clock"},
-                                 {"learn", "set_supercap_self_learn_sorbctl"},
-                                 {"failed", "设置超级电容自学习失败，请检查回显报错信息"}}),
+                         .wrappers({{"clock", "system_clock"},
+                                    {"learn", "set_supercap_self_learn_sorbctl"}})
+                         .messages({{"failed", "设置超级电容自学习失败，请检查回显报错信息"}}),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置超级电容自学习 功能")}));
   ops.push_back(
       Op("get_supercap_self_learn_info")
           .params(kKeywordsOnly)
+          .extras({kAdapterId})
           .doc("查询超级电容自学习信息（storcli64、sorbctl）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n"
@@ -183,8 +186,8 @@ void add_supercap_ops(OpList& ops) {
                "以及 raw_data；sorbctl 回显 fail 时抛出异常。")
           .returns_doc("dict")
           .variants({custom(Tool::storcli64, self_learn_storcli64, kShapedWords)
-                         .words({{"query", "ctr_get_cv_learn_storcli64"},
-                                 {"template", "get_supercap_self_learn_info_format"}}),
+                         .wrappers({{"query", "ctr_get_cv_learn_storcli64"}})
+                         .words({{"template", "get_supercap_self_learn_info_format"}}),
                      query(Tool::sorbctl, "get_supercap_self_learn_sorbctl")
                          .refuse_on("fail", "查询超级电容自学习信息失败，请检查回显报错信息")
                          .format("get_supercap_self_learn_info_format"),

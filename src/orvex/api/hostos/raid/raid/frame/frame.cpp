@@ -281,6 +281,31 @@ int compile_params(CompiledOp& op) {
     if (p.fallback != nullptr) sig.append("=").append(p.fallback);
     op.params.push_back(std::move(c));
   }
+  // Extras come only through a catch-all and never repeat a name.
+  for (std::size_t i = 0; i < def.extras.size(); ++i) {
+    const ParamDef& e = def.extras[i];
+    if (!is_identifier(e.name) || e.kind != Kind::extra || e.fallback != nullptr ||
+        e.key != nullptr) {
+      declaration_error(name, "not an extra: ", e.name == nullptr ? "(null)" : e.name);
+      return -1;
+    }
+    if (op.catch_all < 0) {
+      declaration_error(name, "an extra without a catch-all: ", e.name);
+      return -1;
+    }
+    for (const ParamDef& p : def.params) {
+      if (std::strcmp(p.name, e.name) == 0)
+        return declaration_error(name, "duplicate parameter ", e.name), -1;
+    }
+    for (std::size_t j = 0; j < i; ++j) {
+      if (std::strcmp(def.extras[j].name, e.name) == 0)
+        return declaration_error(name, "duplicate parameter ", e.name), -1;
+    }
+  }
+  for (const ParamDef& p : def.params) {
+    if (p.kind == Kind::extra)
+      return declaration_error(name, "an extra among the parameters: ", p.name), -1;
+  }
   op.only_self = def.params.empty();
   op.builds_params = def.build != nullptr || !def.params.empty();
   sig.append(")");
@@ -292,6 +317,11 @@ int compile_params(CompiledOp& op) {
 
 // The row's words are exactly those its body and preps declare, once each.
 int check_words(const char* op, const VariantDef& v) {
+  if (v.word_kinds.size() != v.word_texts.size())
+    return declaration_error(op, "words added other than through words/wrappers/...", nullptr), -1;
+  for (const ExtraNote& n : v.notes) {
+    if (n.name == nullptr) return declaration_error(op, "a note without its extra", nullptr), -1;
+  }
   for (std::size_t i = 0; i < v.word_texts.size(); ++i) {
     const Pair& w = v.word_texts[i];
     if (w.from == nullptr || w.to == nullptr)
@@ -435,6 +465,12 @@ int compile_variants(CompiledOp& op) {
       c.shapes.push_back(std::move(cs));
     }
     if (check_words(name, v) < 0) return -1;
+    for (const ExtraNote& n : v.notes) {
+      bool known = false;
+      for (const ParamDef& p : def.params) known = known || std::strcmp(p.name, n.name) == 0;
+      for (const ParamDef& p : def.extras) known = known || std::strcmp(p.name, n.name) == 0;
+      if (!known) return declaration_error(name, "a note on an undeclared extra: ", n.name), -1;
+    }
     if (chosen) {
       if (v.refuse_head == nullptr || v.choices.empty()) {
         declaration_error(name, "a choice without its wrappers or refusal", nullptr);
@@ -1236,18 +1272,107 @@ PyObject* op_call(PyObject* o, PyObject* args, PyObject* kwargs) {
   return PyObject_Call(op_of(o).function, args, kwargs);
 }
 
-// The declaration, for the type stub: ((name, kind, default, type), ...).
+// The declaration, for the type stub and the reference of operations:
+// ((name, kind, default, type), ...), the declared parameters, then the
+// extras (kind "extra", default None).
 PyObject* op_parameters_get(PyObject* o, void*) {
   const OpDef& def = *op_of(o).def;
-  Ref out = Ref::steal(PyTuple_New(static_cast<Py_ssize_t>(def.params.size())));
+  const std::size_t n = def.params.size() + def.extras.size();
+  Ref out = Ref::steal(PyTuple_New(static_cast<Py_ssize_t>(n)));
   if (!out) return nullptr;
-  static const char* const kinds[] = {"positional", "keyword_only", "catch_all"};
-  for (std::size_t i = 0; i < def.params.size(); ++i) {
-    const ParamDef& p = def.params[i];
+  static const char* const kinds[] = {"positional", "keyword_only", "catch_all", "extra"};
+  for (std::size_t i = 0; i < n; ++i) {
+    const ParamDef& p = i < def.params.size() ? def.params[i] : def.extras[i - def.params.size()];
     PyObject* entry =
         Py_BuildValue("(sszs)", p.name, kinds[static_cast<int>(p.kind)], p.fallback, p.type);
     if (entry == nullptr) return nullptr;
     PyTuple_SetItem(out.get(), static_cast<Py_ssize_t>(i), entry);
+  }
+  return out.release();
+}
+
+// True when the extras are every keyword the operation takes.
+PyObject* op_extras_complete_get(PyObject* o, void*) {
+  return boolean(op_of(o).def->extras_complete).release();
+}
+
+// A tuple of texts (empty strings dropped).
+Ref text_tuple(const std::vector<const char*>& texts) {
+  Ref out = Ref::steal(PyTuple_New(static_cast<Py_ssize_t>(texts.size())));
+  if (!out) return nullptr;
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    PyObject* t = PyUnicode_FromString(texts[i]);
+    if (t == nullptr) return nullptr;
+    PyTuple_SetItem(out.get(), static_cast<Py_ssize_t>(i), t);
+  }
+  return out;
+}
+
+// One variant as the reference of operations reads it: (tool, form,
+// wrappers, messages, route, calls, notes).  wrappers: what it dispatches,
+// in order (a first attempt, the wrapper, the choices by value, a computed
+// variant's wrapper words); messages: what it raises (a message with "{}"
+// is completed by a value); calls: other operations of the object it calls;
+// notes: ((extra, "reads" or "ignores", detail or None), ...).
+Ref variant_record(const VariantDef& v) {
+  static const char* const forms[] = {"refusal", "checked", "action", "query", "custom", "same_as"};
+  static const char* const routes[] = {"self", "host", "dispatcher"};
+  std::vector<const char*> wrappers;
+  std::vector<const char*> messages;
+  std::vector<const char*> calls;
+  std::vector<std::string> composed;  // keeps the composed messages alive
+  for (const Edit& e : v.edits) {
+    if (e.op == Edit::Op::attempt) wrappers.push_back(e.other);
+  }
+  if (v.form == Form::refusal) {
+    messages.push_back(v.text);
+  } else if (v.form == Form::same_as) {
+    calls.push_back(v.text);
+  } else if (v.text != nullptr) {
+    wrappers.push_back(v.text);
+  }
+  for (const Pair& choice : v.choices) wrappers.push_back(choice.to);
+  if (v.choose_key != nullptr) {
+    composed.emplace_back(v.refuse_head);
+    if (v.refuse_tail != nullptr) composed.back().append("{}").append(v.refuse_tail);
+  }
+  for (const Shape& s : v.shapes) {
+    if (s.op == Shape::Op::refuse_on) messages.push_back(s.text);
+  }
+  for (std::size_t i = 0; i < v.word_texts.size(); ++i) {
+    const WordKind kind = v.word_kinds[i];
+    if (kind == WordKind::wrapper) wrappers.push_back(v.word_texts[i].to);
+    if (kind == WordKind::message) messages.push_back(v.word_texts[i].to);
+    if (kind == WordKind::call) calls.push_back(v.word_texts[i].to);
+  }
+  for (const std::string& m : composed) messages.push_back(m.c_str());
+  Ref notes = Ref::steal(PyTuple_New(static_cast<Py_ssize_t>(v.notes.size())));
+  if (!notes) return nullptr;
+  for (std::size_t i = 0; i < v.notes.size(); ++i) {
+    const ExtraNote& n = v.notes[i];
+    PyObject* entry = Py_BuildValue("(ssz)", n.name, n.verb, n.detail);
+    if (entry == nullptr) return nullptr;
+    PyTuple_SetItem(notes.get(), static_cast<Py_ssize_t>(i), entry);
+  }
+  Ref w = text_tuple(wrappers);
+  Ref m = text_tuple(messages);
+  Ref c = text_tuple(calls);
+  if (!w || !m || !c) return nullptr;
+  return Ref::steal(Py_BuildValue("(OsOOsOO)", tool_string(v.tool), forms[static_cast<int>(v.form)],
+                                  w.get(), m.get(), routes[static_cast<int>(v.route)], c.get(),
+                                  notes.get()));
+}
+
+// The variants in registration order (see variant_record); () for the
+// object's own operations.
+PyObject* op_variants_get(PyObject* o, void*) {
+  const OpDef& def = *op_of(o).def;
+  Ref out = Ref::steal(PyTuple_New(static_cast<Py_ssize_t>(def.variants.size())));
+  if (!out) return nullptr;
+  for (std::size_t i = 0; i < def.variants.size(); ++i) {
+    Ref record = variant_record(def.variants[i]);
+    if (!record) return nullptr;
+    PyTuple_SetItem(out.get(), static_cast<Py_ssize_t>(i), record.release());
   }
   return out.release();
 }
@@ -1307,6 +1432,8 @@ PyGetSetDef op_getset[] = {
     {const_cast<char*>("__objclass__"), op_objclass_get, nullptr, nullptr, nullptr},
     {const_cast<char*>("parameters"), op_parameters_get, nullptr, nullptr, nullptr},
     {const_cast<char*>("returns"), op_returns_get, nullptr, nullptr, nullptr},
+    {const_cast<char*>("extras_complete"), op_extras_complete_get, nullptr, nullptr, nullptr},
+    {const_cast<char*>("variants"), op_variants_get, nullptr, nullptr, nullptr},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
@@ -1516,8 +1643,34 @@ VariantDef VariantDef::attempt(const char* wrapper, const char* log_head) && {
 VariantDef VariantDef::prep(Prep fn) && {
   return with_edit(std::move(*this), Edit{Edit::Op::fn, nullptr, nullptr, {}, fn});
 }
-VariantDef VariantDef::words(std::vector<Pair> named) && {
-  word_texts.insert(word_texts.end(), named.begin(), named.end());
+namespace {
+
+VariantDef with_words(VariantDef&& v, const std::vector<Pair>& named, WordKind kind) {
+  v.word_texts.insert(v.word_texts.end(), named.begin(), named.end());
+  v.word_kinds.insert(v.word_kinds.end(), named.size(), kind);
+  return std::move(v);
+}
+
+}  // namespace
+
+VariantDef VariantDef::words(const std::vector<Pair>& named) && {
+  return with_words(std::move(*this), named, WordKind::text);
+}
+VariantDef VariantDef::wrappers(const std::vector<Pair>& named) && {
+  return with_words(std::move(*this), named, WordKind::wrapper);
+}
+VariantDef VariantDef::messages(const std::vector<Pair>& named) && {
+  return with_words(std::move(*this), named, WordKind::message);
+}
+VariantDef VariantDef::calls(const std::vector<Pair>& named) && {
+  return with_words(std::move(*this), named, WordKind::call);
+}
+VariantDef VariantDef::reads(const char* extra_name) && {
+  notes.push_back(ExtraNote{extra_name, "reads", nullptr});
+  return std::move(*this);
+}
+VariantDef VariantDef::ignores(const char* extra_name, const char* detail) && {
+  notes.push_back(ExtraNote{extra_name, "ignores", detail});
   return std::move(*this);
 }
 VariantDef VariantDef::choose(const char* key, std::vector<Pair> wrappers, const char* head,

@@ -14,6 +14,7 @@
 //
 //   ops.push_back(Op("set_ctl_mode")
 //                     .params({arg("mode"), kwargs()})
+//                     .extras({kAdapterId})
 //                     .doc("设置控制卡工作模式 ...")
 //                     .variants({action(Tool::arcconf, "ctr_set_ctrl_mode_arcconf"),
 //                                refuse(Tool::sorbctl, "7460卡sorbctl工具没有 ..."),
@@ -40,8 +41,14 @@ enum class ResultType : std::uint8_t { any, dict, list };
 // ---------------------------------------------------------------------------
 // Parameters, declared once per operation.  The binder, `params`, the text
 // signature (inspect.signature, help) and the type stub all come from here.
+//
+// An extra (`extra("adapter_id")`, given to Op::extras) is a keyword the
+// operation documents but does not declare: at run time it arrives through
+// the catch-all like any other keyword, so it costs nothing per call; the
+// type stub and the reference of operations show it as a keyword-only
+// parameter.
 
-enum class Kind : std::uint8_t { positional, keyword_only, catch_all };
+enum class Kind : std::uint8_t { positional, keyword_only, catch_all, extra };
 
 struct ParamDef {
   const char* name = nullptr;
@@ -82,6 +89,11 @@ constexpr ParamDef param(const char* name, Kind kind) {
 constexpr ParamDef arg(const char* name) { return param(name, Kind::positional); }
 constexpr ParamDef kw(const char* name) { return param(name, Kind::keyword_only); }
 constexpr ParamDef kwargs() { return param("kwargs", Kind::catch_all).unstored().typed("Any"); }
+constexpr ParamDef extra(const char* name) { return param(name, Kind::extra).unstored(); }
+
+// The extras most operations take.
+constexpr ParamDef kAdapterId = extra("adapter_id");  // controller number; first when absent
+constexpr ParamDef kAdpId = extra("adp_id");          // the same, as some wrappers name it
 
 constexpr bool same_text(const char* a, const char* b) {
   while (*a != '\0' && *a == *b) {
@@ -142,6 +154,21 @@ using Direct = Ref (*)(PyObject* self, PyObject* const* args);
 struct Pair {  // a translation: caller's value -> value sent to the tool
   const char* from;
   const char* to;
+};
+
+// What a word of a computed variant is, for the reference of operations:
+// `.wrappers` the command wrappers it dispatches, `.messages` the texts it
+// raises, `.calls` other operations of the object it calls, `.words` any
+// other text (template and formatter names, log lines).
+enum class WordKind : std::uint8_t { text, wrapper, message, call };
+
+// A note on how a variant treats an extra the caller may pass:
+// `.reads("adp_id")` where the tool's wrapper takes the controller under
+// that key, `.ignores("adapter_id", "...")` where a step runs without it.
+struct ExtraNote {
+  const char* name;
+  const char* verb;  // "reads" or "ignores"
+  const char* detail = nullptr;
 };
 
 struct WordNames {  // the names a body or prep reads (see RAID_WORD)
@@ -246,6 +273,8 @@ struct VariantDef {
   Body body = nullptr;
   const void* data = nullptr;         // custom: the body's own data
   std::vector<Pair> word_texts;       // name -> text, read by the body and preps
+  std::vector<WordKind> word_kinds;   // one per word text
+  std::vector<ExtraNote> notes;       // for the reference of operations
   std::vector<WordNames> word_names;  // what the body and preps declare they read
 
   // Modifiers, so a row says only what differs.
@@ -269,7 +298,12 @@ struct VariantDef {
     word_names.push_back(WordNames{names, N});
     return std::move(*this).prep(fn);
   }
-  VariantDef words(std::vector<Pair> named) &&;
+  VariantDef words(const std::vector<Pair>& named) &&;
+  VariantDef wrappers(const std::vector<Pair>& named) &&;  // words that are wrapper names
+  VariantDef messages(const std::vector<Pair>& named) &&;  // words that are raised messages
+  VariantDef calls(const std::vector<Pair>& named) &&;     // words that name operations of Raid
+  VariantDef reads(const char* extra_name) &&;
+  VariantDef ignores(const char* extra_name, const char* detail = nullptr) &&;
   VariantDef choose(const char* key, std::vector<Pair> wrappers, const char* head,
                     const char* tail) &&;
   VariantDef pop_choice() &&;
@@ -317,6 +351,8 @@ VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const
 struct OpDef {
   const char* name = nullptr;
   std::vector<ParamDef> params;
+  std::vector<ParamDef> extras;       // documented keywords beyond params (Kind::extra)
+  bool extras_complete = false;       // extras are every keyword the operation takes
   const char* doc = "";               // Chinese documentation shown by help()
   const char* returns_doc = nullptr;  // the stub's result annotation ("bool", "dict", ...)
   ResultType result = ResultType::any;
@@ -337,6 +373,18 @@ class Op {
   template <std::size_t N>
   Op& params(const ParamDef (&ps)[N]) {
     def_.params.assign(ps, ps + N);
+    return *this;
+  }
+  // Every extra keyword the operation takes (the stub then has no **kwargs).
+  Op& extras(std::initializer_list<ParamDef> ps) {
+    def_.extras.assign(ps);
+    def_.extras_complete = true;
+    return *this;
+  }
+  // The extras it documents; others may still be passed.
+  Op& some_extras(std::initializer_list<ParamDef> ps) {
+    def_.extras.assign(ps);
+    def_.extras_complete = false;
     return *this;
   }
   Op& doc(const char* text) {

@@ -49,6 +49,7 @@ void add_pd_copyback_ops(OpList& ops) {
   ops.push_back(
       Op("query_copyback_info")
           .params(kNoParams)
+          .extras({kAdapterId})
           .doc("RAID-查询回拷功能状态（仅 sorbctl）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    str: 回拷开关，按工具原样返回，如 \"ON\" 或 \"OFF\"。")
@@ -61,6 +62,7 @@ void add_pd_copyback_ops(OpList& ops) {
   ops.push_back(
       Op("get_copyback_status")
           .params(kNoParams)
+          .extras({kAdapterId, extra("index").typed("int")})
           .doc("查询硬盘回拷功能状态。\n\n"
                "参数:\n"
                "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n"
@@ -69,7 +71,7 @@ void add_pd_copyback_ops(OpList& ops) {
                "返回:\n    str: 大写的开关状态，如 \"OFF\"。")
           .returns_doc("str")
           .variants({custom(Tool::storcli64, status_storcli64, kQueryWords)
-                         .words({{"query", "ctr_get_copyback_storcli64"}}),
+                         .wrappers({{"query", "ctr_get_copyback_storcli64"}}),
                      query(Tool::sorbctl, "get_controller_copyback_sorbctl")
                          .strict()
                          .at("Copyback Switch")
@@ -78,6 +80,7 @@ void add_pd_copyback_ops(OpList& ops) {
   ops.push_back(
       Op("set_copyback_cfg")
           .params(kStateParams)
+          .extras({extra("type"), kAdapterId})
           .doc("设置回拷功能参数。\n\n"
                "参数:\n"
                "    state (str): \"on\" 或 \"off\"。\n"
@@ -90,6 +93,7 @@ void add_pd_copyback_ops(OpList& ops) {
   ops.push_back(
       Op("set_copyback_rate")
           .params(kRateParams)
+          .extras({kAdapterId})
           .doc("设置回拷功能后台速率（仅 sorbctl）。\n\n"
                "参数:\n"
                "    copybackrate (str): 后台速率，如 \"low\"。\n"
@@ -101,6 +105,7 @@ void add_pd_copyback_ops(OpList& ops) {
   ops.push_back(
       Op("get_copyback_rate")
           .params(kNoParams)
+          .extras({kAdapterId})
           .doc("查询回拷功能后台速率（仅 sorbctl）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    dict: {\"CopyBack Rate\": 速率}，如 {\"CopyBack Rate\": \"low\"}。")
@@ -114,6 +119,7 @@ void add_pd_copyback_ops(OpList& ops) {
   ops.push_back(
       Op("get_precopy_info")
           .params(kNoParams)
+          .extras({kAdapterId})
           .doc("获取raid控制器预拷贝配置信息（仅 sorbctl）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    dict: 预拷贝配置，其中 precopy_switch 为小写的开关状态（如 \"off\"）。")
@@ -121,11 +127,12 @@ void add_pd_copyback_ops(OpList& ops) {
           .variants(
               {refuse(Tool::storcli64, "LSI卡storcli64工具没有 获取raid控制器预拷贝配置信息 功能"),
                custom(Tool::sorbctl, precopy_sorbctl, kQueryWords)
-                   .words({{"query", "get_controller_precopy_sorbctl"}}),
+                   .wrappers({{"query", "get_controller_precopy_sorbctl"}}),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 获取raid控制器预拷贝配置信息 功能")}));
   ops.push_back(
       Op("set_precopy")
           .params(kPrecopyParams)
+          .extras({kAdapterId})
           .doc("设置raid控制器预拷贝参数（仅 sorbctl）。\n\n"
                "参数:\n"
                "    state (str): \"on\" 或 \"off\"（小写，仅限关键字传入）。\n"
@@ -137,6 +144,7 @@ void add_pd_copyback_ops(OpList& ops) {
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置raid控制器预拷贝参数功能")}));
   ops.push_back(Op("set_pd_copyback_func")
                     .params(kDriveOperParams)
+                    .extras({kAdapterId})
                     .doc("控制单块硬盘的回拷（仅 storcli64）。\n\n"
                          "参数:\n"
                          "    eid (str): enclosure（通道）编号。\n"
@@ -150,6 +158,7 @@ void add_pd_copyback_ops(OpList& ops) {
   ops.push_back(
       Op("get_pd_copyback_info")
           .params(kDriveParams)
+          .extras({kAdapterId})
           .doc("查询单块硬盘的回拷进度。\n\n"
                "参数:\n"
                "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"

@@ -44,6 +44,7 @@ void add_pd_erase_sanitize_ops(OpList& ops) {
   ops.push_back(
       Op("start_pd_sanitize")
           .params(kModeParams)
+          .extras({extra("ause").typed("bool"), kAdapterId})
           .doc("启动硬盘 sanitize 擦除。\n\n"
                "参数:\n"
                "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
@@ -57,6 +58,7 @@ void add_pd_erase_sanitize_ops(OpList& ops) {
                      refuse(Tool::arcconf, "There is no such command in arcconf")}));
   ops.push_back(Op("get_pd_sanitize")
                     .params(kPositionalParams)
+                    .extras({kAdapterId})
                     .doc("查询硬盘 sanitize 进度。\n\n"
                          "参数:\n"
                          "    eid (str): enclosure（通道）编号。\n"
@@ -74,6 +76,7 @@ void add_pd_erase_sanitize_ops(OpList& ops) {
                                refuse(Tool::arcconf, "There is no such command in arcconf")}));
   ops.push_back(Op("start_pd_erase")
                     .params(kModeParams)
+                    .extras({kAdapterId})
                     .build(start_erase_params)
                     .doc("启动硬盘擦除。\n\n"
                          "参数:\n"
@@ -100,6 +103,7 @@ void add_pd_erase_sanitize_ops(OpList& ops) {
   ops.push_back(
       Op("get_pd_erase")
           .params(kDriveParams)
+          .extras({kAdapterId})
           .doc("查询硬盘擦除进度。\n\n"
                "参数:\n"
                "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
@@ -119,7 +123,7 @@ void add_pd_erase_sanitize_ops(OpList& ops) {
                          .put_in("Drive-ID", "c{adapter_id}:e{eid}:s{sid}")
                          .format("get_controller_pd_erase_raid"),
                      custom(Tool::arcconf, erase_arcconf, kQueryWords)
-                         .words({{"query", "ctr_get_controller_bgtask_arcconf"}})}));
+                         .wrappers({{"query", "ctr_get_controller_bgtask_arcconf"}})}));
 }
 
 }  // namespace raid

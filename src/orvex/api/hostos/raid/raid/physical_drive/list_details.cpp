@@ -16,7 +16,8 @@ constexpr ParamDef kDriveParams[] = {kw("eid"), kw("sid"), kwargs()};
 const Framed kDetailedSection("Drive", "Detailed Information", "^Drive.*Detailed Information$");
 
 constexpr const char* kQueryWords[] = {"query"};
-constexpr const char* kNotFoundWords[] = {"not_found"};
+constexpr const char* kNotFoundWords[] = {"not_found", "all"};
+constexpr const char* kAllSorbctlWords[] = {"list", "one"};
 
 // arcconf lists enclosure services devices among the drives: leave them out
 // and keep each drive's key as its "eid:sid".
@@ -49,7 +50,7 @@ Ref treated_storcli64(const Call& c, PyObject* sections) {
 Ref one_arcconf(const Call& c) {
   PyObject* eid = c.arg(RAID_ARG(kDriveParams, "eid"));
   PyObject* sid = c.arg(RAID_ARG(kDriveParams, "sid"));
-  Ref all = c.method("get_all_physical_drive_info");
+  Ref all = c.method(c.word(RAID_WORD(kNotFoundWords, "all")));
   Ref found;
   const int r = each(all.get(), [&](PyObject* record) {
     Ref r_eid = get(record, "eid");
@@ -75,7 +76,7 @@ Ref one_arcconf(const Call& c) {
 // sorbctl has no bulk detail query: one detail request per listed drive.
 // The detail requests carry only eid and sid.
 Ref all_sorbctl(const Call& c) {
-  Ref drives = c.method("_get_physical_drive_list", c.params);
+  Ref drives = c.method(c.word(RAID_WORD(kAllSorbctlWords, "list")), c.params);
   Ref out = list();
   if (!out) return nullptr;
   const int r = each(drives.get(), [&](PyObject* record) {
@@ -84,7 +85,7 @@ Ref all_sorbctl(const Call& c) {
     if (!eid || !sid) return -1;
     Ref address = dict({{"eid", eid.get()}, {"sid", sid.get()}});
     if (!address) return -1;
-    Ref one = c.method("get_one_physical_drive_info", address.get());
+    Ref one = c.method(c.word(RAID_WORD(kAllSorbctlWords, "one")), address.get());
     return append(out.get(), one.get());
   });
   if (r < 0) return nullptr;
@@ -143,6 +144,7 @@ void add_pd_list_details_ops(OpList& ops) {
   ops.push_back(
       Op("_get_physical_drive_list")
           .params(kNoParams)
+          .extras({kAdapterId})
           .doc("查询控制器下的物理盘简要列表（模块内部使用，暂不对外开放）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n"
@@ -157,10 +159,11 @@ void add_pd_list_details_ops(OpList& ops) {
                          .format()
                          .post("get_physical_drive_list_format"),
                      custom(Tool::arcconf, list_arcconf, kQueryWords)
-                         .words({{"query", "ctr_get_cfg_arcconf"}})}));
+                         .wrappers({{"query", "ctr_get_cfg_arcconf"}})}));
   ops.push_back(
       Op("get_one_physical_drive_info")
           .params(kDriveParams)
+          .extras({kAdapterId})
           .doc("查询单块物理盘的详细信息。\n\n"
                "参数:\n"
                "    eid (str): 硬盘所在的 enclosure（通道）编号，如 \"65\"（仅限关键字传入）。\n"
@@ -175,21 +178,25 @@ void add_pd_list_details_ops(OpList& ops) {
                "异常:\n    OrvexException: arcconf 下找不到该硬盘时抛出。")
           .returns(ResultType::dict)
           .variant_name("get_one_physical_drive_info_raid")
-          .variants({query(Tool::storcli64, "ctr_get_pd_cfg_storcli64")
-                         .via(Route::host)
-                         .merge_layers_of("storcli64_get_one_physical_drive_treatments")
-                         .format()
-                         .post("get_one_physical_drive_info_format"),
-                     custom(Tool::arcconf, one_arcconf, kNotFoundWords)
-                         .words({{"not_found", "Physical drive not found. eid: [{}], sid: [{}]"}}),
-                     query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
-                         .via(Route::host)
-                         .merge()
-                         .format()
-                         .post("get_one_physical_drive_info_format")}));
+          .variants(
+              {query(Tool::storcli64, "ctr_get_pd_cfg_storcli64")
+                   .via(Route::host)
+                   .merge_layers_of("storcli64_get_one_physical_drive_treatments")
+                   .format()
+                   .post("get_one_physical_drive_info_format"),
+               custom(Tool::arcconf, one_arcconf, kNotFoundWords)
+                   .messages({{"not_found", "Physical drive not found. eid: [{}], sid: [{}]"}})
+                   .calls({{"all", "get_all_physical_drive_info"}})
+                   .ignores("adapter_id", "总是在第一个控制器的硬盘中查找"),
+               query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
+                   .via(Route::host)
+                   .merge()
+                   .format()
+                   .post("get_one_physical_drive_info_format")}));
   ops.push_back(
       Op("get_all_physical_drive_info")
           .params(kNoParams)
+          .extras({kAdapterId})
           .doc("查询控制器下所有物理盘的详细信息。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n"
@@ -199,11 +206,14 @@ void add_pd_list_details_ops(OpList& ops) {
                "logical_sector_size, physical_sector_size, write_cache, raw_data）。")
           .returns(ResultType::list)
           .variant_name("get_all_physical_drive_info_raid")
-          .variants({custom(Tool::sorbctl, all_sorbctl),
+          .variants({custom(Tool::sorbctl, all_sorbctl, kAllSorbctlWords)
+                         .calls({{"list", "_get_physical_drive_list"},
+                                 {"one", "get_one_physical_drive_info"}})
+                         .ignores("adapter_id", "逐盘查询详细信息时不传 adapter_id"),
                      custom(Tool::storcli64, all_storcli64, kQueryWords)
-                         .words({{"query", "ctr_get_pd_cfg_storcli64"}}),
+                         .wrappers({{"query", "ctr_get_pd_cfg_storcli64"}}),
                      custom(Tool::arcconf, all_arcconf, kQueryWords)
-                         .words({{"query", "ctr_get_pd_cfg_arcconf"}})}));
+                         .wrappers({{"query", "ctr_get_pd_cfg_arcconf"}})}));
 }
 
 }  // namespace raid

@@ -14,9 +14,9 @@ constexpr ParamDef kDriveParams[] = {kw("eid"), kw("sid"), kwargs()};
 constexpr ParamDef kStateParams[] = {kw("eid"), kw("sid"), kw("state"), kwargs()};
 constexpr ParamDef kOperParams[] = {kw("eid"), kw("sid"), kw("oper"), kwargs()};
 
-constexpr const char* kNoDriveWords[] = {"no_drive"};
+constexpr const char* kNoDriveWords[] = {"no_drive", "drives"};
 constexpr const char* kRebuildWords[] = {"query", "failed", "template"};
-constexpr const char* kRebuildTaskWords[] = {"tasks", "template"};
+constexpr const char* kRebuildTaskWords[] = {"tasks", "template", "drive", "members"};
 
 // Leaving pass-through forces the drive back to good.
 int jbod_storcli64(const Call& c) {
@@ -38,7 +38,7 @@ int hotspare_array_arcconf(const Call& c) {
   Ref ar_id = c.p_get("ar_id");
   const int given = truthy(ar_id.get());
   if (given != 0) return given < 0 ? -1 : 0;
-  Ref drives = c.method("get_all_virtual_drive_info");
+  Ref drives = c.method(c.word(RAID_WORD(kNoDriveWords, "drives")));
   const int any = truthy(drives.get());
   if (any < 0) return -1;
   if (any == 0) {
@@ -70,7 +70,7 @@ Ref rebuild_status_arcconf(const Call& c) {
   Ref address = dict({{"eid", c.arg(RAID_ARG(kDriveParams, "eid"))},
                       {"sid", c.arg(RAID_ARG(kDriveParams, "sid"))}});
   if (!address) return nullptr;
-  Ref drive = c.method("get_one_physical_drive_info", address.get());
+  Ref drive = c.method(c.word(RAID_WORD(kRebuildTaskWords, "drive")), address.get());
   Ref data = dict();
   Ref status = get(drive.get(), "status");
   const int rebuilding = equals(status.get(), "reconstructing");
@@ -86,7 +86,7 @@ Ref rebuild_status_arcconf(const Call& c) {
       if (!vid) return -1;
       Ref kw = dict({{"vid", vid.get()}});
       if (!kw) return -1;
-      Ref members = c.method("get_virtual_drive_member_drives", kw.get());
+      Ref members = c.method(c.word(RAID_WORD(kRebuildTaskWords, "members")), kw.get());
       const int member = contains(members.get(), address.get());
       if (member == 1) data = Ref::borrow(task);
       return member;
@@ -102,6 +102,7 @@ void add_pd_state_ops(OpList& ops) {
   ops.push_back(
       Op("set_disk_state")
           .params(kStateParams)
+          .extras({extra("force").typed("bool"), kAdapterId})
           .doc("设置物理盘状态。\n\n"
                "参数:\n"
                "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
@@ -121,6 +122,7 @@ void add_pd_state_ops(OpList& ops) {
   ops.push_back(
       Op("set_disk_offline")
           .params(kDriveParams)
+          .extras({kAdapterId})
           .doc("将物理盘设置为离线（sorbctl 通过关闭硬盘的 PHY 实现）。\n\n"
                "参数:\n"
                "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
@@ -134,6 +136,7 @@ void add_pd_state_ops(OpList& ops) {
   ops.push_back(
       Op("set_disk_jbod_state")
           .params(kStateParams)
+          .extras({extra("force").typed("bool"), kAdapterId})
           .doc("RAID-设置或取消硬盘直通状态。\n\n"
                "参数:\n"
                "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
@@ -149,6 +152,7 @@ void add_pd_state_ops(OpList& ops) {
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 RAID-设置或取消硬盘直通状态 功能")}));
   ops.push_back(Op("set_disk_led_state")
                     .params({arg("eid"), arg("sid"), arg("state"), kwargs()})
+                    .extras({extra("led_type"), kAdapterId})
                     .doc("设置硬盘定位灯（仅 sorbctl）。\n\n"
                          "参数:\n"
                          "    eid (str): enclosure（通道）编号。\n"
@@ -163,6 +167,7 @@ void add_pd_state_ops(OpList& ops) {
   ops.push_back(
       Op("set_pd_hotspare_drive")
           .params({arg("eid"), arg("sid"), arg("oper"), kwargs()})
+          .extras({extra("ar_id"), extra("type"), kAdapterId})
           .doc("设置或取消热备盘。\n\n"
                "参数:\n"
                "    eid (str): enclosure（通道）编号。\n"
@@ -181,10 +186,13 @@ void add_pd_state_ops(OpList& ops) {
                          .via(Route::host)
                          .translate_strict("oper", {{"add", "hsp"}, {"delete", "rdy"}})
                          .prep(hotspare_array_arcconf, kNoDriveWords)
-                         .words({{"no_drive", "当前环境不存在逻辑盘"}})}));
+                         .messages({{"no_drive", "当前环境不存在逻辑盘"}})
+                         .calls({{"drives", "get_all_virtual_drive_info"}})
+                         .ignores("adapter_id", "未传 ar_id 时在第一个控制器的逻辑盘中取阵列")}));
   ops.push_back(
       Op("set_disk_rebuild")
           .params(kOperParams)
+          .extras({kAdapterId})
           .doc("设置硬盘重构功能操作（仅 storcli64）。\n\n"
                "参数:\n"
                "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
@@ -195,31 +203,37 @@ void add_pd_state_ops(OpList& ops) {
           .variants({checked(Tool::storcli64, "ctr_set_rebuild_storcli64"),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置硬盘重构功能操作 功能"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置硬盘重构功能操作 功能")}));
-  ops.push_back(Op("get_pd_rebuild_status")
-                    .params(kDriveParams)
-                    .doc("查询硬盘重构状态。\n\n"
-                         "参数:\n"
-                         "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-                         "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-                         "返回:\n"
-                         "    dict: status, progress, estimated_time_left, raw_data；arcconf "
-                         "下硬盘不在重构时各项为空。\n\n"
-                         "异常:\n    OrvexException: storcli64 查询结果为空时抛出。")
-                    .returns_doc("dict")
-                    .variants({custom(Tool::storcli64, rebuild_status_storcli64, kRebuildWords)
-                                   .words({{"query", "ctr_get_rebuild_cfg_storcli64"},
-                                           {"failed", "获取[eid:{}, sid:{}]硬盘重构功能状态失败"},
-                                           {"template", "get_pd_rebuild_status_format"}}),
-                               query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
-                                   .at("DriveDetailInformation")
-                                   .format("get_pd_rebuild_status_format"),
-                               custom(Tool::arcconf, rebuild_status_arcconf, kRebuildTaskWords)
-                                   .words({{"tasks", "ctr_get_controller_bgtask_arcconf"},
-                                           {"template", "get_pd_rebuild_status_format"}})}));
+  ops.push_back(
+      Op("get_pd_rebuild_status")
+          .params(kDriveParams)
+          .extras({kAdapterId})
+          .doc("查询硬盘重构状态。\n\n"
+               "参数:\n"
+               "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+               "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+               "返回:\n"
+               "    dict: status, progress, estimated_time_left, raw_data；arcconf "
+               "下硬盘不在重构时各项为空。\n\n"
+               "异常:\n    OrvexException: storcli64 查询结果为空时抛出。")
+          .returns_doc("dict")
+          .variants({custom(Tool::storcli64, rebuild_status_storcli64, kRebuildWords)
+                         .wrappers({{"query", "ctr_get_rebuild_cfg_storcli64"}})
+                         .messages({{"failed", "获取[eid:{}, sid:{}]硬盘重构功能状态失败"}})
+                         .words({{"template", "get_pd_rebuild_status_format"}}),
+                     query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
+                         .at("DriveDetailInformation")
+                         .format("get_pd_rebuild_status_format"),
+                     custom(Tool::arcconf, rebuild_status_arcconf, kRebuildTaskWords)
+                         .wrappers({{"tasks", "ctr_get_controller_bgtask_arcconf"}})
+                         .words({{"template", "get_pd_rebuild_status_format"}})
+                         .calls({{"drive", "get_one_physical_drive_info"},
+                                 {"members", "get_virtual_drive_member_drives"}})
+                         .ignores("adapter_id", "硬盘与逻辑盘成员总是在第一个控制器中查找")}));
   ops.push_back(
       Op("set_pd_insert")
           .params({kw("eid"), kw("sid"), kw("dg"), kw("arr"), kw("row"), kwargs()})
+          .extras({kAdapterId})
           .doc("将发生故障的硬盘加入RAID组（仅 storcli64）。\n\n"
                "参数:\n"
                "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
@@ -236,6 +250,7 @@ void add_pd_state_ops(OpList& ops) {
   ops.push_back(
       Op("pd_set_bootdrive")
           .params(kStateParams)
+          .extras({kAdapterId})
           .doc("设置硬盘为启动盘。\n\n"
                "参数:\n"
                "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
@@ -259,6 +274,7 @@ void add_pd_state_ops(OpList& ops) {
                    .translate("state", {{"off", "none"}})}));
   ops.push_back(Op("set_pd_pdcache")
                     .params(kStateParams)
+                    .extras({kAdapterId})
                     .doc("设置单块硬盘的硬盘缓存（仅 sorbctl）。\n\n"
                          "参数:\n"
                          "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"

@@ -50,6 +50,7 @@ void add_vd_background_ops(OpList& ops) {
   ops.push_back(
       Op("set_virtual_drive_cc")
           .params({arg("vid"), arg("state"), kwargs()})
+          .extras({extra("force"), extra("delay"), kAdapterId})
           .doc(
               "设置逻辑磁盘一致性校验功能操作。\n\n"
               "参数:\n"
@@ -71,6 +72,7 @@ void add_vd_background_ops(OpList& ops) {
   ops.push_back(
       Op("query_virtual_drive_cc_status")
           .params({arg("vid"), kwargs()})
+          .extras({kAdapterId})
           .doc("查询逻辑磁盘的一致性校验功能状态。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号。\n"
@@ -91,6 +93,7 @@ void add_vd_background_ops(OpList& ops) {
   ops.push_back(
       Op("set_virtual_drive_init_option")
           .params({kw("vid"), kw("state"), kwargs()})
+          .extras({extra("force").typed("bool"), kAdapterId})
           .doc("设置逻辑磁盘初始化功能操作（仅 storcli64）。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -106,6 +109,7 @@ void add_vd_background_ops(OpList& ops) {
   ops.push_back(
       Op("get_virtual_drive_bgi_state")
           .params(kVidParams)
+          .extras({kAdapterId})
           .doc("查询逻辑磁盘的后台初始化状态。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -123,11 +127,12 @@ void add_vd_background_ops(OpList& ops) {
                          .at(kArcconfDrive)
                          .format("get_virtual_drive_bgi_state_format"),
                      custom(Tool::sorbctl, bgi_sorbctl, kBgiWords)
-                         .words({{"tasks", "get_controller_bgtask_sorbctl"},
-                                 {"template", "get_virtual_drive_bgi_state_format"}})}));
+                         .wrappers({{"tasks", "get_controller_bgtask_sorbctl"}})
+                         .words({{"template", "get_virtual_drive_bgi_state_format"}})}));
   ops.push_back(
       Op("set_virtual_drive_autobgi_switch")
           .params({arg("vid"), arg("state"), kwargs()})
+          .extras({kAdapterId})
           .doc("设置后台初始化使能开关（仅 storcli64）。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号。\n"
@@ -141,6 +146,7 @@ void add_vd_background_ops(OpList& ops) {
   ops.push_back(
       Op("get_virtual_drive_front_init_status_info")
           .params(kVidParams)
+          .extras({kAdapterId})
           .doc(
               "查询逻辑磁盘前台初始化功能状态。\n\n"
               "参数:\n"
@@ -166,6 +172,7 @@ void add_vd_background_ops(OpList& ops) {
   ops.push_back(
       Op("set_vd_erase")
           .params({arg("vid"), arg("oper"), arg("mode").or_("'simple'"), kwargs()})
+          .extras({extra("force").typed("bool"), kAdapterId})
           .doc("设置逻辑盘擦除功能。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号。\n"
@@ -185,6 +192,7 @@ void add_vd_background_ops(OpList& ops) {
   ops.push_back(
       Op("get_vd_erase")
           .params({arg("vid"), kwargs()})
+          .extras({kAdapterId})
           .doc("查询逻辑盘擦除操作。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号。\n"

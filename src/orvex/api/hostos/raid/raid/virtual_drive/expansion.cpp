@@ -39,6 +39,7 @@ constexpr ParamDef kVidParams[] = {kw("vid"), kwargs()};
 void add_vd_expansion_ops(OpList& ops) {
   ops.push_back(Op("set_vd_expand_size")
                     .params({kw("vid"), kw("size"), kwargs()})
+                    .some_extras({kAdapterId})
                     .doc("在现有成员盘上扩展逻辑盘容量。\n\n"
                          "参数:\n"
                          "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -51,6 +52,7 @@ void add_vd_expansion_ops(OpList& ops) {
                                checked(Tool::sorbctl, "set_controller_vd_expand_sorbctl")}));
   ops.push_back(Op("add_pd_expand_array")
                     .params({kw("vid"), kw("drives").typed("list"), kwargs()})
+                    .some_extras({extra("raid_level"), kAdapterId})
                     .doc("向逻辑盘所在阵列加入物理盘以扩容（RAID 级别不变）。\n\n"
                          "参数:\n"
                          "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -66,6 +68,7 @@ void add_vd_expansion_ops(OpList& ops) {
   ops.push_back(
       Op("get_expand_array_info")
           .params(kVidParams)
+          .some_extras({kAdapterId})
           .doc("查询逻辑盘扩容进度。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -78,12 +81,13 @@ void add_vd_expansion_ops(OpList& ops) {
                          .get("VD Operation Status")
                          .format("get_expand_array_info_format"),
                      custom(Tool::arcconf, task_arcconf, kTaskWords, &kExpansion)
-                         .words({{"tasks", "ctr_get_controller_bgtask_arcconf"},
-                                 {"template", "get_expand_array_info_format"}}),
+                         .wrappers({{"tasks", "ctr_get_controller_bgtask_arcconf"}})
+                         .words({{"template", "get_expand_array_info_format"}}),
                      query(Tool::sorbctl, "get_controller_vd_expand_sorbctl")
                          .format("get_expand_array_info_format")}));
   ops.push_back(Op("migrate_raid")
                     .params({kw("vid"), kw("raid_level"), kwargs()})
+                    .some_extras({extra("drives").typed("list"), kAdapterId})
                     .doc("迁移逻辑盘的 RAID 级别（可同时加入硬盘）。\n\n"
                          "参数:\n"
                          "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -99,6 +103,7 @@ void add_vd_expansion_ops(OpList& ops) {
   ops.push_back(
       Op("get_migrate_info")
           .params(kVidParams)
+          .some_extras({kAdapterId})
           .doc("查询逻辑盘 RAID 级别迁移进度。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -111,12 +116,13 @@ void add_vd_expansion_ops(OpList& ops) {
                          .get("VD Operation Status")
                          .format("get_migrate_info_format"),
                      custom(Tool::arcconf, task_arcconf, kTaskWords, &kMigration)
-                         .words({{"tasks", "ctr_get_controller_bgtask_arcconf"},
-                                 {"template", "get_migrate_info_format"}}),
+                         .wrappers({{"tasks", "ctr_get_controller_bgtask_arcconf"}})
+                         .words({{"template", "get_migrate_info_format"}}),
                      query(Tool::sorbctl, "get_controller_vd_migrate_sorbctl")
                          .format("get_migrate_info_format")}));
   ops.push_back(Op("get_vd_smartinfo_smartctl")
                     .params(kVidParams)
+                    .some_extras({extra("eid"), extra("sid"), kAdapterId})
                     .doc("通过 smartctl 透传读取逻辑盘成员盘的 SMART 信息。\n\n"
                          "参数:\n"
                          "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -130,6 +136,7 @@ void add_vd_expansion_ops(OpList& ops) {
   ops.push_back(
       Op("get_ssd_caching_info")
           .params({kwargs()})
+          .some_extras({kAdapterId})
           .doc("SSD caching查询（storcli64 CacheCade、arcconf maxCache）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n"

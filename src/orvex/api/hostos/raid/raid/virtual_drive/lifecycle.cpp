@@ -91,7 +91,8 @@ int create_arcconf(const Call& c) {
 
 constexpr const char* kListWords[] = {"query", "template"};
 constexpr const char* kDetailWords[] = {"query", "template"};
-constexpr const char* kNoSuchWords[] = {"no_such_vid"};
+constexpr const char* kNoSuchWords[] = {"no_such_vid", "list"};
+constexpr const char* kAllSorbctlWords[] = {"list", "one"};
 constexpr const char* kQueryWords[] = {"query"};
 constexpr const char* kMembersSorbctlWords[] = {"query", "failed"};
 constexpr const char* kMembersArcconfWords[] = {"query", "not_found", "no_members", "found"};
@@ -165,7 +166,7 @@ Ref one_sorbctl(const Call& c) {
 }
 
 Ref one_arcconf(const Call& c) {
-  Ref drives = c.method("_get_virtual_drive_list", c.params);
+  Ref drives = c.method(c.word(RAID_WORD(kNoSuchWords, "list")), c.params);
   Ref vid = c.p_get("vid");
   if (!drives || !vid) return {};
   Ref found;
@@ -226,7 +227,7 @@ Ref all_storcli64(const Call& c) {
 
 // sorbctl has no bulk detail query: one detail request per listed drive.
 Ref all_sorbctl(const Call& c) {
-  Ref drives = c.method("_get_virtual_drive_list", c.params);
+  Ref drives = c.method(c.word(RAID_WORD(kAllSorbctlWords, "list")), c.params);
   Ref out = list();
   if (!drives || !out) return {};
   if (each(drives.get(), [&](PyObject* entry) {
@@ -234,7 +235,7 @@ Ref all_sorbctl(const Call& c) {
         if (!vd) return -1;
         Ref kw = dict({{"vid", vd.get()}});
         if (!kw || update(kw.get(), c.params) < 0) return -1;
-        Ref one = c.method("get_one_virtual_drive_info", kw.get());
+        Ref one = c.method(c.word(RAID_WORD(kAllSorbctlWords, "one")), kw.get());
         return one ? append(out.get(), one.get()) : -1;
       }) < 0) {
     return {};
@@ -366,6 +367,8 @@ void add_vd_lifecycle_ops(OpList& ops) {
   ops.push_back(
       Op("create_virtual_drive")
           .params(kCreateParams)
+          .extras({extra("name"), extra("size"), extra("strip_size"), extra("pd_per_array"),
+                   extra("ssdiobypass"), extra("init"), kAdapterId})
           .doc(
               "创建逻辑盘（虚拟盘）。\n\n"
               "参数:\n"
@@ -391,6 +394,7 @@ void add_vd_lifecycle_ops(OpList& ops) {
                      checked(Tool::sorbctl, "create_controller_vd_sorbctl")}));
   ops.push_back(Op("delete_virtual_drive")
                     .params(kVidParams)
+                    .extras({extra("oper"), kAdapterId})
                     .doc("删除逻辑盘。\n\n"
                          "参数:\n"
                          "    vid (str): 逻辑盘编号，如 \"0\"（仅限关键字传入）。\n"
@@ -404,6 +408,7 @@ void add_vd_lifecycle_ops(OpList& ops) {
   ops.push_back(
       Op("_get_virtual_drive_list")
           .params(kAdapterParams)
+          .extras({kAdapterId})
           .doc("查询控制器下的逻辑盘列表（模块内部使用）。\n\n"
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n"
@@ -414,14 +419,15 @@ void add_vd_lifecycle_ops(OpList& ops) {
                          .get("VD LIST")
                          .format("get_virtual_drive_list_format"),
                      custom(Tool::arcconf, list_arcconf, kListWords)
-                         .words({{"query", "ctr_get_vd_cfg_arcconf"},
-                                 {"template", "get_virtual_drive_list_format"}}),
+                         .wrappers({{"query", "ctr_get_vd_cfg_arcconf"}})
+                         .words({{"template", "get_virtual_drive_list_format"}}),
                      query(Tool::sorbctl, "get_controller_vdlist_sorbctl")
                          .get("VirtualDrives")
                          .format("get_virtual_drive_list_format")}));
   ops.push_back(
       Op("get_one_virtual_drive_info")
           .params(kVidParams)
+          .extras({kAdapterId})
           .doc("查询单个逻辑盘的详细信息。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号，如 \"0\"（仅限关键字传入）。\n"
@@ -433,15 +439,17 @@ void add_vd_lifecycle_ops(OpList& ops) {
                "adapter_id!\"。")
           .returns_doc("dict")
           .variants({custom(Tool::storcli64, one_storcli64, kDetailWords)
-                         .words({{"query", "ctr_get_vd_cfg_storcli64"},
-                                 {"template", "get_one_virtual_drive_info_format"}}),
+                         .wrappers({{"query", "ctr_get_vd_cfg_storcli64"}})
+                         .words({{"template", "get_one_virtual_drive_info_format"}}),
                      custom(Tool::arcconf, one_arcconf, kNoSuchWords)
-                         .words({{"no_such_vid", "No such vid:{} or adapter_id!"}}),
+                         .messages({{"no_such_vid", "No such vid:{} or adapter_id!"}})
+                         .calls({{"list", "_get_virtual_drive_list"}}),
                      custom(Tool::sorbctl, one_sorbctl, kDetailWords)
-                         .words({{"query", "get_controller_vd_info_sorbctl"},
-                                 {"template", "get_one_virtual_drive_info_format"}})}));
+                         .wrappers({{"query", "get_controller_vd_info_sorbctl"}})
+                         .words({{"template", "get_one_virtual_drive_info_format"}})}));
   ops.push_back(Op("get_all_virtual_drive_info")
                     .params(kAdapterParams)
+                    .extras({kAdapterId})
                     .doc("查询控制器下所有逻辑盘的详细信息。\n\n"
                          "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                          "返回:\n"
@@ -449,13 +457,16 @@ void add_vd_lifecycle_ops(OpList& ops) {
                          "get_one_virtual_drive_info）；arcconf 返回逻辑盘列表记录。")
                     .returns_doc("list")
                     .variants({custom(Tool::storcli64, all_storcli64, kDetailWords)
-                                   .words({{"query", "ctr_get_vd_cfg_storcli64"},
-                                           {"template", "get_one_virtual_drive_info_format"}}),
+                                   .wrappers({{"query", "ctr_get_vd_cfg_storcli64"}})
+                                   .words({{"template", "get_one_virtual_drive_info_format"}}),
                                same_as(Tool::arcconf, "_get_virtual_drive_list"),
-                               custom(Tool::sorbctl, all_sorbctl)}));
+                               custom(Tool::sorbctl, all_sorbctl, kAllSorbctlWords)
+                                   .calls({{"list", "_get_virtual_drive_list"},
+                                           {"one", "get_one_virtual_drive_info"}})}));
   ops.push_back(
       Op("get_virtual_drive_member_drives")
           .params(kVidParams)
+          .extras({kAdapterId})
           .doc("查询逻辑盘的成员盘。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号，如 \"0\"（仅限关键字传入）。\n"
@@ -467,17 +478,17 @@ void add_vd_lifecycle_ops(OpList& ops) {
                "    OrvexException: sorbctl 查询失败时为 \"get virtual drive's member drives "
                "failed\"；arcconf 找不到逻辑盘或读不到成员盘时以 \"获取虚拟磁盘成员\" 开头。")
           .returns_doc("list")
-          .variants(
-              {custom(Tool::storcli64, members_storcli64, kQueryWords)
-                   .words({{"query", "ctr_get_vd_cfg_storcli64"}}),
-               custom(Tool::arcconf, members_arcconf, kMembersArcconfWords)
-                   .words({{"query", "ctr_get_vd_cfg_arcconf"},
-                           {"not_found", "获取虚拟磁盘成员信息失败，未找到逻辑盘 {}"},
-                           {"no_members", "获取虚拟磁盘成员信息失败，逻辑盘 {} 没有可读取的成员盘"},
-                           {"found", "获取虚拟盘成员{}信息成功！"}}),
-               custom(Tool::sorbctl, members_sorbctl, kMembersSorbctlWords)
-                   .words({{"query", "get_controller_vd_pdarray_sorbctl"},
-                           {"failed", "get virtual drive's member drives failed"}})}));
+          .variants({custom(Tool::storcli64, members_storcli64, kQueryWords)
+                         .wrappers({{"query", "ctr_get_vd_cfg_storcli64"}}),
+                     custom(Tool::arcconf, members_arcconf, kMembersArcconfWords)
+                         .wrappers({{"query", "ctr_get_vd_cfg_arcconf"}})
+                         .messages({{"not_found", "获取虚拟磁盘成员信息失败，未找到逻辑盘 {}"},
+                                    {"no_members",
+                                     "获取虚拟磁盘成员信息失败，逻辑盘 {} 没有可读取的成员盘"}})
+                         .words({{"found", "获取虚拟盘成员{}信息成功！"}}),
+                     custom(Tool::sorbctl, members_sorbctl, kMembersSorbctlWords)
+                         .wrappers({{"query", "get_controller_vd_pdarray_sorbctl"}})
+                         .messages({{"failed", "get virtual drive's member drives failed"}})}));
 }
 
 }  // namespace raid

@@ -120,6 +120,7 @@ void add_vd_policies_ops(OpList& ops) {
   ops.push_back(
       Op("set_virtual_drive_write_cache_mode")
           .params(kVidState)
+          .extras({kAdapterId})
           .doc("设置逻辑盘成员盘自身的写缓存。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -139,6 +140,7 @@ void add_vd_policies_ops(OpList& ops) {
                checked(Tool::sorbctl, "set_controller_vd_pdcache_sorbctl")}));
   ops.push_back(Op("set_virtual_drive_wrcache")
                     .params({kw("vid"), kw("wrcache"), kwargs()})
+                    .extras({kAdapterId})
                     .doc("设置逻辑盘的写缓存策略。\n\n"
                          "参数:\n"
                          "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -160,6 +162,7 @@ void add_vd_policies_ops(OpList& ops) {
   ops.push_back(
       Op("set_virtual_drive_rdcache")
           .params({arg("vid"), arg("rdcache"), kwargs()})
+          .extras({kAdapterId})
           .doc("设置逻辑盘的读缓存（预读）策略。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号。\n"
@@ -179,6 +182,7 @@ void add_vd_policies_ops(OpList& ops) {
   ops.push_back(
       Op("set_vd_iopolicy_status")
           .params({kw("vid"), kw("iopolicy"), kwargs()})
+          .extras({kAdapterId})
           .doc("设置逻辑磁盘的读写策略（IO 策略，仅 storcli64）。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -192,6 +196,7 @@ void add_vd_policies_ops(OpList& ops) {
   ops.push_back(
       Op("get_vd_iopolicy_status")
           .params({kw("vid"), kwargs()})
+          .extras({kAdapterId})
           .doc("查询指定逻辑盘的成员盘读写策略（IO 策略，仅 storcli64）。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号，或 \"all\" 表示全部（仅限关键字传入）。\n"
@@ -202,13 +207,14 @@ void add_vd_policies_ops(OpList& ops) {
           .returns_doc("dict")
           .variants(
               {custom(Tool::storcli64, iopolicy_storcli64, kQueryWords)
-                   .words({{"query", "ctr_get_vd_cfg_storcli64"}}),
+                   .wrappers({{"query", "ctr_get_vd_cfg_storcli64"}}),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询指定逻辑盘的成员盘读写策略 功能"),
                refuse(Tool::sorbctl,
                       "7460卡sorbctl工具没有 查询指定逻辑盘的成员盘读写策略 功能")}));
   ops.push_back(
       Op("set_vd_emulation")
           .params({kw("vid"), kw("emulation_type").as("emulationType"), kwargs()})
+          .extras({kAdapterId})
           .doc("设置逻辑磁盘的扇区属性（仅 storcli64）。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -223,6 +229,7 @@ void add_vd_policies_ops(OpList& ops) {
   ops.push_back(
       Op("get_vd_emulation")
           .params({kw("vid"), kwargs()})
+          .extras({kAdapterId})
           .doc("查询逻辑磁盘的扇区属性（仅 storcli64）。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号，或 \"all\" 表示全部（仅限关键字传入）。\n"
@@ -230,12 +237,13 @@ void add_vd_policies_ops(OpList& ops) {
                "返回:\n    dict: 如 {\"/c0/v0\": {\"Emulation type\": \"default\"}}。")
           .returns_doc("dict")
           .variants({custom(Tool::storcli64, emulation_storcli64, kQueryWords)
-                         .words({{"query", "ctr_get_vd_cfg_storcli64"}}),
+                         .wrappers({{"query", "ctr_get_vd_cfg_storcli64"}}),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询逻辑磁盘的扇区属性 功能"),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询逻辑磁盘的扇区属性 功能")}));
   ops.push_back(
       Op("set_ctl_vd_hidden")
           .params(kVidState)
+          .extras({kAdapterId})
           .doc("设置逻辑磁盘的可见属性（仅 storcli64）。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -250,6 +258,7 @@ void add_vd_policies_ops(OpList& ops) {
   ops.push_back(
       Op("set_ctl_vd_accesspolicy")
           .params({kw("vid"), kw("accesspolicy"), kwargs()})
+          .extras({kAdapterId})
           .doc("设置逻辑磁盘的可访问属性（仅 storcli64）。\n\n"
                "参数:\n"
                "    vid (str): 逻辑盘编号（仅限关键字传入）。\n"
@@ -264,6 +273,7 @@ void add_vd_policies_ops(OpList& ops) {
   ops.push_back(
       Op("vd_set_bootdrive")
           .params(kVidState)
+          .extras({kAdapterId})
           .doc(
               "设置逻辑盘为启动盘。\n\n"
               "参数:\n"
@@ -286,6 +296,7 @@ void add_vd_policies_ops(OpList& ops) {
                    .translate("state", {{"off", "none"}})}));
   ops.push_back(Op("query_boot_drive")
                     .params({kwargs()})
+                    .extras({kAdapterId})
                     .doc("查询控制器的启动盘。\n\n"
                          "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                          "返回:\n"
@@ -296,8 +307,8 @@ void add_vd_policies_ops(OpList& ops) {
                                    .get("Controller Properties")
                                    .post("query_boot_drive_format"),
                                custom(Tool::arcconf, boot_arcconf, kBootWords)
-                                   .words({{"query", "ctr_get_adpt_cfg_arcconf"},
-                                           {"shape", "query_boot_drive_format"}}),
+                                   .wrappers({{"query", "ctr_get_adpt_cfg_arcconf"}})
+                                   .words({{"shape", "query_boot_drive_format"}}),
                                query(Tool::sorbctl, "get_boot_drive_sorbctl")
                                    .get("BootDrives")
                                    .post("query_boot_drive_format")}));
