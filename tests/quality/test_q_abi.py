@@ -159,11 +159,13 @@ else:
     raise AssertionError("no refusal")
 assert r._merge_output({"a": 1, "b": {"c": 2}}) == {"a": 1, "c": 2}
 assert str(inspect.signature(raid.Raid.set_ctl_mode)) == "(self, /, mode, **kwargs)"
+# The interpreter's later functions are found without ctypes.
+assert "ctypes" not in sys.modules
 print(raid.__file__)
 """
 
 
-@pytest.mark.parametrize("minor", [7, 13])
+@pytest.mark.parametrize("minor", [7, 10, 13])
 def test_same_binary_runs_on_other_interpreters(minor):
     python = interpreter(minor)
     if python is None:

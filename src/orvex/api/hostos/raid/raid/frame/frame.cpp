@@ -1180,6 +1180,8 @@ Ref distributor_of(PyObject* self) {
   return make_distributor(self, tool.get());
 }
 
+Ref checked_result(const OpDef& def, Ref result);
+
 Ref run_op(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const Keywords& kw) {
   Bound b;
   if (bind(op, args, nargs, kw, b) < 0) return nullptr;
@@ -1187,8 +1189,23 @@ Ref run_op(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const 
   const OpDef& def = *op.def;
   if (def.direct != nullptr) return def.direct(self, b.values);
 
+  const std::size_t n = op.variants.size();
+  if (g_runtime.vectorcall == nullptr && n >= 1 && n <= kMaxRegistered) {
+    // self, then each variant's tool and variant object.
+    PyObject* stack[1 + 2 * kMaxRegistered + 1];
+    Ref made[kMaxRegistered];
+    stack[1] = self;
+    for (std::size_t i = 0; i < n; ++i) {
+      made[i] = new_variant(self, b, op, i);
+      if (!made[i]) return nullptr;
+      stack[2 + 2 * i] = tool_string(def.variants[i].tool);
+      stack[3 + 2 * i] = made[i].get();
+    }
+    Ref result = Ref::steal(vcall(names().registrations[n], stack + 1, 1 + 2 * n, nullptr));
+    return checked_result(def, std::move(result));
+  }
   Ref last;
-  for (std::size_t i = 0; i < op.variants.size(); ++i) {
+  for (std::size_t i = 0; i < n; ++i) {
     Ref dist = getattr(self, names().distributor);
     if (!dist) return nullptr;
     PyObject* stack[2] = {nullptr, tool_string(def.variants[i].tool)};
@@ -1200,7 +1217,11 @@ Ref run_op(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const 
     last = Ref::steal(vcall(decorator.get(), vstack + 1, 1, nullptr));
     if (!last) return nullptr;
   }
-  Ref result = call(last.get());
+  return checked_result(def, call(last.get()));
+}
+
+// The answer, when the operation declares its type: exactly that type or None.
+Ref checked_result(const OpDef& def, Ref result) {
   if (!result || def.result == ResultType::any || result.get() == Py_None) return result;
   const bool ok = def.result == ResultType::dict ? PyDict_CheckExact(result.get())
                                                  : PyList_CheckExact(result.get());
