@@ -154,9 +154,9 @@ void FrameStateFree::operator()(FrameState* f) const { delete f; }
 
 int traverse_frame(const FrameState& f, visitproc visit, void* arg) {
   const Framework& w = f.fw;
-  for (const Ref* r : {&w.host_os_base, &w.hostos_ns, &w.host_type, &w.obj_attr_decorator,
-                       &w.load_from_file, &w.orvex_exception, &w.output_formatter, &w.namedtuple,
-                       &w.method_type}) {
+  for (const Ref* r :
+       {&w.host_os_base, &w.hostos_ns, &w.host_type, &w.obj_attr_decorator, &w.load_from_file,
+        &w.orvex_exception, &w.output_formatter, &w.namedtuple, &w.method_type}) {
     Py_VISIT(r->get());
   }
   Py_VISIT(reinterpret_cast<PyObject*>(f.raid_type));

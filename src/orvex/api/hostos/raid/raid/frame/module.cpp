@@ -10,9 +10,8 @@ State* g_state = nullptr;
 
 namespace {
 
-State*& state_of(PyObject* module) {
-  return *static_cast<State**>(PyModule_GetState(module));
-}
+// The module state's memory holds a pointer to the State.
+State*& state_of(PyObject* module) { return *static_cast<State**>(PyModule_GetState(module)); }
 
 int module_traverse(PyObject* module, visitproc visit, void* arg) {
   State* s = state_of(module);
@@ -47,7 +46,7 @@ PyModuleDef g_module = {
     PyModuleDef_HEAD_INIT,
     "raid",
     "RAID 控制卡管理接口：类 Raid 按主机的 RAID 工具选择实现并整理结果。",
-    sizeof(State*),
+    sizeof(void*),  // a State*
     nullptr,
     nullptr,
     module_traverse,

@@ -73,13 +73,20 @@ constexpr std::size_t kSmall = 8;
 // an argument tuple (and without binding a method for call_spread_method).
 PyObject* call_spread(PyObject* f, PyObject* const* a, std::size_t n) {
   switch (n) {
-    case 0: return PyObject_CallFunctionObjArgs(f, nullptr);
-    case 1: return PyObject_CallFunctionObjArgs(f, a[0], nullptr);
-    case 2: return PyObject_CallFunctionObjArgs(f, a[0], a[1], nullptr);
-    case 3: return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], nullptr);
-    case 4: return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], a[3], nullptr);
-    case 5: return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], a[3], a[4], nullptr);
-    case 6: return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], a[3], a[4], a[5], nullptr);
+    case 0:
+      return PyObject_CallFunctionObjArgs(f, nullptr);
+    case 1:
+      return PyObject_CallFunctionObjArgs(f, a[0], nullptr);
+    case 2:
+      return PyObject_CallFunctionObjArgs(f, a[0], a[1], nullptr);
+    case 3:
+      return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], nullptr);
+    case 4:
+      return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], a[3], nullptr);
+    case 5:
+      return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], a[3], a[4], nullptr);
+    case 6:
+      return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], a[3], a[4], a[5], nullptr);
     case 7:
       return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], a[3], a[4], a[5], a[6], nullptr);
     default:
@@ -90,17 +97,22 @@ PyObject* call_spread(PyObject* f, PyObject* const* a, std::size_t n) {
 
 PyObject* call_spread_method(PyObject* o, PyObject* name, PyObject* const* a, std::size_t n) {
   switch (n) {
-    case 0: return PyObject_CallMethodObjArgs(o, name, nullptr);
-    case 1: return PyObject_CallMethodObjArgs(o, name, a[0], nullptr);
-    case 2: return PyObject_CallMethodObjArgs(o, name, a[0], a[1], nullptr);
-    case 3: return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], nullptr);
-    case 4: return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], a[3], nullptr);
-    case 5: return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], a[3], a[4], nullptr);
+    case 0:
+      return PyObject_CallMethodObjArgs(o, name, nullptr);
+    case 1:
+      return PyObject_CallMethodObjArgs(o, name, a[0], nullptr);
+    case 2:
+      return PyObject_CallMethodObjArgs(o, name, a[0], a[1], nullptr);
+    case 3:
+      return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], nullptr);
+    case 4:
+      return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], a[3], nullptr);
+    case 5:
+      return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], a[3], a[4], nullptr);
     case 6:
       return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], a[3], a[4], a[5], nullptr);
     case 7:
-      return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], a[3], a[4], a[5], a[6],
-                                        nullptr);
+      return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], a[3], a[4], a[5], a[6], nullptr);
     default:
       return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7],
                                         nullptr);
@@ -178,10 +190,12 @@ int make_registrations(Kept& k) {
   std::string source;
   for (std::size_t n = 1; n <= kMaxRegistered; ++n) {
     source += "def register" + std::to_string(n) + "(s";
-    for (std::size_t i = 0; i < n; ++i) source += ", t" + std::to_string(i) + ", v" + std::to_string(i);
+    for (std::size_t i = 0; i < n; ++i)
+      source += ", t" + std::to_string(i) + ", v" + std::to_string(i);
     source += "):\n";
     for (std::size_t i = 0; i + 1 < n; ++i) {
-      source += "    s.distributor(raid_tool=t" + std::to_string(i) + ")(v" + std::to_string(i) + ")\n";
+      source +=
+          "    s.distributor(raid_tool=t" + std::to_string(i) + ")(v" + std::to_string(i) + ")\n";
     }
     source += "    return s.distributor(raid_tool=t" + std::to_string(n - 1) + ")(v" +
               std::to_string(n - 1) + ")()\n";

@@ -81,8 +81,8 @@ struct Names {
   PyObject* name;  // "__name__"
   PyObject* parser_exec_cmd_format;
   PyObject* empty;
-  PyObject* sep;       // "//"
-  PyObject* tools[4];  // indexed by Tool
+  PyObject* sep;           // "//"
+  PyObject* tools[4];      // indexed by Tool
   PyObject* duplicate[4];  // the pieces of the duplicate key message
 };
 
