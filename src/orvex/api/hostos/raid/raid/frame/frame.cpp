@@ -96,6 +96,7 @@ struct CompiledOp {
   std::vector<CVariant> variants;
   PyObject* function = nullptr;      // the builtin bound to the operation object
   mutable std::vector<Ref> too_few;  // count messages by arguments given, made on first use
+  mutable Ref registration;          // the registrations as Python (before 3.12), on first use
 };
 
 namespace {
@@ -1182,6 +1183,42 @@ Ref distributor_of(PyObject* self) {
 
 Ref checked_result(const OpDef& def, Ref result);
 
+// Before 3.12 an operation's registrations and its final call run as one
+// Python function, made on its first call:
+//
+//   def register(s, v0, v1, v2):
+//       s.distributor(raid_tool='arcconf')(v0)
+//       s.distributor(raid_tool='sorbctl')(v1)
+//       return s.distributor(raid_tool='storcli64')(v2)()
+//
+// That limited API has no call with keyword names: a call from C would take
+// a dict that the interpreter unpacks again, and each call from C starts
+// the evaluation loop anew.  Python code passes the keyword on without a
+// dict and makes all the calls in one frame.  Up to four variants (the
+// object and four arguments stay on the interpreter's stack); more register
+// one by one from C.
+constexpr std::size_t kRegisteredInPython = 4;
+
+Ref make_registration(const CompiledOp& op) {
+  Ref source = format("def register(s%s):\n", op.variants.size() == 1   ? ", v0"
+                                              : op.variants.size() == 2 ? ", v0, v1"
+                                              : op.variants.size() == 3 ? ", v0, v1, v2"
+                                                                        : ", v0, v1, v2, v3");
+  for (std::size_t i = 0; i < op.variants.size() && source; ++i) {
+    const bool last = i + 1 == op.variants.size();
+    Ref line = format("    %ss.distributor(raid_tool=%R)(v%d)%s\n", last ? "return " : "",
+                      tool_string(op.def->variants[i].tool), static_cast<int>(i), last ? "()" : "");
+    source = concat({source.get(), line.get()});
+  }
+  Ref builtins = Ref::steal(PyImport_ImportModule("builtins"));
+  Ref file = str("<raid registration>");
+  Ref mode = str("exec");
+  Ref code = call_method(builtins.get(), "compile", {source.get(), file.get(), mode.get()});
+  Ref space = dict();
+  Ref done = call_method(builtins.get(), "exec", {code.get(), space.get()});
+  return done ? index(space.get(), "register") : nullptr;
+}
+
 Ref run_op(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const Keywords& kw) {
   Bound b;
   if (bind(op, args, nargs, kw, b) < 0) return nullptr;
@@ -1190,18 +1227,18 @@ Ref run_op(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const 
   if (def.direct != nullptr) return def.direct(self, b.values);
 
   const std::size_t n = op.variants.size();
-  if (g_runtime.vectorcall == nullptr && n >= 1 && n <= kMaxRegistered) {
-    // self, then each variant's tool and variant object.
-    PyObject* stack[1 + 2 * kMaxRegistered + 1];
-    Ref made[kMaxRegistered];
+  if (g_runtime.vectorcall == nullptr && n >= 1 && n <= kRegisteredInPython) {
+    if (!op.registration) op.registration = make_registration(op);
+    if (!op.registration) return nullptr;
+    PyObject* stack[1 + 1 + kRegisteredInPython];  // a free slot, self, the variants
+    Ref made[kRegisteredInPython];
     stack[1] = self;
     for (std::size_t i = 0; i < n; ++i) {
       made[i] = new_variant(self, b, op, i);
       if (!made[i]) return nullptr;
-      stack[2 + 2 * i] = tool_string(def.variants[i].tool);
-      stack[3 + 2 * i] = made[i].get();
+      stack[2 + i] = made[i].get();
     }
-    Ref result = Ref::steal(vcall(names().registrations[n], stack + 1, 1 + 2 * n, nullptr));
+    Ref result = Ref::steal(vcall(op.registration.get(), stack + 1, 1 + n, nullptr));
     return checked_result(def, std::move(result));
   }
   Ref last;

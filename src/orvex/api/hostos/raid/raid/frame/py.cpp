@@ -178,50 +178,6 @@ constexpr std::size_t kKeptLength = 512;  // longer texts are made each time
 
 }  // namespace
 
-namespace {
-
-// register<n>(s, t0, v0, ...): the registrations of one operation call and
-// the final call, as Python code.  Before 3.12 the limited API has no call
-// with keyword names: a call from C would take a dict, which the
-// interpreter unpacks again, and every call from C starts the evaluation
-// loop anew.  Python code passes the keyword on without a dict and makes
-// the calls in one frame.
-int make_registrations(Kept& k) {
-  std::string source;
-  for (std::size_t n = 1; n <= kMaxRegistered; ++n) {
-    source += "def register" + std::to_string(n) + "(s";
-    for (std::size_t i = 0; i < n; ++i)
-      source += ", t" + std::to_string(i) + ", v" + std::to_string(i);
-    source += "):\n";
-    for (std::size_t i = 0; i + 1 < n; ++i) {
-      source +=
-          "    s.distributor(raid_tool=t" + std::to_string(i) + ")(v" + std::to_string(i) + ")\n";
-    }
-    source += "    return s.distributor(raid_tool=t" + std::to_string(n - 1) + ")(v" +
-              std::to_string(n - 1) + ")()\n";
-  }
-  Ref builtins = Ref::steal(PyImport_ImportModule("builtins"));
-  Ref text = str(source.c_str());
-  Ref file = str("<raid registration>");
-  Ref mode = str("exec");
-  Ref compile = getattr(builtins.get(), "compile");
-  Ref code = call(compile.get(), {text.get(), file.get(), mode.get()});
-  Ref space = dict();
-  Ref exec = getattr(builtins.get(), "exec");
-  Ref done = call(exec.get(), {code.get(), space.get()});
-  if (!done) return -1;
-  for (std::size_t n = 1; n <= kMaxRegistered; ++n) {
-    const std::string name = "register" + std::to_string(n);
-    Ref f = index(space.get(), name.c_str());
-    if (!f) return -1;
-    k.names.registrations[n] = f.get();
-    k.owned.push_back(std::move(f));
-  }
-  return 0;
-}
-
-}  // namespace
-
 int init_kept(Kept& k) {
   g_kept = &k;
   k.generation = ++g_generations;
@@ -276,7 +232,7 @@ int init_kept(Kept& k) {
   n.file_type_kw = file_type_kw.get();
   k.owned.push_back(std::move(raid_tool_kw));
   k.owned.push_back(std::move(file_type_kw));
-  return g_runtime.vectorcall == nullptr ? make_registrations(k) : 0;
+  return 0;
 }
 
 // ---------------------------------------------------------------------------

@@ -45,19 +45,12 @@ int init_runtime();  // -1 on error (sys unreadable); a missing entry point has 
 // f(*args, **dict(zip(kwnames, args[nargs:]))); args[-1] must be writable.
 PyObject* vcall(PyObject* f, PyObject* const* args, std::size_t nargs, PyObject* kwnames);
 
-// Operations register at most this many variants through one Python
-// function (Names::registrations); more go one by one.
-constexpr std::size_t kMaxRegistered = 6;
-
 // Names used on every call (interned; borrowed from Kept::owned).
 struct Names {
   PyObject* u_distributor;  // "_distributor"
   PyObject* distributor;
   PyObject* raid_tool;
   PyObject* raid_tool_kw;  // ("raid_tool",)
-  // registrations[n](self, tool0, variant0, ...): the n registrations of
-  // an operation call and the final call, in Python (before 3.12).
-  PyObject* registrations[kMaxRegistered + 1];
   PyObject* dispatcher;
   PyObject* host;
   PyObject* dispatch;
