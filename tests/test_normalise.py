@@ -189,3 +189,113 @@ def via_operation(rig, answer):
 
 def test_nesting_within_the_recursion_limit_is_walked(raid):
     assert raid._merge_output(nested(300, lambda n: {"k": n})) == {"leaf": 1}
+
+
+# -- the caller's own mappings ----------------------------------------------
+
+class Logged(dict):
+    """A dict subclass with its own item methods, logging every use."""
+
+    def __init__(self, *args, **kwargs):
+        super().__init__(*args, **kwargs)
+        self.log = []
+
+    def __setitem__(self, key, value):
+        self.log.append(("set", key))
+        super().__setitem__(key, value)
+
+    def __getitem__(self, key):
+        self.log.append(("getitem", key))
+        return super().__getitem__(key)
+
+    def __contains__(self, key):
+        self.log.append(("in", key))
+        return super().__contains__(key)
+
+    def get(self, key, default=None):
+        self.log.append(("get", key, default))
+        return super().get(key, default)
+
+    def update(self, *args, **kwargs):
+        self.log.append(("update",) + tuple(map(dict, args)))
+        super().update(*args, **kwargs)
+
+
+def plain_format(raw_data, tool, template):
+    res = {}
+    for out_key, raw_key in template["contents"][tool].items():
+        res[out_key] = raw_data.get(raw_key, "")
+    res["raw_data"] = raw_data
+    return res
+
+
+def plain_merge(raw_output, res=None, structure=None):
+    """The normaliser written in plain Python: what the module must match."""
+    if structure is None:
+        for key, value in raw_output.items():
+            if isinstance(value, (dict, list)):
+                for element in (value if isinstance(value, list) else [value]):
+                    plain_merge(element, res)
+            elif key in res:
+                raise Exception("Existing key [%s] found in res, current value: [%s], "
+                                "existing value: [%s]" % (key, value, res[key]))
+            else:
+                res[key] = value
+        return res
+    for path, flag in structure.items():
+        if "//" not in path:
+            res.update(raw_output[path] if flag else {path: raw_output.get(path)})
+            continue
+        node = raw_output
+        for seg in path.split("//"):
+            node = node[int(seg[1:])] if seg.startswith("$") else node[seg]
+        res.update(node if (seg.startswith("$") or flag) else {seg: node})
+    return res
+
+
+ANSWER = {"b": 2, "c": {"d": 3}}
+LAYERS = {"x": False, "c": True, "/c0//$0": False, "/c0//$1//e": False, "/c0//$1": True}
+LAYERED = {"x": 1, "c": {"d": 3}, "/c0": [{"f": 4}, {"e": {"g": 5}, "h": 6}]}
+
+# (what is called, the module's way, the plain way); each fills or reads
+# the caller's object `mine`.
+PLACES = {
+    "merge flatten": (lambda raid, mine: raid._merge_output(ANSWER, mine),
+                      lambda mine: plain_merge(ANSWER, mine)),
+    "merge duplicate": (lambda raid, mine: raid._merge_output({"b": {"a": 5}}, mine),
+                        lambda mine: plain_merge({"b": {"a": 5}}, mine)),
+    "merge layers": (lambda raid, mine: raid._merge_output(LAYERED, mine, LAYERS),
+                     lambda mine: plain_merge(LAYERED, mine, LAYERS)),
+    "format": (lambda raid, mine: raid._format_output(mine, "storcli64", TEMPLATE),
+               lambda mine: plain_format(mine, "storcli64", TEMPLATE)),
+}
+
+
+def outcome(call, mine):
+    try:
+        result = call(mine)
+    except Exception as e:  # noqa: BLE001 - compared with what plain Python raises
+        return ("raised", type(e), str(e), list(mine.items()))
+    return (result is mine, list(result.items()), list(mine.items()))
+
+
+@pytest.mark.parametrize("place", sorted(PLACES))
+def test_callers_dict_subclass_is_used_through_its_own_methods(raid, place):
+    module_way, plain_way = PLACES[place]
+    mine, theirs = Logged(a=1, Size="1"), Logged(a=1, Size="1")
+    assert outcome(lambda m: module_way(raid, m), mine) == outcome(plain_way, theirs)
+    assert mine.log == theirs.log and mine.log
+
+
+@pytest.mark.parametrize("place, keys", [("merge flatten", ["a", "b", "d"]),
+                                         ("merge layers", ["a", "x", "d", "f", "e", "h"])])
+def test_callers_ordered_dict_keeps_its_order(raid, place, keys):
+    module_way, plain_way = PLACES[place]
+    mine, theirs = collections.OrderedDict(a=1), collections.OrderedDict(a=1)
+    assert module_way(raid, mine) is mine
+    plain_way(theirs)
+    assert list(mine) == list(theirs) == keys and len(mine) == len(keys)
+    last = list(theirs)[-1]
+    mine.move_to_end(last, last=False)
+    theirs.move_to_end(last, last=False)
+    assert [mine.popitem() for _ in range(len(mine))] == [theirs.popitem() for _ in theirs.copy()]

@@ -11,6 +11,7 @@ each run checks every architecture's wheel, whatever its own.
 import io
 import os
 import pathlib
+import shlex
 import shutil
 import subprocess
 import sys
@@ -21,6 +22,7 @@ import pytest
 from orvex.api.hostos.raid import raid as raid_module
 
 BINARY = pathlib.Path(raid_module.__file__).resolve()
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 WHEEL = os.environ.get("RAID_WHEEL")
 WHEELS = [w for w in os.environ.get("RAID_WHEELS", "").split(os.pathsep) if w]
 MEMBER = "orvex/api/hostos/raid/raid.abi3.so"
@@ -146,3 +148,33 @@ def test_audit_rejects_a_symbol_outside_the_stable_abi(tmp_path):
     code, text = _audit(out)
     assert code != 0
     assert "_PyObject_GetAttrId" in text
+
+
+def test_later_functions_are_found_without_ctypes():
+    # The interpreter's later entry points (vectorcall, UTF-8 views) are
+    # looked up without importing ctypes, on whichever version runs this.
+    python = shlex.split(os.environ.get("RAID_PYTHON", "")) or [sys.executable]
+    probe = ("import sys; sys.path[:0] = [sys.argv[1], sys.argv[2]]
+"
+             "import orvex_sim
+"
+             "from orvex_sim.recorder import RecordingHost, parser
+"
+             "from orvex.api.hostos.raid import raid
+"
+             "host = RecordingHost('arcconf')
+"
+             "host.on('ctr_set_ctrl_mode_arcconf', parser('success'))
+"
+             "with orvex_sim.use(host):
+"
+             "    r = raid.Raid()
+"
+             "assert r.set_ctl_mode('3', adapter_id='0') is True
+"
+             "print('ctypes' in sys.modules)
+")
+    run = subprocess.run(python + ["-c", probe, str(BINARY.parents[4]), str(ROOT / "sim")],
+                         capture_output=True, text=True, timeout=300)
+    assert run.returncode == 0, run.stderr
+    assert run.stdout.strip() == "False"

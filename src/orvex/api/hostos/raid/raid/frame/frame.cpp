@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "runtime.hpp"
+#include "state.hpp"
 #include "structmember.h"
 #include "toolkit.hpp"
 
@@ -95,18 +96,10 @@ struct CompiledOp {
   std::vector<CVariant> variants;
   PyObject* function = nullptr;      // the builtin bound to the operation object
   mutable std::vector<Ref> too_few;  // count messages by arguments given, made on first use
+  mutable Ref registration;          // the registrations as Python (before 3.12), on first use
 };
 
 namespace {
-
-std::deque<OpDef>& g_defs = *new std::deque<OpDef>();  // stable addresses
-// Lives for the process and is never destroyed: its references must not be
-// released after the interpreter has finalised (exit crashed on 3.12+).
-std::deque<CompiledOp>& g_ops = *new std::deque<CompiledOp>();
-
-PyTypeObject* g_raid_type = nullptr;
-PyTypeObject* g_variant_type = nullptr;
-PyTypeObject* g_op_type = nullptr;
 
 struct Framework {
   Ref host_os_base;
@@ -118,11 +111,65 @@ struct Framework {
   Ref output_formatter;
   Ref namedtuple;
   Ref method_type;
-  Ref module;
-  Ref config_dir;      // "<module dir>/config/" once known
-  Ref template_paths;  // caller name -> its template file's path, as made before
+  PyObject* module = nullptr;  // borrowed: the state lives inside it
+  Ref config_dir;              // "<module dir>/config/" once known
+  Ref template_paths;          // caller name -> its template file's path, as made before
 };
-Framework* g_fw = nullptr;  // lives for the process
+
+// Three variant objects are made per call and mostly gone before it
+// returns: their memory is kept for the next ones (a few blocks per number
+// of bound arguments) rather than handed back and asked for again.
+constexpr Py_ssize_t kSpareSizes = 12;
+constexpr std::size_t kSparesEach = 4;
+struct Spares {
+  PyObject* blocks[kSparesEach];
+  std::size_t count;
+};
+}  // namespace
+
+// The frame's part of the module state (state.hpp).
+struct FrameState {
+  Framework fw;
+  std::deque<OpDef> defs;  // stable addresses
+  std::deque<CompiledOp> ops;
+  PyTypeObject* raid_type = nullptr;  // each holds a reference
+  PyTypeObject* variant_type = nullptr;
+  PyTypeObject* op_type = nullptr;
+  Spares spares[kSpareSizes] = {};
+
+  FrameState() = default;
+  FrameState(const FrameState&) = delete;
+  FrameState& operator=(const FrameState&) = delete;
+  ~FrameState() {
+    for (Spares& s : spares) {
+      while (s.count > 0) PyObject_GC_Del(s.blocks[--s.count]);
+    }
+    ops.clear();  // the builtins, then the type of the objects they are bound to
+    Py_CLEAR(raid_type);
+    Py_CLEAR(op_type);
+    Py_CLEAR(variant_type);
+  }
+};
+
+void FrameStateFree::operator()(FrameState* f) const { delete f; }
+
+int traverse_frame(const FrameState& f, visitproc visit, void* arg) {
+  const Framework& w = f.fw;
+  for (const Ref* r :
+       {&w.host_os_base, &w.hostos_ns, &w.host_type, &w.obj_attr_decorator, &w.load_from_file,
+        &w.orvex_exception, &w.output_formatter, &w.namedtuple, &w.method_type}) {
+    Py_VISIT(r->get());
+  }
+  Py_VISIT(reinterpret_cast<PyObject*>(f.raid_type));
+  Py_VISIT(reinterpret_cast<PyObject*>(f.op_type));
+  Py_VISIT(reinterpret_cast<PyObject*>(f.variant_type));
+  return 0;
+}
+
+namespace {
+
+// The current interpreter's.
+FrameState& fs() { return *g_state->frame; }
 
 Ref import_name(const char* module, const char* name) {
   Ref m = Ref::steal(PyImport_ImportModule(module));
@@ -641,7 +688,7 @@ int bind(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const Ke
                  unexpected);
     return -1;
   }
-  if (!PyObject_TypeCheck(args[0], g_raid_type)) {
+  if (!PyObject_TypeCheck(args[0], fs().raid_type)) {
     Ref tname = getattr(reinterpret_cast<PyObject*>(Py_TYPE(args[0])), names().name);
     if (tname) {
       PyErr_Format(PyExc_TypeError,
@@ -708,17 +755,6 @@ struct VariantObject {
   PyObject* args[1];          // Py_SIZE(o) bound arguments
 };
 
-// Three variant objects are made per call and mostly gone before it
-// returns: their memory is kept for the next ones (a few blocks per number
-// of bound arguments) rather than handed back and asked for again.
-constexpr Py_ssize_t kSpareSizes = 12;
-constexpr std::size_t kSparesEach = 4;
-struct Spares {
-  PyObject* blocks[kSparesEach];
-  std::size_t count;
-};
-Spares g_spares[kSpareSizes];
-
 int variant_traverse(PyObject* o, visitproc visit, void* arg) {
   auto* v = reinterpret_cast<VariantObject*>(o);
   // Heap types made by PyType_FromSpec are visited by their instances from
@@ -743,8 +779,11 @@ void variant_dealloc(PyObject* o) {
   PyObject_GC_UnTrack(o);
   variant_clear(o);
   const Py_ssize_t n = Py_SIZE(o);
-  if (tp == g_variant_type && n < kSpareSizes && g_spares[n].count < kSparesEach) {
-    g_spares[n].blocks[g_spares[n].count++] = o;  // untracked, no references held
+  // While the module state is released, its spares are no place to go.
+  FrameState* f = g_state != nullptr ? g_state->frame.get() : nullptr;
+  if (f != nullptr && tp == f->variant_type && n < kSpareSizes &&
+      f->spares[n].count < kSparesEach) {
+    f->spares[n].blocks[f->spares[n].count++] = o;  // untracked, no references held
   } else {
     auto free_fn = reinterpret_cast<freefunc>(PyType_GetSlot(tp, Py_tp_free));
     free_fn(o);
@@ -1125,16 +1164,16 @@ PyType_Spec variant_spec = {
 Ref new_variant(PyObject* self, const Bound& b, const CompiledOp& op, std::size_t index) {
   const Py_ssize_t n = static_cast<Py_ssize_t>(op.params.size());
   PyObject* o = nullptr;
-  const bool spare = n < kSpareSizes && g_spares[n].count > 0;
+  const bool spare = n < kSpareSizes && fs().spares[n].count > 0;
   if (spare) {
-    o = g_spares[n].blocks[--g_spares[n].count];
+    o = fs().spares[n].blocks[--fs().spares[n].count];
     // A new reference to the type: PyObject_InitVar takes it for a heap
     // type from 3.8 on; on 3.7 the allocator took it, so it is taken here.
-    PyObject_InitVar(reinterpret_cast<PyVarObject*>(o), g_variant_type, n);
-    if (g_runtime.version < 0x03080000) Py_INCREF(g_variant_type);
+    PyObject_InitVar(reinterpret_cast<PyVarObject*>(o), fs().variant_type, n);
+    if (g_runtime.version < 0x03080000) Py_INCREF(fs().variant_type);
   } else {
-    auto alloc = reinterpret_cast<allocfunc>(PyType_GetSlot(g_variant_type, Py_tp_alloc));
-    o = alloc(g_variant_type, n);  // zeroed and tracked
+    auto alloc = reinterpret_cast<allocfunc>(PyType_GetSlot(fs().variant_type, Py_tp_alloc));
+    o = alloc(fs().variant_type, n);  // zeroed and tracked
     if (o == nullptr) return nullptr;
   }
   auto* v = reinterpret_cast<VariantObject*>(o);
@@ -1160,9 +1199,9 @@ Ref make_distributor(PyObject* self, PyObject* tool) {
   Ref fields = Ref::steal(PyList_New(0));
   if (append(fields.get(), names().raid_tool) < 0) return nullptr;
   Ref name = str("Distributor");
-  Ref type = call(g_fw->namedtuple.get(), {name.get(), fields.get()});
+  Ref type = call(fs().fw.namedtuple.get(), {name.get(), fields.get()});
   Ref record = call(type.get(), {tool});
-  Ref built = call(g_fw->obj_attr_decorator.get(), {record.get()});
+  Ref built = call(fs().fw.obj_attr_decorator.get(), {record.get()});
   if (setattr(self, names().u_distributor, built.get()) < 0) return nullptr;
   return built;
 }
@@ -1178,6 +1217,44 @@ Ref distributor_of(PyObject* self) {
   return make_distributor(self, tool.get());
 }
 
+Ref checked_result(const OpDef& def, Ref result);
+
+// Before 3.12 an operation's registrations and its final call run as one
+// Python function, made on its first call:
+//
+//   def register(s, v0, v1, v2):
+//       s.distributor(raid_tool='arcconf')(v0)
+//       s.distributor(raid_tool='sorbctl')(v1)
+//       return s.distributor(raid_tool='storcli64')(v2)()
+//
+// That limited API has no call with keyword names: a call from C would take
+// a dict that the interpreter unpacks again, and each call from C starts
+// the evaluation loop anew.  Python code passes the keyword on without a
+// dict and makes all the calls in one frame.  Up to four variants (the
+// object and four arguments stay on the interpreter's stack); more register
+// one by one from C.
+constexpr std::size_t kRegisteredInPython = 4;
+
+Ref make_registration(const CompiledOp& op) {
+  Ref source = format("def register(s%s):\n", op.variants.size() == 1   ? ", v0"
+                                              : op.variants.size() == 2 ? ", v0, v1"
+                                              : op.variants.size() == 3 ? ", v0, v1, v2"
+                                                                        : ", v0, v1, v2, v3");
+  for (std::size_t i = 0; i < op.variants.size() && source; ++i) {
+    const bool last = i + 1 == op.variants.size();
+    Ref line = format("    %ss.distributor(raid_tool=%R)(v%d)%s\n", last ? "return " : "",
+                      tool_string(op.def->variants[i].tool), static_cast<int>(i), last ? "()" : "");
+    source = concat({source.get(), line.get()});
+  }
+  Ref builtins = Ref::steal(PyImport_ImportModule("builtins"));
+  Ref file = str("<raid registration>");
+  Ref mode = str("exec");
+  Ref code = call_method(builtins.get(), "compile", {source.get(), file.get(), mode.get()});
+  Ref space = dict();
+  Ref done = call_method(builtins.get(), "exec", {code.get(), space.get()});
+  return done ? index(space.get(), "register") : nullptr;
+}
+
 Ref run_op(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const Keywords& kw) {
   Bound b;
   if (bind(op, args, nargs, kw, b) < 0) return nullptr;
@@ -1185,8 +1262,23 @@ Ref run_op(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const 
   const OpDef& def = *op.def;
   if (def.direct != nullptr) return def.direct(self, b.values);
 
+  const std::size_t n = op.variants.size();
+  if (g_runtime.vectorcall == nullptr && n >= 1 && n <= kRegisteredInPython) {
+    if (!op.registration) op.registration = make_registration(op);
+    if (!op.registration) return nullptr;
+    PyObject* stack[1 + 1 + kRegisteredInPython];  // a free slot, self, the variants
+    Ref made[kRegisteredInPython];
+    stack[1] = self;
+    for (std::size_t i = 0; i < n; ++i) {
+      made[i] = new_variant(self, b, op, i);
+      if (!made[i]) return nullptr;
+      stack[2 + i] = made[i].get();
+    }
+    Ref result = Ref::steal(vcall(op.registration.get(), stack + 1, 1 + n, nullptr));
+    return checked_result(def, std::move(result));
+  }
   Ref last;
-  for (std::size_t i = 0; i < op.variants.size(); ++i) {
+  for (std::size_t i = 0; i < n; ++i) {
     Ref dist = getattr(self, names().distributor);
     if (!dist) return nullptr;
     PyObject* stack[2] = {nullptr, tool_string(def.variants[i].tool)};
@@ -1198,7 +1290,11 @@ Ref run_op(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const 
     last = Ref::steal(vcall(decorator.get(), vstack + 1, 1, nullptr));
     if (!last) return nullptr;
   }
-  Ref result = call(last.get());
+  return checked_result(def, call(last.get()));
+}
+
+// The answer, when the operation declares its type: exactly that type or None.
+Ref checked_result(const OpDef& def, Ref result) {
   if (!result || def.result == ResultType::any || result.get() == Py_None) return result;
   const bool ok = def.result == ResultType::dict ? PyDict_CheckExact(result.get())
                                                  : PyList_CheckExact(result.get());
@@ -1262,9 +1358,11 @@ PyObject* op_descr_get(PyObject* o, PyObject* obj, PyObject*) {
     Py_INCREF(o);
     return o;
   }
+  // types.MethodType(f, obj): PyMethod_New is outside the limited API.
+  // From 3.9 a call raid.<operation>(...) does not come here (the type is a
+  // method descriptor).
   PyObject* f = op_of(o).function;
-  if (g_runtime.method_new != nullptr) return g_runtime.method_new(f, obj);
-  return call(g_fw->method_type.get(), {f, obj}).release();
+  return call(fs().fw.method_type.get(), {f, obj}).release();
 }
 
 // Raid.<operation>(raid, ...)
@@ -1414,7 +1512,7 @@ PyObject* op_text_signature_get(PyObject* o, void*) {
 }
 
 PyObject* op_objclass_get(PyObject*, void*) {
-  PyObject* cls = reinterpret_cast<PyObject*>(g_raid_type);
+  PyObject* cls = reinterpret_cast<PyObject*>(fs().raid_type);
   if (cls == nullptr) cls = Py_None;
   Py_INCREF(cls);
   return cls;
@@ -1465,10 +1563,10 @@ PyType_Spec op_spec = {
 
 Ref init_direct(PyObject* self, PyObject* const*) {
   // The base class's constructor, with no arguments besides the object.
-  Ref base_init = getattr(g_fw->host_os_base.get(), "__init__");
+  Ref base_init = getattr(fs().fw.host_os_base.get(), "__init__");
   Ref done = call(base_init.get(), {self});
   if (!done || setattr(self, names().u_distributor, Py_None) < 0) return nullptr;
-  Ref formatter = call(g_fw->output_formatter.get(), {self});
+  Ref formatter = call(fs().fw.output_formatter.get(), {self});
   if (setattr(self, names().formatter, formatter.get()) < 0) return nullptr;
   return none();
 }
@@ -1512,13 +1610,13 @@ Ref compile_all(PyObject* module_name, std::size_t first) {
                           : reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(op_tuple));
   Ref ns = Ref::steal(PyDict_New());
   if (!ns) return nullptr;
-  for (std::size_t i = first; i < g_defs.size(); ++i) {
-    g_ops.emplace_back();
-    g_ops.back().too_few.resize(g_defs[i].params.size() + 2);
-    CompiledOp& op = g_ops.back();
-    op.def = &g_defs[i];
+  for (std::size_t i = first; i < fs().defs.size(); ++i) {
+    fs().ops.emplace_back();
+    fs().ops.back().too_few.resize(fs().defs[i].params.size() + 2);
+    CompiledOp& op = fs().ops.back();
+    op.def = &fs().defs[i];
     op.index = i;
-    const OpDef& def = g_defs[i];
+    const OpDef& def = fs().defs[i];
     if (def.name == nullptr || !is_identifier(def.name)) {
       return raise(PyExc_SystemError, "Raid: an operation without a valid name");
     }
@@ -1530,7 +1628,7 @@ Ref compile_all(PyObject* module_name, std::size_t first) {
     }
     if (compile_params(op) < 0 || compile_variants(op) < 0) return nullptr;
     op.method = PyMethodDef{def.name, entry, flags, op.doc.c_str()};
-    PyObject* o = PyType_GenericAlloc(g_op_type, 0);
+    PyObject* o = PyType_GenericAlloc(fs().op_type, 0);
     if (o == nullptr) return nullptr;
     Ref holder = Ref::steal(o);
     reinterpret_cast<OpObject*>(o)->op = &op;
@@ -1775,7 +1873,7 @@ PyObject* Call::tool_name() const { return tool_string(variant.tool); }
 
 PyObject* Call::name() const {
   if (compiled != nullptr) return compiled->variant_name.get();
-  for (const CompiledOp& o : g_ops) {
+  for (const CompiledOp& o : fs().ops) {
     if (o.def == &op) return o.variant_name.get();
   }
   return names().empty;
@@ -1915,9 +2013,9 @@ Ref Call::word_with(const char* name, std::initializer_list<PyObject*> values) c
 Ref Call::refuse(const char* message) const { return raise_orvex(message); }
 Ref Call::refuse(PyObject* message) const { return raise_orvex(message); }
 
-PyObject* orvex_exception() { return g_fw->orvex_exception.get(); }
+PyObject* orvex_exception() { return fs().fw.orvex_exception.get(); }
 
-Ref raise_orvex(PyObject* message) { return raise_obj(g_fw->orvex_exception.get(), message); }
+Ref raise_orvex(PyObject* message) { return raise_obj(fs().fw.orvex_exception.get(), message); }
 
 Ref raise_orvex(const char* message) {
   Ref m = text(message);
@@ -1926,27 +2024,27 @@ Ref raise_orvex(const char* message) {
 
 Ref load_template(PyObject* caller) {
   if (caller == nullptr) return nullptr;
-  if (!g_fw->config_dir) {
-    Ref file = getattr(g_fw->module.get(), "__file__");
+  if (!fs().fw.config_dir) {
+    Ref file = getattr(fs().fw.module, "__file__");
     Ref path = Ref::steal(PyImport_ImportModule("os.path"));
     Ref abs = call_method(path.get(), "abspath", {file.get()});
     Ref dir = call_method(path.get(), "dirname", {abs.get()});
     Ref config = str("config");
-    g_fw->config_dir = call_method(path.get(), "join", {dir.get(), config.get(), names().empty});
-    if (!g_fw->config_dir) return nullptr;
+    fs().fw.config_dir = call_method(path.get(), "join", {dir.get(), config.get(), names().empty});
+    if (!fs().fw.config_dir) return nullptr;
   }
   // The path of a name is made once: the same string object every time
   // (its hash is kept with it); the file itself is loaded on every call.
-  if (!g_fw->template_paths) {
-    g_fw->template_paths = Ref::steal(PyDict_New());
-    if (!g_fw->template_paths) return nullptr;
+  if (!fs().fw.template_paths) {
+    fs().fw.template_paths = Ref::steal(PyDict_New());
+    if (!fs().fw.template_paths) return nullptr;
   }
-  PyObject* paths = g_fw->template_paths.get();
+  PyObject* paths = fs().fw.template_paths.get();
   Ref file =
       PyUnicode_CheckExact(caller) ? Ref::borrow(PyDict_GetItemWithError(paths, caller)) : Ref();
   if (!file) {
     if (PyErr_Occurred() != nullptr) return nullptr;
-    file = py::format("%U%U.yaml", g_fw->config_dir.get(), caller);
+    file = py::format("%U%U.yaml", fs().fw.config_dir.get(), caller);
     if (!file) return nullptr;
     constexpr Py_ssize_t kKeptPaths = 1024;  // names of functions: a bounded set
     if (PyUnicode_CheckExact(caller) && PyDict_Size(paths) < kKeptPaths &&
@@ -1955,46 +2053,42 @@ Ref load_template(PyObject* caller) {
     }
   }
   PyObject* stack[3] = {nullptr, file.get(), names().yaml};
-  return Ref::steal(vcall(g_fw->load_from_file.get(), stack + 1, 1, names().file_type_kw));
+  return Ref::steal(vcall(fs().fw.load_from_file.get(), stack + 1, 1, names().file_type_kw));
 }
 
 // ---------------------------------------------------------------------------
 // The class
 
 Ref build_raid_class(PyObject* module) {
-  init_runtime();
-  if (init_names() < 0) return nullptr;
-  g_fw = new Framework();
-  g_fw->module = Ref::borrow(module);
+  g_state->frame.reset(new FrameState());
+  fs().fw.module = module;
   struct Import {
     Ref* into;
     const char* module;
     const char* name;
   };
   const Import imports[] = {
-      {&g_fw->host_os_base, "orvex.api.hostos.hostos_base", "HostOSBase"},
-      {&g_fw->hostos_ns, "orvex.api.hostos.hostos_base", "hostos_ns"},
-      {&g_fw->host_type, "orvex.config.enum", "HostType"},
-      {&g_fw->obj_attr_decorator, "orvex.utils.decorator", "obj_attr_decorator"},
-      {&g_fw->load_from_file, "orvex.utils.file_parser", "load_from_file"},
-      {&g_fw->orvex_exception, "orvex.exception.orvex_exception", "OrvexException"},
-      {&g_fw->output_formatter, "orvex.api.hostos.raid.output_format", "OutputFormatter"},
-      {&g_fw->namedtuple, "collections", "namedtuple"},
-      {&g_fw->method_type, "types", "MethodType"},
+      {&fs().fw.host_os_base, "orvex.api.hostos.hostos_base", "HostOSBase"},
+      {&fs().fw.hostos_ns, "orvex.api.hostos.hostos_base", "hostos_ns"},
+      {&fs().fw.host_type, "orvex.config.enum", "HostType"},
+      {&fs().fw.obj_attr_decorator, "orvex.utils.decorator", "obj_attr_decorator"},
+      {&fs().fw.load_from_file, "orvex.utils.file_parser", "load_from_file"},
+      {&fs().fw.orvex_exception, "orvex.exception.orvex_exception", "OrvexException"},
+      {&fs().fw.output_formatter, "orvex.api.hostos.raid.output_format", "OutputFormatter"},
+      {&fs().fw.namedtuple, "collections", "namedtuple"},
+      {&fs().fw.method_type, "types", "MethodType"},
   };
   for (const Import& i : imports) {
     *i.into = import_name(i.module, i.name);
     if (!*i.into) return nullptr;
   }
-  // Blocks kept by an earlier interpreter are not this one's to hand out.
-  for (Spares& s : g_spares) s.count = 0;
   if (g_runtime.version >= 0x03090000) variant_spec.flags |= kTypeVectorcall;
-  g_variant_type = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(&variant_spec));
+  fs().variant_type = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(&variant_spec));
   // From 3.9 the interpreter calls an operation as a method descriptor,
   // through its vectorcall slot, without binding a method first.
   if (g_runtime.version >= 0x03090000) op_spec.flags |= kTypeVectorcall | kTypeMethodDescriptor;
-  g_op_type = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(&op_spec));
-  if (g_variant_type == nullptr || g_op_type == nullptr) return nullptr;
+  fs().op_type = reinterpret_cast<PyTypeObject*>(PyType_FromSpec(&op_spec));
+  if (fs().variant_type == nullptr || fs().op_type == nullptr) return nullptr;
 
   OpList all;
   add_frame_ops(all);
@@ -2015,14 +2109,14 @@ Ref build_raid_class(PyObject* module) {
   add_patrol_read_ops(all);
   add_consistency_check_ops(all);
   add_fault_policies_ops(all);
-  const std::size_t first = g_defs.size();
-  for (OpDef& d : all) g_defs.push_back(std::move(d));
+  const std::size_t first = fs().defs.size();
+  for (OpDef& d : all) fs().defs.push_back(std::move(d));
 
   Ref module_name = getattr(module, "__name__");
   Ref ns = compile_all(module_name.get(), first);
   if (!ns) return nullptr;
 
-  PyObject* base = g_fw->host_os_base.get();
+  PyObject* base = fs().fw.host_os_base.get();
   PyObject* meta = reinterpret_cast<PyObject*>(Py_TYPE(base));
   Ref modname = str("orvex.api.hostos.raid.raid");
   Ref qualname = str("Raid");
@@ -2037,14 +2131,14 @@ Ref build_raid_class(PyObject* module) {
   if (!cls) return nullptr;
   if (!PyType_Check(cls.get()))
     return raise(PyExc_TypeError, "HostOSBase's metaclass made no type");
-  g_raid_type = reinterpret_cast<PyTypeObject*>(cls.get());
-  Py_INCREF(cls.get());  // kept for the process: the binder checks against it
+  fs().raid_type = reinterpret_cast<PyTypeObject*>(cls.get());
+  Py_INCREF(cls.get());  // kept in the module state: the binder checks against it
 
-  Ref prop = Ref::steal(PyDescr_NewGetSet(g_raid_type, &g_distributor_getset));
+  Ref prop = Ref::steal(PyDescr_NewGetSet(fs().raid_type, &g_distributor_getset));
   if (setattr(cls.get(), names().distributor, prop.get()) < 0) return nullptr;
 
-  Ref host_os = getattr(g_fw->host_type.get(), "HostOS");
-  Ref decorate = call_method(g_fw->hostos_ns.get(), "dispatchertype", {host_os.get()});
+  Ref host_os = getattr(fs().fw.host_type.get(), "HostOS");
+  Ref decorate = call_method(fs().fw.hostos_ns.get(), "dispatchertype", {host_os.get()});
   return call(decorate.get(), {cls.get()});
 }
 

@@ -49,8 +49,13 @@ int read_fields(Formatting& f) {
   return 0;
 }
 
-// out[output key] = raw.get(raw key, "")
+// out[output key] = raw.get(raw key, ""): a plain dict read directly, the
+// caller's own kind of dict through its get().
 int put_field(PyObject* out, PyObject* raw, PyObject* out_key, PyObject* raw_key) {
+  if (!PyDict_CheckExact(raw)) {
+    Ref v = call_method(raw, names().get, {raw_key, names().empty});
+    return v ? PyDict_SetItem(out, out_key, v.get()) : -1;
+  }
   PyObject* v = PyDict_GetItemWithError(raw, raw_key);
   if (v == nullptr) {
     if (PyErr_Occurred() != nullptr) return -1;
@@ -122,18 +127,10 @@ Ref format_one(PyObject* raw, Formatting& f) {
   return raise_orvex(msg.get());
 }
 
-// The message joined from its pieces (made once) and the three values'
-// str(): cheaper than formatting it anew each time.
+// The message joined from its pieces (made at module init) and the three
+// values' str(): cheaper than formatting it anew each time.
 Ref duplicate_key(PyObject* key, PyObject* value, PyObject* existing) {
-  static PyObject* const pieces[] = {
-      PyUnicode_InternFromString("Existing key ["),
-      PyUnicode_InternFromString("] found in res, current value: ["),
-      PyUnicode_InternFromString("], existing value: ["),
-      PyUnicode_InternFromString("]"),
-  };
-  for (PyObject* p : pieces) {
-    if (p == nullptr) return raise(PyExc_MemoryError, "duplicate key message");
-  }
+  PyObject* const* pieces = names().duplicate;
   Ref parts[] = {to_str(key), to_str(value), to_str(existing)};
   for (const Ref& p : parts) {
     if (!p) return nullptr;
@@ -149,22 +146,23 @@ int merge_flat(PyObject* raw, PyObject* res);
 
 int merge_flat_pair(PyObject* key, PyObject* value, PyObject* res) {
   if (PyDict_Check(value) || PyList_Check(value)) return merge_flat(value, res);
-  PyObject* existing = nullptr;
-  if (g_runtime.dict_setdefault != nullptr && PyDict_CheckExact(res)) {
-    // One lookup: the entry is added unless the key is there already.
-    const Py_ssize_t before = PyDict_Size(res);
-    existing = g_runtime.dict_setdefault(res, key, value);
-    if (existing == nullptr) return -1;
-    if (PyDict_Size(res) != before) return 0;
-  } else {
-    existing = PyDict_GetItemWithError(res, key);
+  if (PyDict_CheckExact(res)) {
+    PyObject* existing = PyDict_GetItemWithError(res, key);
     if (existing == nullptr) {
       if (PyErr_Occurred() != nullptr) return -1;
       return PyDict_SetItem(res, key, value);
     }
+    Ref hold = Ref::borrow(existing);
+    duplicate_key(key, value, hold.get());
+    return -1;
   }
-  Ref hold = Ref::borrow(existing);
-  duplicate_key(key, value, hold.get());
+  // The caller's own kind of mapping: `key in res`, `res[key]` and
+  // `res[key] = value` as it defines them.
+  const int found = PySequence_Contains(res, key);
+  if (found < 0) return -1;
+  if (found == 0) return PyObject_SetItem(res, key, value);
+  Ref existing = Ref::steal(PyObject_GetItem(res, key));
+  if (existing) duplicate_key(key, value, existing.get());
   return -1;
 }
 
@@ -307,6 +305,16 @@ int walk_split(PyObject* raw, PyObject* path, Reached& r) {
   return 0;
 }
 
+// res.update({key: value}): a plain dict takes the entry directly, the
+// caller's own kind of mapping through its update().
+int keep(PyObject* res, PyObject* key, PyObject* value) {
+  if (value == nullptr) return -1;
+  if (PyDict_CheckExact(res)) return PyDict_SetItem(res, key, value);
+  Ref one = Ref::steal(PyDict_New());
+  if (!one || PyDict_SetItem(one.get(), key, value) < 0) return -1;
+  return update(res, one.get());
+}
+
 int merge_layer(PyObject* raw, PyObject* res, PyObject* path, PyObject* flag) {
   const int merge = truthy(flag);
   if (merge < 0) return -1;
@@ -327,12 +335,12 @@ int merge_layer(PyObject* raw, PyObject* res, PyObject* path, PyObject* flag) {
       return update(res, v.get());
     }
     Ref v = get(raw, path);
-    return set_item(res, path, v.get());
+    return keep(res, path, v.get());
   }
   Reached r;
   if ((fast ? walk_text(raw, text, sep, r) : walk_split(raw, path, r)) < 0) return -1;
   if (r.position || merge == 1) return update(res, r.node.get());
-  return set_item(res, r.last.get(), r.node.get());
+  return keep(res, r.last.get(), r.node.get());
 }
 
 Ref merge_layers(PyObject* raw, PyObject* res, PyObject* structure) {
@@ -398,8 +406,6 @@ Ref merge_output(PyObject* raw, PyObject* res, PyObject* structure) {
   if (structure != nullptr && structure != Py_None) {
     return merge_layers(raw, result.get(), structure);
   }
-  if (!PyDict_Check(result.get()))
-    return raise(PyExc_TypeError, "_merge_output() res must be a dict");
   if (merge_flat(raw, result.get()) < 0) return nullptr;
   return result;
 }

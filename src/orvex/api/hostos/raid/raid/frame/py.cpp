@@ -1,116 +1,195 @@
 #include "py.hpp"
 
+#include <dlfcn.h>
+
 #include <cstdarg>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "runtime.hpp"
 
 namespace raid::py {
 
 // ---------------------------------------------------------------------------
-// What the running interpreter offers beyond the 3.7 stable ABI, looked up
-// once at module init.
+// What the running interpreter offers beyond the 3.7 limited API, looked up
+// once at module init: functions that joined the limited API later, each
+// used only from the version whose limited API has it.
 
 Runtime g_runtime;
 
 namespace {
 
-// The address of an exported function of the running interpreter, or
-// nullptr.  Looked up through ctypes' handle on the process rather than
-// dlsym, whose symbol version moved in glibc 2.34 (the module needs nothing
-// newer than glibc 2.17).
-void* exported(PyObject* ctypes, const char* name) {
-  Ref api = Ref::steal(PyObject_GetAttrString(ctypes, "pythonapi"));
-  Ref fn = api ? Ref::steal(PyObject_GetAttrString(api.get(), name)) : Ref();
-  Ref cast = fn ? Ref::steal(PyObject_GetAttrString(ctypes, "cast")) : Ref();
-  Ref c_void_p = cast ? Ref::steal(PyObject_GetAttrString(ctypes, "c_void_p")) : Ref();
-  Ref pointer =
-      c_void_p
-          ? Ref::steal(PyObject_CallFunctionObjArgs(cast.get(), fn.get(), c_void_p.get(), nullptr))
-          : Ref();
-  Ref value = pointer ? Ref::steal(PyObject_GetAttrString(pointer.get(), "value")) : Ref();
-  void* address = value && value.get() != Py_None ? PyLong_AsVoidPtr(value.get()) : nullptr;
-  if (PyErr_Occurred() != nullptr) {
-    PyErr_Clear();
-    return nullptr;
-  }
-  return address;
-}
+// The address of a function the interpreter exports, or nullptr.  Looked up
+// by name in the process's global scope (RTLD_DEFAULT): that is where the
+// interpreter's functions are, since the module's own references to them
+// were bound there when it was loaded.  No ctypes: importing it at init
+// costs time, and an interpreter may be built without it.
+//
+// dlsym is bound to the version glibc 2.17 has (GLIBC_2.2.5 on x86-64,
+// GLIBC_2.17 on aarch64): glibc 2.34 moved it into libc under a new version,
+// and a reference to that one would keep the module off older hosts (the
+// wheel is manylinux2014).  Newer glibc still exports the old version; on
+// older ones libdl does, which every Python process has loaded (the
+// interpreter loads extension modules through it).
+#if defined(__GLIBC__) && defined(__x86_64__)
+__asm__(".symver dlsym, dlsym@GLIBC_2.2.5");
+#elif defined(__GLIBC__) && defined(__aarch64__)
+__asm__(".symver dlsym, dlsym@GLIBC_2.17");
+#endif
+
+void* exported(const char* name) { return dlsym(RTLD_DEFAULT, name); }
 
 }  // namespace
 
-void init_runtime() {
-  Runtime& rt = g_runtime;
+int init_runtime() {
+  Runtime rt;
+  // The running version, as sys has it (Py_Version only exists from 3.11).
   Ref sys = Ref::steal(PyImport_ImportModule("sys"));
-  Ref hex = getattr(sys.get(), "hexversion");
-  rt.version = hex ? PyLong_AsLong(hex.get()) : 0x03070000;
-  if (PyErr_Occurred() != nullptr) PyErr_Clear();
-  // Exported functions only; versions that lack one (or an interpreter
-  // without ctypes) take the tuple path.
-  Ref ctypes = Ref::steal(PyImport_ImportModule("ctypes"));
-  if (ctypes) {
-    rt.vectorcall = reinterpret_cast<Vectorcall>(exported(ctypes.get(), "PyObject_Vectorcall"));
-    rt.vectorcall_dict =
-        reinterpret_cast<VectorcallDict>(exported(ctypes.get(), "PyObject_VectorcallDict"));
-    rt.vectorcall_method =
-        reinterpret_cast<Vectorcall>(exported(ctypes.get(), "PyObject_VectorcallMethod"));
-    rt.method_new = reinterpret_cast<MethodNew>(exported(ctypes.get(), "PyMethod_New"));
-    rt.dict_setdefault =
-        reinterpret_cast<DictSetDefault>(exported(ctypes.get(), "PyDict_SetDefault"));
-    rt.utf8 = reinterpret_cast<Utf8AndSize>(exported(ctypes.get(), "PyUnicode_AsUTF8AndSize"));
-  } else {
-    PyErr_Clear();
+  Ref hex = Ref::steal(sys ? PyObject_GetAttrString(sys.get(), "hexversion") : nullptr);
+  if (!hex) return -1;
+  rt.version = PyLong_AsLong(hex.get());
+  if (rt.version == -1 && PyErr_Occurred() != nullptr) return -1;
+  if (rt.version >= 0x030A0000) {
+    // Arguments arrive as a C array (METH_FASTCALL) where the limited API
+    // has it; before, as a tuple and a dict.
+    rt.fastcall = true;
+    rt.utf8 = reinterpret_cast<Utf8AndSize>(exported("PyUnicode_AsUTF8AndSize"));
   }
-  // Arguments arrive as a C array (METH_FASTCALL) where the stable ABI has
-  // it (3.10 and later); before, as a tuple and a dict.
-  rt.fastcall = rt.version >= 0x030A0000;
+  if (rt.version >= 0x030C0000) {
+    rt.vectorcall = reinterpret_cast<Vectorcall>(exported("PyObject_Vectorcall"));
+    rt.vectorcall_method = reinterpret_cast<Vectorcall>(exported("PyObject_VectorcallMethod"));
+  }
+  g_runtime = rt;
+  return 0;
 }
+
+namespace {
+
+// Up to this many arguments go on the stack.
+constexpr std::size_t kSmall = 8;
+
+// f(*a[:n]) through the variadic call, which the interpreter makes without
+// an argument tuple (and without binding a method for call_spread_method).
+PyObject* call_spread(PyObject* f, PyObject* const* a, std::size_t n) {
+  switch (n) {
+    case 0:
+      return PyObject_CallFunctionObjArgs(f, nullptr);
+    case 1:
+      return PyObject_CallFunctionObjArgs(f, a[0], nullptr);
+    case 2:
+      return PyObject_CallFunctionObjArgs(f, a[0], a[1], nullptr);
+    case 3:
+      return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], nullptr);
+    case 4:
+      return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], a[3], nullptr);
+    case 5:
+      return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], a[3], a[4], nullptr);
+    case 6:
+      return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], a[3], a[4], a[5], nullptr);
+    case 7:
+      return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], a[3], a[4], a[5], a[6], nullptr);
+    default:
+      return PyObject_CallFunctionObjArgs(f, a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7],
+                                          nullptr);
+  }
+}
+
+PyObject* call_spread_method(PyObject* o, PyObject* name, PyObject* const* a, std::size_t n) {
+  switch (n) {
+    case 0:
+      return PyObject_CallMethodObjArgs(o, name, nullptr);
+    case 1:
+      return PyObject_CallMethodObjArgs(o, name, a[0], nullptr);
+    case 2:
+      return PyObject_CallMethodObjArgs(o, name, a[0], a[1], nullptr);
+    case 3:
+      return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], nullptr);
+    case 4:
+      return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], a[3], nullptr);
+    case 5:
+      return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], a[3], a[4], nullptr);
+    case 6:
+      return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], a[3], a[4], a[5], nullptr);
+    case 7:
+      return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], a[3], a[4], a[5], a[6], nullptr);
+    default:
+      return PyObject_CallMethodObjArgs(o, name, a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7],
+                                        nullptr);
+  }
+}
+
+// f(*a[:n], **kwargs) through a tuple.
+PyObject* call_tuple(PyObject* f, PyObject* const* a, std::size_t n, PyObject* kwargs) {
+  Ref t = Ref::steal(PyTuple_New(static_cast<Py_ssize_t>(n)));
+  if (!t) return nullptr;
+  for (std::size_t i = 0; i < n; ++i) {
+    Py_INCREF(a[i]);
+    PyTuple_SetItem(t.get(), static_cast<Py_ssize_t>(i), a[i]);  // steals; cannot fail here
+  }
+  return PyObject_Call(f, t.get(), kwargs);
+}
+
+}  // namespace
 
 // Calls with the arguments in a C array and keyword names in kwnames.  The
 // array has one free slot before args[0] (PY_VECTORCALL_ARGUMENTS_OFFSET).
 PyObject* vcall(PyObject* f, PyObject* const* args, std::size_t nargs, PyObject* kwnames) {
   const Runtime& rt = g_runtime;
   if (rt.vectorcall != nullptr) return rt.vectorcall(f, args, nargs | kVectorcallOffset, kwnames);
-  const Py_ssize_t npos = static_cast<Py_ssize_t>(nargs);
   const Py_ssize_t nkw = kwnames != nullptr ? PyTuple_Size(kwnames) : 0;
+  if (nkw == 0 && nargs <= kSmall) return call_spread(f, args, nargs);
+  // Keyword arguments go in a dict before 3.12.  The dict of the last such
+  // call is filled again when nothing but the state kept it (the callee
+  // unpacks it and keeps no reference): no new dict per call.
+  Kept& k = *g_kept;
   Ref kw;
-  if (nkw > 0) {
-    kw = Ref::steal(PyDict_New());
-    if (!kw) return nullptr;
-    for (Py_ssize_t i = 0; i < nkw; ++i) {
-      if (PyDict_SetItem(kw.get(), PyTuple_GetItem(kwnames, i), args[npos + i]) < 0) {
-        return nullptr;
-      }
+  if (k.kwargs && Py_REFCNT(k.kwargs.get()) == 1) kw = std::move(k.kwargs);
+  if (!kw) kw = Ref::steal(PyDict_New());
+  if (!kw) return nullptr;
+  for (Py_ssize_t i = 0; i < nkw; ++i) {
+    if (PyDict_SetItem(kw.get(), PyTuple_GetItem(kwnames, i),
+                       args[nargs + static_cast<std::size_t>(i)]) < 0) {
+      return nullptr;
     }
   }
-  if (rt.vectorcall_dict != nullptr) return rt.vectorcall_dict(f, args, nargs, kw.get());
-  Ref t = Ref::steal(PyTuple_New(npos));
-  if (!t) return nullptr;
-  for (Py_ssize_t i = 0; i < npos; ++i) {
-    Py_INCREF(args[i]);
-    PyTuple_SetItem(t.get(), i, args[i]);
+  if (PyDict_Size(kw.get()) != nkw) {  // it held other names: only this call's
+    PyDict_Clear(kw.get());
+    return vcall(f, args, nargs, kwnames);
   }
-  return PyObject_Call(f, t.get(), kw.get());
+  PyObject* result = call_tuple(f, args, nargs, kw.get());
+  if (Py_REFCNT(kw.get()) == 1) k.kwargs = std::move(kw);
+  return result;
 }
 
 // ---------------------------------------------------------------------------
 // Names
 
+Kept* g_kept = nullptr;
+
 namespace {
-Names g_names;
-}
 
-const Names& names() { return g_names; }
+std::uint64_t g_generations = 0;
 
-int init_names() {
+// py::text's table: open addressing by the text's address.
+constexpr std::size_t kKeptSlots = 1024;  // a power of two; the sources name a few hundred
+constexpr std::size_t kKeptProbes = 8;
+constexpr std::size_t kKeptLength = 512;  // longer texts are made each time
+
+}  // namespace
+
+int init_kept(Kept& k) {
+  g_kept = &k;
+  k.generation = ++g_generations;
+  k.texts.resize(kKeptSlots);
   bool ok = true;
-  auto in = [&ok](const char* s) {
-    PyObject* o = PyUnicode_InternFromString(s);  // kept for the process
-    ok = ok && o != nullptr;
-    return o;
+  auto in = [&](const char* s) {
+    Ref o = intern(s);
+    ok = ok && o;
+    k.owned.push_back(o);
+    return o.get();
   };
-  Names& n = g_names;
+  Names& n = k.names;
   n.u_distributor = in("_distributor");
   n.distributor = in("distributor");
   n.raid_tool = in("raid_tool");
@@ -141,11 +220,19 @@ int init_names() {
   n.tools[1] = in("arcconf");
   n.tools[2] = in("sorbctl");
   n.tools[3] = in("storelibtest");
+  n.duplicate[0] = in("Existing key [");
+  n.duplicate[1] = in("] found in res, current value: [");
+  n.duplicate[2] = in("], existing value: [");
+  n.duplicate[3] = in("]");
   if (!ok) return -1;
-  forget_texts();
-  n.raid_tool_kw = PyTuple_Pack(1, n.raid_tool);
-  n.file_type_kw = PyTuple_Pack(1, n.file_type);
-  return n.raid_tool_kw != nullptr && n.file_type_kw != nullptr ? 0 : -1;
+  Ref raid_tool_kw = Ref::steal(PyTuple_Pack(1, n.raid_tool));
+  Ref file_type_kw = Ref::steal(PyTuple_Pack(1, n.file_type));
+  if (!raid_tool_kw || !file_type_kw) return -1;
+  n.raid_tool_kw = raid_tool_kw.get();
+  n.file_type_kw = file_type_kw.get();
+  k.owned.push_back(std::move(raid_tool_kw));
+  k.owned.push_back(std::move(file_type_kw));
+  return 0;
 }
 
 // ---------------------------------------------------------------------------
@@ -182,28 +269,14 @@ Ref str(const char* utf8) { return Ref::steal(PyUnicode_FromString(utf8)); }
 
 Ref intern(const char* utf8) { return Ref::steal(PyUnicode_InternFromString(utf8)); }
 
-namespace {
-
-struct KeptText {
-  const char* at;  // the caller's address
-  char* copy;      // its text when kept
-  PyObject* str;   // interned, held for the process
-};
-
-constexpr std::size_t kKeptSlots = 1024;  // a power of two; the sources name a few hundred
-constexpr std::size_t kKeptProbes = 8;
-constexpr std::size_t kKeptLength = 512;  // longer texts are made each time
-KeptText g_kept[kKeptSlots];
-
-}  // namespace
-
 Ref text(const char* utf8) {
+  std::vector<KeptText>& kept = g_kept->texts;
   const auto at = reinterpret_cast<std::uintptr_t>(utf8);
   const std::size_t home = static_cast<std::size_t>((at >> 3) ^ (at >> 13));
   for (std::size_t i = 0; i < kKeptProbes; ++i) {
-    KeptText& k = g_kept[(home + i) & (kKeptSlots - 1)];
+    KeptText& k = kept[(home + i) & (kKeptSlots - 1)];
     if (k.at == utf8) {
-      if (std::strcmp(k.copy, utf8) == 0) return Ref::borrow(k.str);
+      if (k.copy == utf8) return k.str;
       return str(utf8);  // a buffer that now holds another text
     }
     if (k.at != nullptr) continue;
@@ -211,20 +284,12 @@ Ref text(const char* utf8) {
     if (n > kKeptLength) break;
     Ref made = intern(utf8);
     if (!made) return nullptr;
-    k.copy = new char[n + 1];
-    std::memcpy(k.copy, utf8, n + 1);
+    k.copy.assign(utf8, n);
     k.at = utf8;
-    k.str = Ref(made).release();
+    k.str = made;
     return made;
   }
   return str(utf8);
-}
-
-void forget_texts() {
-  for (KeptText& k : g_kept) {
-    delete[] k.copy;
-    k = KeptText{};  // the objects went with the interpreter that made them
-  }
 }
 
 Ref integer(long v) { return Ref::steal(PyLong_FromLong(v)); }
@@ -316,26 +381,23 @@ Ref get(PyObject* o, const char* key) {
 
 namespace {
 
-// Up to this many arguments go on the stack.
-constexpr std::size_t kSmall = 8;
-
 PyObject* call_array(PyObject* f, std::initializer_list<PyObject*> args, PyObject* kwargs) {
-  if (args.size() > kSmall) {
-    Ref t = tuple(args);
-    return t ? PyObject_Call(f, t.get(), kwargs) : nullptr;
-  }
   PyObject* stack[kSmall + 1];
   std::size_t n = 0;
   for (PyObject* a : args) {
     if (a == nullptr) return nullptr;
-    stack[1 + n++] = a;
+    if (n < kSmall) stack[1 + n] = a;
+    ++n;
   }
-  const Runtime& rt = g_runtime;
-  if (rt.vectorcall_dict != nullptr) {
-    return rt.vectorcall_dict(f, stack + 1, n | kVectorcallOffset, kwargs);
+  if (n > kSmall) {
+    Ref t = tuple(args);
+    return t ? PyObject_Call(f, t.get(), kwargs) : nullptr;
   }
-  Ref t = tuple(args);
-  return t ? PyObject_Call(f, t.get(), kwargs) : nullptr;
+  if (g_runtime.vectorcall != nullptr && kwargs == nullptr) {
+    return g_runtime.vectorcall(f, stack + 1, n | kVectorcallOffset, nullptr);
+  }
+  if (kwargs == nullptr) return call_spread(f, stack + 1, n);
+  return call_tuple(f, stack + 1, n, kwargs);
 }
 
 }  // namespace
@@ -354,8 +416,7 @@ Ref call(PyObject* f, std::initializer_list<PyObject*> args, PyObject* kwargs) {
 Ref call_method(PyObject* o, PyObject* name, std::initializer_list<PyObject*> args,
                 PyObject* kwargs) {
   if (o == nullptr || name == nullptr) return nullptr;
-  const Runtime& rt = g_runtime;
-  if (kwargs == nullptr && rt.vectorcall_method != nullptr && args.size() <= kSmall) {
+  if (kwargs == nullptr && args.size() <= kSmall) {
     PyObject* stack[kSmall + 1];
     stack[0] = o;
     std::size_t n = 1;
@@ -363,7 +424,11 @@ Ref call_method(PyObject* o, PyObject* name, std::initializer_list<PyObject*> ar
       if (a == nullptr) return nullptr;
       stack[n++] = a;
     }
-    return Ref::steal(rt.vectorcall_method(name, stack, n | kVectorcallOffset, nullptr));
+    const Runtime& rt = g_runtime;
+    if (rt.vectorcall_method != nullptr) {
+      return Ref::steal(rt.vectorcall_method(name, stack, n | kVectorcallOffset, nullptr));
+    }
+    return Ref::steal(call_spread_method(o, name, stack + 1, n - 1));
   }
   Ref m = getattr(o, name);
   return call(m.get(), args, kwargs);

@@ -76,13 +76,12 @@ class Fetched {
 inline Ref none() { return Ref::borrow(Py_None); }
 inline Ref boolean(bool b) { return Ref::borrow(b ? Py_True : Py_False); }
 Ref str(const char* utf8);
-Ref intern(const char* utf8);  // interned, lives for the process
+Ref intern(const char* utf8);  // interned
 // The str of a text the module's sources name (a literal, a row's text):
-// made and interned once, then the same object on every call.  Kept by
-// address with a copy of the text, so a passing buffer that reuses an
-// address gets its own text, never a kept one.
+// made and interned once per interpreter, then the same object on every
+// call.  Kept by address with a copy of the text, so a passing buffer that
+// reuses an address gets its own text, never a kept one.
 Ref text(const char* utf8);
-void forget_texts();  // a new interpreter: the kept objects were its predecessor's
 Ref integer(long v);
 // The UTF-8 text of an exact str, straight from the string's own buffer,
 // where the interpreter hands it out (3.10+); false otherwise (no error set).
@@ -102,8 +101,10 @@ Ref item(PyObject* seq, Py_ssize_t i);  // sequence element, negative allowed
 Ref get(PyObject* o, PyObject* key);
 Ref get(PyObject* o, const char* key);
 
-// Calls use the vectorcall protocol where the running interpreter offers
-// it (looked up once at module init) and build no argument tuple then.
+// Calls build no argument tuple where the limited API of the running
+// interpreter allows: vectorcall from 3.12, before that the variadic
+// calls (which the interpreter makes without a tuple); a call with keyword
+// arguments before 3.12 takes a tuple and a dict.
 Ref call(PyObject* f);
 Ref call(PyObject* f, std::initializer_list<PyObject*> args, PyObject* kwargs = nullptr);
 Ref call_method(PyObject* o, PyObject* name, std::initializer_list<PyObject*> args = {},

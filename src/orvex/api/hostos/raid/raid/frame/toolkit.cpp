@@ -13,12 +13,15 @@ int same(PyObject* a, PyObject* b) {
 
 Ref Regex::run(const char* fn, PyObject* text) const {
   if (text == nullptr) return nullptr;
-  if (compiled_ == nullptr) {
+  Kept& kept = *g_kept;
+  if (generation_ != kept.generation) {
     Ref re = Ref::steal(PyImport_ImportModule("re"));
     Ref pattern = str(pattern_);
     Ref compiled = call_method(re.get(), "compile", {pattern.get()});
-    if (!compiled) return nullptr;
-    compiled_ = compiled.release();  // kept for the process
+    if (!compiled) return nullptr;  // tried again on the next call
+    kept.patterns.push_back(compiled);
+    compiled_ = compiled.get();
+    generation_ = kept.generation;
   }
   return call_method(compiled_, fn, {text});
 }

@@ -3,6 +3,7 @@
 // pass a NULL input through.
 #pragma once
 
+#include <cstdint>
 #include <initializer_list>
 #include <string_view>
 #include <utility>
@@ -63,8 +64,11 @@ int each_item(PyObject* mapping, F&& f) {
 // a == b with Python's equality (-1 on error).
 int same(PyObject* a, PyObject* b);
 
-// A regular expression compiled once for the process; re.<fn>(pattern,
-// text) as pattern.<fn>(text): fn is "match" or "search".
+// A regular expression compiled once per interpreter; re.<fn>(pattern,
+// text) as pattern.<fn>(text): fn is "match" or "search".  The compiled
+// pattern is owned by the module state (py::Kept::patterns); the instance
+// remembers it with the generation of the state it belongs to, so a later
+// interpreter compiles its own.
 class Regex {
  public:
   explicit constexpr Regex(const char* pattern) : pattern_(pattern) {}
@@ -74,7 +78,8 @@ class Regex {
  private:
   Ref run(const char* fn, PyObject* text) const;
   const char* pattern_;
-  mutable PyObject* compiled_ = nullptr;  // kept for the process
+  mutable PyObject* compiled_ = nullptr;  // borrowed from the state of generation_
+  mutable std::uint64_t generation_ = 0;
 };
 
 // re.match("^" + prefix + ".*" + suffix + "$", text) as a yes or no, with
