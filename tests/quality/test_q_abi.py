@@ -154,26 +154,16 @@ def test_later_functions_are_found_without_ctypes():
     # The interpreter's later entry points (vectorcall, UTF-8 views) are
     # looked up without importing ctypes, on whichever version runs this.
     python = shlex.split(os.environ.get("RAID_PYTHON", "")) or [sys.executable]
-    probe = ("import sys; sys.path[:0] = [sys.argv[1], sys.argv[2]]
-"
-             "import orvex_sim
-"
-             "from orvex_sim.recorder import RecordingHost, parser
-"
-             "from orvex.api.hostos.raid import raid
-"
-             "host = RecordingHost('arcconf')
-"
-             "host.on('ctr_set_ctrl_mode_arcconf', parser('success'))
-"
-             "with orvex_sim.use(host):
-"
-             "    r = raid.Raid()
-"
-             "assert r.set_ctl_mode('3', adapter_id='0') is True
-"
-             "print('ctypes' in sys.modules)
-")
+    probe = ("import sys; sys.path[:0] = [sys.argv[1], sys.argv[2]]\n"
+             "import orvex_sim\n"
+             "from orvex_sim.recorder import RecordingHost, parser\n"
+             "from orvex.api.hostos.raid import raid\n"
+             "host = RecordingHost('arcconf')\n"
+             "host.on('ctr_set_ctrl_mode_arcconf', parser('success'))\n"
+             "with orvex_sim.use(host):\n"
+             "    r = raid.Raid()\n"
+             "assert r.set_ctl_mode('3', adapter_id='0') is True\n"
+             "print('ctypes' in sys.modules)\n")
     run = subprocess.run(python + ["-c", probe, str(BINARY.parents[4]), str(ROOT / "sim")],
                          capture_output=True, text=True, timeout=300)
     assert run.returncode == 0, run.stderr
