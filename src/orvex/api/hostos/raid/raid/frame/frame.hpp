@@ -237,12 +237,16 @@ struct Shape {
   std::vector<Pair> table;     // map
 };
 
+// What a variant does when called.  Every form but refusal first applies the
+// row's edits in order (an edit may answer True and end the call there);
+// checked and action dispatch the wrapper (or the chosen one, see
+// VariantDef::choose) through the row's route with params.
 enum class Form : std::uint8_t {
-  refusal,  // raise OrvexException(message) before anything is dispatched
-  checked,  // True exactly when "success" is in the answer's parser entry
-  action,   // formatter.parser_exec_cmd_format(answer, tool)
-  query,    // the answer (by default its parser entry), shaped by the row's Shape steps
-  custom,   // body(call)
+  refusal,  // raise OrvexException(text); nothing is dispatched and the edits are not applied
+  checked,  // True exactly when "success" is in answer[0].get("parser") (None: False)
+  action,   // formatter.parser_exec_cmd_format(answer[0], tool)
+  query,    // dispatch text; the answer's part named by `from`, shaped by the Shape steps
+  custom,   // body(call); a body is required
   same_as,  // self.<text>(**params): the answer of another operation of the object
 };
 

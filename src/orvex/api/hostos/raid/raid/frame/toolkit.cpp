@@ -11,21 +11,6 @@ int same(PyObject* a, PyObject* b) {
   return PyObject_RichCompareBool(a, b, Py_EQ);
 }
 
-Ref Regex::run(const char* fn, PyObject* text) const {
-  if (text == nullptr) return nullptr;
-  Kept& kept = *g_kept;
-  if (generation_ != kept.generation) {
-    Ref re = Ref::steal(PyImport_ImportModule("re"));
-    Ref pattern = str(pattern_);
-    Ref compiled = call_method(re.get(), "compile", {pattern.get()});
-    if (!compiled) return nullptr;  // tried again on the next call
-    kept.patterns.push_back(compiled);
-    compiled_ = compiled.get();
-    generation_ = kept.generation;
-  }
-  return call_method(compiled_, fn, {text});
-}
-
 int Framed::test(PyObject* text) const {
   std::string_view t;
   if (!text_view(text, t)) {
@@ -86,20 +71,6 @@ int translate(const Call& c, const char* key, std::initializer_list<Pair> table)
     if (eq == 1) return c.p_set(key, p.to);
   }
   return 0;
-}
-
-Ref flatten_ctrl_props(PyObject* parser) {
-  Ref rows = index(parser, "Controller Properties");
-  Ref flat = dict();
-  if (!rows || !flat) return nullptr;
-  Ref prop_key = str("Ctrl_Prop");
-  Ref value_key = str("Value");
-  const int r = each(rows.get(), [&](PyObject* row) {
-    Ref prop = index(row, prop_key.get());
-    Ref value = index(row, value_key.get());
-    return set_item(flat.get(), prop.get(), value.get()) < 0 ? -1 : 0;
-  });
-  return r < 0 ? nullptr : flat;
 }
 
 Ref days_as_hours(PyObject* days) {
