@@ -400,6 +400,19 @@ BAD_ROWS = {
 BAD_VARIANT = {"word": 'refuse(Tool::arcconf, "x").prep([](const Call&) { return 0; }, kWords)',
                "note": 'refuse(Tool::arcconf, "x").reads("adp_id")'}
 
+# A body that calls the params accessor named by RAID_PROBE, in an operation
+# that builds no params.
+PROBE_BODY = r'''
+Ref probe(const Call& c) {
+  const std::string which = std::getenv("RAID_PROBE");
+  if (which == "p_get") return c.p_get("k");
+  if (which == "p_pop") return c.p_pop("k");
+  const int r = which == "p_has" ? c.p_has("k") : which == "p_set" ? c.p_set("k", "v")
+                                                                   : c.p_del_if("k");
+  return r < 0 ? nullptr : py::none();
+}
+'''
+
 
 @pytest.fixture(scope="module")
 def bad_module(tmp_path_factory):
@@ -411,13 +424,16 @@ def bad_module(tmp_path_factory):
                    for key, (params, _) in BAD_ROWS.items())
     adders = re.findall(r"void (add_\w+_ops)\(OpList&\);", (FRAME / "frame.hpp").read_text())
     (tmp / "rows.cpp").write_text(
-        '#include <cstdlib>\n#include <cstring>\n#include "frame.hpp"\nnamespace raid {\n'
+        '#include <cstdlib>\n#include <cstring>\n#include <string>\n#include "frame.hpp"\nnamespace raid {\n'
         'constexpr const char* kWords[] = {"gone"};\n'
+        + PROBE_BODY
         + "".join("void %s(OpList&) {}\n" % a for a in adders
                   if a not in ("add_frame_ops", "add_normalise_ops", "add_controller_discovery_ops"))
         + "void add_controller_discovery_ops(OpList& ops) {\n"
           '  const char* which = std::getenv("RAID_BAD_ROW");\n  if (which == nullptr) return;\n'
-        + rows + "}\n}\n")
+        + rows + '  if (std::strcmp(which, "probe") == 0)'
+                 ' ops.push_back(Op("probe").variants({custom(Tool::arcconf, probe)}));\n'
+        + "}\n}\n")
     sources = [str(f) for f in sorted(FRAME.glob("*.cpp")) if f.name != "single_threaded_flag.cpp"]
     run = compiler(["-shared", "-fPIC", "-O0", "-o", str(tmp / "raid.abi3.so"), "rows.cpp"]
                    + sources, tmp)
@@ -436,3 +452,22 @@ def test_bad_declaration_fails_the_import_naming_the_operation(bad_module, row):
     run = subprocess.run(PYTHON + ["-c", code, str(bad_module / "raid.abi3.so")],
                          capture_output=True, text=True, env=env)
     assert run.stdout.strip() == BAD_ROWS[row][1], run.stderr
+
+
+@pytest.mark.parametrize("accessor", ["p_get", "p_has", "p_set", "p_pop", "p_del_if"])
+def test_params_accessors_refuse_an_operation_without_params(bad_module, accessor):
+    code = ("import sys, importlib.util as u\n"
+            "from orvex_sim.recorder import RecordingHost\n"
+            "import orvex_sim\n"
+            "spec = u.spec_from_file_location('orvex.api.hostos.raid.raid', sys.argv[1])\n"
+            "m = u.module_from_spec(spec)\n"
+            "spec.loader.exec_module(m)\n"
+            "with orvex_sim.use(RecordingHost('arcconf')):\n"
+            "    try:\n        m.Raid().probe()\n"
+            "    except SystemError as e:\n        print(e)\n")
+    env = dict(os.environ, RAID_BAD_ROW="probe", RAID_PROBE=accessor,
+               PYTHONPATH=str(pathlib.Path(orvex_sim.__file__).parents[1]))
+    env.pop("LD_PRELOAD", None)
+    run = subprocess.run(PYTHON + ["-c", code, str(bad_module / "raid.abi3.so")],
+                         capture_output=True, text=True, env=env)
+    assert run.stdout.strip() == "operation without params", run.stderr

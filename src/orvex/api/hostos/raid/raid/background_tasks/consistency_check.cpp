@@ -40,7 +40,7 @@ Ref switch_storcli64(const Call& c) {
   Ref cc = c.p_get("cc");
   if (!start || !cc) return nullptr;
   for (const char* mode : {"seq", "conc"}) {
-    const int hit = equals(cc.get(), mode);
+    const int hit = equal(cc.get(), mode);
     if (hit < 0) return nullptr;
     if (hit == 1) {
       if (c.p_set("start_time", start.get()) < 0) return nullptr;

@@ -37,7 +37,7 @@ Ref ehsp_storcli64(const Call& c) {
   Ref found = none();
   const int walked = kit::each(rows.get(), [&](PyObject* row) {
     Ref prop = index(row, "Ctrl_Prop");
-    const int match = equals(prop.get(), "EmergencyUG");
+    const int match = equal(prop.get(), "EmergencyUG");
     if (match != 1) return match;
     Ref value = index(row, "Value");
     found = upper(value.get());

@@ -9,9 +9,11 @@ using namespace py;
 
 namespace {
 
-bool same_name(PyObject* a, PyObject* b) {
-  if (a == b) return true;
-  return PyUnicode_Check(b) && PyUnicode_Compare(a, b) == 0;
+// A keyword names a parameter as CPython matches one: the same object, or
+// a str of the same text (a str subclass's __eq__ is not asked).
+bool names_param(PyObject* key, const CParam& p) {
+  if (key == p.name.get()) return true;
+  return PyUnicode_Check(key) && PyUnicode_Compare(p.name.get(), key) == 0;
 }
 
 Ref count_message(const CompiledOp& op, const char* how, Py_ssize_t expected, Py_ssize_t given) {
@@ -19,8 +21,7 @@ Ref count_message(const CompiledOp& op, const char* how, Py_ssize_t expected, Py
                 expected, expected == 1 ? "" : "s", given);
 }
 
-PyObject* count_error(const CompiledOp& op, const char* how, Py_ssize_t expected,
-                      Py_ssize_t given) {
+Ref count_error(const CompiledOp& op, const char* how, Py_ssize_t expected, Py_ssize_t given) {
   Ref message = count_message(op, how, expected, given);
   if (message) PyErr_SetObject(PyExc_TypeError, message.get());
   return nullptr;
@@ -74,7 +75,7 @@ int bind(const CompiledOp& op, PyObject* const* args, Py_ssize_t nargs, const Ke
       }
       for (std::size_t i = 0; i < n; ++i) {
         const CParam& p = op.params[i];
-        if (p.kind == Kind::catch_all || !same_name(p.name.get(), key)) continue;
+        if (p.kind == Kind::catch_all || !names_param(key, p)) continue;
         if (static_cast<Py_ssize_t>(i) < given) {
           if (twice == nullptr) twice = key;
         } else {

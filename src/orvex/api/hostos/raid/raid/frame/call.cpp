@@ -23,30 +23,44 @@ PyObject* Call::name() const {
   return names().empty;
 }
 
+namespace {
+
+// Every params accessor refuses an operation that builds no params.
+Ref no_params() { return raise(PyExc_SystemError, "operation without params"); }
+
+}  // namespace
+
 Ref Call::p_get(const char* key) const {
-  if (params == nullptr) return raise(PyExc_SystemError, "operation without params");
+  if (params == nullptr) return no_params();
   return get(params, key);
 }
 
 int Call::p_has(const char* key) const {
+  if (params == nullptr) return no_params(), -1;
   Ref k = text(key);
   if (!k) return -1;
   return PyDict_Contains(params, k.get());
 }
 
-int Call::p_set(const char* key, PyObject* v) const { return set_item(params, key, v); }
+int Call::p_set(const char* key, PyObject* v) const {
+  if (params == nullptr) return no_params(), -1;
+  return set_item(params, key, v);
+}
 
 int Call::p_set(const char* key, const char* text) const {
+  if (params == nullptr) return no_params(), -1;
   Ref v = py::text(text);
   return set_item(params, key, v.get());
 }
 
 Ref Call::p_pop(const char* key) const {
+  if (params == nullptr) return no_params();
   Ref k = text(key);
   return call_method(params, names().pop, {k.get()});
 }
 
 int Call::p_del_if(const char* key) const {
+  if (params == nullptr) return no_params(), -1;
   Ref k = text(key);
   if (!k) return -1;
   const int has = PyDict_Contains(params, k.get());

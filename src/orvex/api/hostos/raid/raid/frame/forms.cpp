@@ -36,21 +36,18 @@ Ref props_table(PyObject* parser) {
   return r < 0 ? nullptr : flat;
 }
 
-// value == text (a str compared as text); -1 on error.
-int matches(PyObject* value, PyObject* text) {
-  if (value == nullptr) return -1;
-  if (PyUnicode_CheckExact(value)) return PyUnicode_Compare(value, text) == 0 ? 1 : 0;
-  return PyObject_RichCompareBool(value, text, Py_EQ);
-}
-
-// table[value], or nullptr (no error) when the table does not list it.
-PyObject* listed(const std::vector<CPair>& table, PyObject* value, int* err) {
+// 1 with *to = table[value] (borrowed) when the table lists value, 0 when
+// it does not, -1 on error.
+int listed(const std::vector<CPair>& table, PyObject* value, PyObject** to) {
   for (const CPair& p : table) {
-    const int eq = matches(value, p.from.get());
-    if (eq < 0) *err = -1;
-    if (eq != 0) return eq < 0 ? nullptr : p.to.get();
+    const int eq = equal(value, p.from.get());
+    if (eq < 0) return -1;
+    if (eq == 1) {
+      *to = p.to.get();
+      return 1;
+    }
   }
-  return nullptr;
+  return 0;
 }
 
 // The text with the params values it names filled in.
@@ -69,8 +66,9 @@ Ref expand(const Call& c, const CText& t) {
   return out;
 }
 
-// 0 to go on, 1 when the variant answers True without dispatching, -1 on error.
-int apply_edits(const Call& c, const CVariant& v) {
+// Applies the edits: 1 when one of them answered the call (True, nothing
+// dispatched), 0 to go on, -1 on error.
+int answered_by_edits(const Call& c, const CVariant& v) {
   for (const CEdit& e : v.edits) {
     PyObject* params = c.params;
     switch (e.op) {
@@ -97,10 +95,10 @@ int apply_edits(const Call& c, const CVariant& v) {
       case Edit::Op::translate_strict: {
         Ref value = get(params, e.key.get());
         if (!value) return -1;
-        int err = 0;
-        PyObject* to = listed(e.table, value.get(), &err);
-        if (err < 0) return -1;
-        if (to == nullptr) {
+        PyObject* to = nullptr;
+        const int found = listed(e.table, value.get(), &to);
+        if (found < 0) return -1;
+        if (found == 0) {
           if (e.op == Edit::Op::translate) break;
           if (e.op == Edit::Op::translate_strict) {
             Ref key_args = tuple({value.get()});
@@ -115,10 +113,10 @@ int apply_edits(const Call& c, const CVariant& v) {
       case Edit::Op::translate_into: {
         Ref value = get(params, e.key.get());
         if (!value) return -1;
-        int err = 0;
-        PyObject* to = listed(e.table, value.get(), &err);
-        if (err < 0) return -1;
-        if (to == nullptr) to = e.text.get();
+        PyObject* to = nullptr;
+        const int found = listed(e.table, value.get(), &to);
+        if (found < 0) return -1;
+        if (found == 0) to = e.text.get();
         if (to != nullptr && PyDict_SetItem(params, e.other.get(), to) < 0) return -1;
         break;
       }
@@ -133,7 +131,7 @@ int apply_edits(const Call& c, const CVariant& v) {
         break;
       case Edit::Op::true_when: {
         Ref value = get(params, e.key.get());
-        const int hit = matches(value.get(), e.other.get());
+        const int hit = equal(value.get(), e.other.get());
         if (hit != 0) return hit;
         break;
       }
@@ -164,7 +162,7 @@ Ref wrapper_of(const Call& c, const CVariant& v) {
   Ref value = index(c.params, v.choose_key.get());
   if (!value) return nullptr;
   for (const CPair& p : v.choices) {
-    const int eq = PyObject_RichCompareBool(value.get(), p.from.get(), Py_EQ);
+    const int eq = equal(value.get(), p.from.get());
     if (eq < 0) return nullptr;
     if (eq == 0) continue;
     if (v.def->choose_pops && PyDict_DelItem(c.params, v.choose_key.get()) < 0) return nullptr;
@@ -222,17 +220,17 @@ Ref shape(const Call& c, const CVariant& v, Ref x) {
         break;
       }
       case Shape::Op::map: {
-        int err = 0;
-        PyObject* to = listed(s.table, x.get(), &err);
-        if (err < 0) return nullptr;
-        if (to != nullptr) x = Ref::borrow(to);
+        PyObject* to = nullptr;
+        const int found = listed(s.table, x.get(), &to);
+        if (found < 0) return nullptr;
+        if (found == 1) x = Ref::borrow(to);
         break;
       }
       case Shape::Op::values: {
         const int any = x.get() == Py_None ? 0 : truthy(x.get());
         if (any < 0) return nullptr;
-        Ref listed_values = any == 1 ? call_method(x.get(), "values") : Ref{};
-        x = any == 1 ? (listed_values ? Ref::steal(PySequence_List(listed_values.get())) : Ref{})
+        Ref listed_values = any == 1 ? call_method(x.get(), "values") : nullptr;
+        x = any == 1 ? (listed_values ? Ref::steal(PySequence_List(listed_values.get())) : nullptr)
                      : list();
         break;
       }
@@ -240,7 +238,7 @@ Ref shape(const Call& c, const CVariant& v, Ref x) {
       case Shape::Op::stop_on: {
         int hit = 0;
         if (s.name) {
-          hit = matches(x.get(), s.name.get());
+          hit = equal(x.get(), s.name.get());
         } else {
           const int given = truthy(x.get());
           hit = given < 0 ? -1 : static_cast<int>(given == 0);
@@ -287,8 +285,8 @@ Ref run_variant(const CompiledOp& op, std::size_t at, PyObject* self, PyObject* 
   const VariantDef& def = *v.def;
   const Call c{self, params, args, *op.def, def, &op};
   if (def.form == Form::refusal) return raise_orvex(v.text.get());
-  const int edited = apply_edits(c, v);
-  if (edited != 0) return edited < 0 ? nullptr : boolean(true);
+  const int answered = answered_by_edits(c, v);
+  if (answered != 0) return answered < 0 ? nullptr : boolean(true);
   switch (def.form) {
     case Form::checked: {
       Ref wrapper = wrapper_of(c, v);

@@ -454,13 +454,13 @@ struct Call {
   // concatenation: a value that is not a str fails with TypeError).
   Ref word_with(const char* name, std::initializer_list<PyObject*> values) const;
 
-  // params helpers
+  // params helpers; each fails with SystemError in an operation without params
   Ref p_get(const char* key) const;  // params.get(key): value or None
-  int p_has(const char* key) const;
+  int p_has(const char* key) const;  // key in params: 1 or 0
   int p_set(const char* key, PyObject* v) const;
   int p_set(const char* key, const char* text) const;
-  Ref p_pop(const char* key) const;  // params.pop(key): KeyError when absent
-  int p_del_if(const char* key) const;
+  Ref p_pop(const char* key) const;     // params.pop(key): KeyError when absent
+  int p_del_if(const char* key) const;  // del params[key] when present
 
   // Dispatch through the route with params (or the wrapper name alone when
   // params is nullptr): the whole answer sequence.

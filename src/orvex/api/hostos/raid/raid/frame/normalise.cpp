@@ -461,7 +461,7 @@ Ref load_template(PyObject* caller) {
   }
   PyObject* paths = fs().fw.template_paths.get();
   Ref file =
-      PyUnicode_CheckExact(caller) ? Ref::borrow(PyDict_GetItemWithError(paths, caller)) : Ref();
+      PyUnicode_CheckExact(caller) ? Ref::borrow(PyDict_GetItemWithError(paths, caller)) : nullptr;
   if (!file) {
     if (PyErr_Occurred() != nullptr) return nullptr;
     file = py::format("%U%U.yaml", fs().fw.config_dir.get(), caller);

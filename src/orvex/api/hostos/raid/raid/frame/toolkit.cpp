@@ -6,11 +6,6 @@ namespace raid::kit {
 
 using namespace py;
 
-int same(PyObject* a, PyObject* b) {
-  if (a == nullptr || b == nullptr) return -1;
-  return PyObject_RichCompareBool(a, b, Py_EQ);
-}
-
 int Framed::test(PyObject* text) const {
   std::string_view t;
   if (!text_view(text, t)) {
@@ -55,7 +50,7 @@ Ref head_before(PyObject* text, char sep) {
 Ref lookup(PyObject* value, std::initializer_list<Pair> table) {
   if (value == nullptr) return nullptr;
   for (const Pair& p : table) {
-    const int eq = equals(value, p.from);
+    const int eq = equal(value, p.from);
     if (eq < 0) return nullptr;
     if (eq == 1) return str(p.to);
   }
@@ -66,7 +61,7 @@ int translate(const Call& c, const char* key, std::initializer_list<Pair> table)
   Ref v = c.p_get(key);
   if (!v) return -1;
   for (const Pair& p : table) {
-    const int eq = equals(v.get(), p.from);
+    const int eq = equal(v.get(), p.from);
     if (eq < 0) return -1;
     if (eq == 1) return c.p_set(key, p.to);
   }
@@ -113,7 +108,7 @@ Ref find_task(PyObject* tasks, PyObject* vid, const char* id_key, const char* op
     if (!id) return -1;
     if (id.get() == Py_None) return 0;
     Ref id_text = to_str(id.get());
-    const int this_one = same(id_text.get(), vid_text.get());
+    const int this_one = equal(id_text.get(), vid_text.get());
     if (this_one <= 0) return this_one;
     Ref op = get(task, operation_key);
     Ref op_text = to_str(op.get());

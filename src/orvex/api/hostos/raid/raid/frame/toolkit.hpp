@@ -19,9 +19,6 @@ using py::each;
 using py::each_item;
 using py::Regex;
 
-// a == b with Python's equality (-1 on error).
-int same(PyObject* a, PyObject* b);
-
 // re.match("^" + prefix + ".*" + suffix + "$", text) as a yes or no, with
 // the same reading of "." (no newline) and "$" (the end, or before a final
 // newline); `pattern` is that expression, used for what is not an exact str.

@@ -21,9 +21,9 @@ constexpr const char* kRebuildTaskWords[] = {"tasks", "template", "drive", "memb
 // Leaving pass-through forces the drive back to good.
 int jbod_storcli64(const Call& c) {
   Ref state = c.p_get("state");
-  const int on = equals(state.get(), "on");
+  const int on = equal(state.get(), "on");
   if (on != 0) return on < 0 ? -1 : c.p_set("state", "jbod");
-  const int off = equals(state.get(), "off");
+  const int off = equal(state.get(), "off");
   if (off != 1) return off;
   if (c.p_set("state", "good") < 0) return -1;
   return c.p_set("force", Py_True);
@@ -33,7 +33,7 @@ int jbod_storcli64(const Call& c) {
 // the first logical drive.
 int hotspare_array_arcconf(const Call& c) {
   Ref oper = c.p_get("oper");
-  const int release = equals(oper.get(), "rdy");
+  const int release = equal(oper.get(), "rdy");
   if (release != 1) return release;
   Ref ar_id = c.p_get("ar_id");
   const int given = truthy(ar_id.get());
@@ -73,14 +73,14 @@ Ref rebuild_status_arcconf(const Call& c) {
   Ref drive = c.method(c.word(RAID_WORD(kRebuildTaskWords, "drive")), address.get());
   Ref data = dict();
   Ref status = get(drive.get(), "status");
-  const int rebuilding = equals(status.get(), "reconstructing");
+  const int rebuilding = equal(status.get(), "reconstructing");
   if (rebuilding < 0 || !data) return nullptr;
   if (rebuilding == 1) {
     Ref p = c.parsed(c.word(RAID_WORD(kRebuildTaskWords, "tasks")));
     Ref tasks = index(p.get(), "logical_device_task");
     const int r = each(tasks.get(), [&](PyObject* task) {
       Ref op = get(task, "current_operation");
-      const int rebuild = equals(op.get(), "Rebuild");
+      const int rebuild = equal(op.get(), "Rebuild");
       if (rebuild != 1) return rebuild;
       Ref vid = index(task, "logical_device");
       if (!vid) return -1;

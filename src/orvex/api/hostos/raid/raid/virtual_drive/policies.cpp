@@ -24,7 +24,7 @@ Ref iopolicy_storcli64(const Call& c) {
   Ref result = dict();
   Ref zero = integer(0);
   Ref last_index = integer(-1);
-  if (!parser || !result || !zero || !last_index) return {};
+  if (!parser || !result || !zero || !last_index) return nullptr;
   const int r = each_item(parser.get(), [&](PyObject* key, PyObject* value) {
     Ref m = kDrivePath.match(key);
     if (!m) return -1;
@@ -42,7 +42,7 @@ Ref iopolicy_storcli64(const Call& c) {
     Ref entry = dict({{"iopolicy", policy.get()}});
     return entry ? set_item(result.get(), whole.get(), entry.get()) : -1;
   });
-  if (r < 0) return {};
+  if (r < 0) return nullptr;
   return result;
 }
 
@@ -52,7 +52,7 @@ Ref emulation_storcli64(const Call& c) {
   Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")));
   Ref controller = c.p_get("adapter_id");
   Ref one = integer(1);
-  if (!parser || !controller || !one) return {};
+  if (!parser || !controller || !one) return nullptr;
   if (controller.get() == Py_None) {
     if (each_item(parser.get(), [&](PyObject* key, PyObject*) {
           Ref m = kController.match(key);
@@ -61,7 +61,7 @@ Ref emulation_storcli64(const Call& c) {
           controller = call_method(m.get(), "group", {one.get()});
           return controller ? 1 : -1;
         }) < 0) {
-      return {};
+      return nullptr;
     }
     if (controller.get() == Py_None) controller = str("0");
   }
@@ -69,7 +69,7 @@ Ref emulation_storcli64(const Call& c) {
   Ref result = dict();
   Ref c_head = str("/c");
   Ref v_head = str("/v");
-  if (!controller_text || !result || !c_head || !v_head) return {};
+  if (!controller_text || !result || !c_head || !v_head) return nullptr;
   const int r = each_item(parser.get(), [&](PyObject* key, PyObject* value) {
     Ref found = kDriveProperties.search(key);
     if (!found) return -1;
@@ -82,7 +82,7 @@ Ref emulation_storcli64(const Call& c) {
     Ref entry = dict({{"Emulation type", emulation.get()}});
     return entry ? set_item(result.get(), path.get(), entry.get()) : -1;
   });
-  if (r < 0) return {};
+  if (r < 0) return nullptr;
   return result;
 }
 
@@ -95,11 +95,11 @@ Ref boot_arcconf(const Call& c) {
   Ref info = index(parser.get(), "controller_information");
   Ref out = list();
   Ref unset = str("None");
-  if (!info || !out || !unset) return {};
+  if (!info || !out || !unset) return nullptr;
   for (const char* key : {"primary_boot_volume", "secondary_boot_volume"}) {
     Ref value = get(info.get(), key);
-    const int none_set = equals(value.get(), "None");
-    if (none_set < 0) return {};
+    const int none_set = equal(value.get(), "None");
+    if (none_set < 0) return nullptr;
     Ref shaped = none_set == 1
                      ? dict({{"Type", unset.get()},
                              {"VID/DID", unset.get()},
@@ -107,7 +107,7 @@ Ref boot_arcconf(const Call& c) {
                              {"Slot", unset.get()},
                              {"Act_Slot", unset.get()}})
                      : c.formatter_call(c.word(RAID_WORD(kBootWords, "shape")), {value.get()});
-    if (!shaped || append(out.get(), shaped.get()) < 0) return {};
+    if (!shaped || append(out.get(), shaped.get()) < 0) return nullptr;
   }
   return out;
 }
