@@ -411,7 +411,16 @@ Ref probe(const Call& c) {
                                                                    : c.p_del_if("k");
   return r < 0 ? nullptr : py::none();
 }
+Ref echo(const Call& c) { return Ref::borrow(c.params); }
 '''
+# A lookup of params["v"] in {"a": "x"} per policy, the answer params as edited.
+LOOKUPS = {
+    "keep": 'lookup("v", {{"a", "x"}})',
+    "none": 'lookup("v", {{"a", "x"}}, Missing::none)',
+    "key_error": 'lookup("v", {{"a", "x"}}, Missing::key_error)',
+    "fallback_into": 'lookup("v", {{"a", "x"}}, Missing::fallback, "w", "z")',
+    "keep_into": 'lookup("v", {{"a", "x"}}, Missing::keep, "w")',
+}
 
 
 @pytest.fixture(scope="module")
@@ -431,7 +440,10 @@ def bad_module(tmp_path_factory):
                   if a not in ("add_frame_ops", "add_normalise_ops", "add_controller_discovery_ops"))
         + "void add_controller_discovery_ops(OpList& ops) {\n"
           '  const char* which = std::getenv("RAID_BAD_ROW");\n  if (which == nullptr) return;\n'
-        + rows + '  if (std::strcmp(which, "probe") == 0)'
+        + rows + "".join('  if (std::strcmp(which, "%s") == 0) ops.push_back(Op("look")'
+                         '.params({arg("v")}).variants({custom(Tool::arcconf, echo).%s}));\n'
+                         % (key, edit) for key, edit in LOOKUPS.items())
+        + '  if (std::strcmp(which, "probe") == 0)'
                  ' ops.push_back(Op("probe").variants({custom(Tool::arcconf, probe)}));\n'
         + "}\n}\n")
     sources = [str(f) for f in sorted(FRAME.glob("*.cpp")) if f.name != "single_threaded_flag.cpp"]
@@ -454,20 +466,39 @@ def test_bad_declaration_fails_the_import_naming_the_operation(bad_module, row):
     assert run.stdout.strip() == BAD_ROWS[row][1], run.stderr
 
 
-@pytest.mark.parametrize("accessor", ["p_get", "p_has", "p_set", "p_pop", "p_del_if"])
-def test_params_accessors_refuse_an_operation_without_params(bad_module, accessor):
-    code = ("import sys, importlib.util as u\n"
+def run_row(bad_module, row, lines, **env):
+    """Prints of `lines` run on an arcconf host, m the module with the synthetic row `row`."""
+    code = ("import sys, importlib.util as u, orvex_sim\n"
             "from orvex_sim.recorder import RecordingHost\n"
-            "import orvex_sim\n"
             "spec = u.spec_from_file_location('orvex.api.hostos.raid.raid', sys.argv[1])\n"
-            "m = u.module_from_spec(spec)\n"
-            "spec.loader.exec_module(m)\n"
+            "m = u.module_from_spec(spec)\nspec.loader.exec_module(m)\n"
             "with orvex_sim.use(RecordingHost('arcconf')):\n"
-            "    try:\n        m.Raid().probe()\n"
-            "    except SystemError as e:\n        print(e)\n")
-    env = dict(os.environ, RAID_BAD_ROW="probe", RAID_PROBE=accessor,
+            + "".join("    %s\n" % line for line in lines))
+    env = dict(os.environ, RAID_BAD_ROW=row, **env,
                PYTHONPATH=str(pathlib.Path(orvex_sim.__file__).parents[1]))
     env.pop("LD_PRELOAD", None)
     run = subprocess.run(PYTHON + ["-c", code, str(bad_module / "raid.abi3.so")],
                          capture_output=True, text=True, env=env)
-    assert run.stdout.strip() == "operation without params", run.stderr
+    return run.stdout.splitlines(), run.stderr
+
+
+@pytest.mark.parametrize("accessor", ["p_get", "p_has", "p_set", "p_pop", "p_del_if"])
+def test_params_accessors_refuse_an_operation_without_params(bad_module, accessor):
+    out, err = run_row(bad_module, "probe", ["try: m.Raid().probe()",
+                                             "except SystemError as e: print(e)"],
+                       RAID_PROBE=accessor)
+    assert out == ["operation without params"], err
+
+
+@pytest.mark.parametrize("policy, listed, unlisted", [
+    ("keep", "{'v': 'x'}", "{'v': 'b'}"),
+    ("none", "{'v': 'x'}", "{'v': None}"),
+    ("key_error", "{'v': 'x'}", "KeyError('b')"),
+    ("fallback_into", "{'v': 'a', 'w': 'x'}", "{'v': 'b', 'w': 'z'}"),
+    ("keep_into", "{'v': 'a', 'w': 'x'}", "{'v': 'b'}"),
+])
+def test_lookup_policy_for_a_value_the_table_lacks(bad_module, policy, listed, unlisted):
+    out, err = run_row(bad_module, policy, ["for v in ('a', 'b'):",
+                                            "    try: print(m.Raid().look(v))",
+                                            "    except KeyError as e: print(repr(e))"])
+    assert out == [listed, unlisted], err

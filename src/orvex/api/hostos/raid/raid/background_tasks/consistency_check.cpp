@@ -223,7 +223,7 @@ void add_consistency_check_ops(OpList& ops) {
                action(Tool::arcconf, "ctl_set_ccrepair_arcconf")
                    .via(Route::host)
                    .rename("repair", "repair_state")
-                   .translate("repair_state", {{"on", "enable"}, {"off", "disable"}})}));
+                   .lookup("repair_state", {{"on", "enable"}, {"off", "disable"}})}));
   ops.push_back(
       Op("set_ctl_ccheck_parallelcount")
           .params({kw("parallelcount"), kwargs()})

@@ -83,7 +83,7 @@ void add_controller_settings_ops(OpList& ops) {
           .variants({checked(Tool::storcli64, "ctr_set_jbod_cfg_storcli64"),
                      checked(Tool::sorbctl, "set_controller_jbod_sorbctl")
                          .rename("state", "jbod")
-                         .translate("jbod", {{"on", "rawdrive"}}),
+                         .lookup("jbod", {{"on", "rawdrive"}}),
                      custom(Tool::arcconf, jbod_arcconf, kSetModeWords)
                          .wrappers({{"set_mode", "ctr_set_ctrl_mode_arcconf"}})}));
   ops.push_back(
@@ -244,7 +244,7 @@ void add_controller_settings_ops(OpList& ops) {
                     .variants({refuse(Tool::storcli64, "There is no such command in storcli64"),
                                refuse(Tool::sorbctl, "There is no such command in sorbctl"),
                                checked(Tool::arcconf, "set_controller_pdcache_arcconf")
-                                   .translate_or_none("state", {{"on", "1"}, {"off", "2"}})
+                                   .lookup("state", {{"on", "1"}, {"off", "2"}}, Missing::none)
                                    .put("drive_type", "unconfigured")}));
   ops.push_back(
       Op("set_controller_foreign_config")

@@ -276,6 +276,7 @@ int compile_variants(CompiledOp& op) {
       CEdit ce;
       ce.op = e.op;
       ce.prep = e.prep;
+      ce.missing = e.missing;
       if (e.op == Edit::Op::fn) {
         if (e.prep == nullptr)
           return declaration_error(name, "a prep edit without its function", nullptr), -1;
@@ -289,15 +290,15 @@ int compile_variants(CompiledOp& op) {
         ce.key = intern(e.key);
         ok = ok && ce.key;
       }
-      const bool needs_other = e.op != Edit::Op::drop && e.op != Edit::Op::fn &&
-                               e.op != Edit::Op::translate && e.op != Edit::Op::translate_or_none &&
-                               e.op != Edit::Op::translate_strict;
-      if (needs_other) {
-        if (e.other == nullptr)
-          return declaration_error(name, "an edit without its text or new key ", e.key), -1;
+      const bool needs_other = e.op != Edit::Op::fn && e.op != Edit::Op::lookup;
+      if (needs_other && e.other == nullptr)
+        return declaration_error(name, "an edit without its text or new key ", e.key), -1;
+      if (e.other != nullptr) {
         ce.other = intern(e.other);
         ok = ok && ce.other;
       }
+      if (e.op == Edit::Op::lookup && (e.missing == Missing::fallback) != (e.text != nullptr))
+        return declaration_error(name, "a lookup's fallback without Missing::fallback ", e.key), -1;
       if (e.op == Edit::Op::keep_arg) {
         ce.arg = def.params.size();
         for (std::size_t i = 0; i < def.params.size(); ++i) {

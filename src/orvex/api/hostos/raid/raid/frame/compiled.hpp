@@ -34,6 +34,7 @@ struct CEdit {
   Ref text;
   std::vector<CPair> table;
   Prep prep;
+  Missing missing;
   std::size_t arg = 0;  // keep_arg: the parameter's position
 };
 

@@ -85,39 +85,23 @@ int answered_by_edits(const Call& c, const CVariant& v) {
         if (!value || PyDict_SetItem(params, e.other.get(), value.get()) < 0) return -1;
         break;
       }
-      case Edit::Op::drop: {
-        const int has = PyDict_Contains(params, e.key.get());
-        if (has < 0 || (has == 1 && PyDict_DelItem(params, e.key.get()) < 0)) return -1;
-        break;
-      }
-      case Edit::Op::translate:
-      case Edit::Op::translate_or_none:
-      case Edit::Op::translate_strict: {
+      case Edit::Op::lookup: {
         Ref value = get(params, e.key.get());
         if (!value) return -1;
         PyObject* to = nullptr;
         const int found = listed(e.table, value.get(), &to);
         if (found < 0) return -1;
         if (found == 0) {
-          if (e.op == Edit::Op::translate) break;
-          if (e.op == Edit::Op::translate_strict) {
+          if (e.missing == Missing::keep) break;
+          if (e.missing == Missing::key_error) {
             Ref key_args = tuple({value.get()});
             if (key_args) PyErr_SetObject(PyExc_KeyError, key_args.get());
             return -1;
           }
-          to = Py_None;
+          to = e.missing == Missing::none ? Py_None : e.text.get();
         }
-        if (PyDict_SetItem(params, e.key.get(), to) < 0) return -1;
-        break;
-      }
-      case Edit::Op::translate_into: {
-        Ref value = get(params, e.key.get());
-        if (!value) return -1;
-        PyObject* to = nullptr;
-        const int found = listed(e.table, value.get(), &to);
-        if (found < 0) return -1;
-        if (found == 0) to = e.text.get();
-        if (to != nullptr && PyDict_SetItem(params, e.other.get(), to) < 0) return -1;
+        PyObject* target = e.other ? e.other.get() : e.key.get();
+        if (PyDict_SetItem(params, target, to) < 0) return -1;
         break;
       }
       case Edit::Op::apply: {

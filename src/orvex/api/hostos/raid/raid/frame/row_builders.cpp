@@ -66,25 +66,11 @@ VariantDef VariantDef::rename(const char* key, const char* to) && {
 VariantDef VariantDef::copy(const char* key, const char* to) && {
   return with_edit(std::move(*this), Edit{Edit::Op::copy, key, to, {}, nullptr});
 }
-VariantDef VariantDef::drop(const char* key) && {
-  return with_edit(std::move(*this), Edit{Edit::Op::drop, key, nullptr, {}, nullptr});
-}
-VariantDef VariantDef::translate(const char* key, std::vector<Pair> table) && {
-  return with_edit(std::move(*this),
-                   Edit{Edit::Op::translate, key, nullptr, std::move(table), nullptr});
-}
-VariantDef VariantDef::translate_or_none(const char* key, std::vector<Pair> table) && {
-  return with_edit(std::move(*this),
-                   Edit{Edit::Op::translate_or_none, key, nullptr, std::move(table), nullptr});
-}
-VariantDef VariantDef::translate_strict(const char* key, std::vector<Pair> table) && {
-  return with_edit(std::move(*this),
-                   Edit{Edit::Op::translate_strict, key, nullptr, std::move(table), nullptr});
-}
-VariantDef VariantDef::translate_into(const char* key, const char* to, std::vector<Pair> table,
-                                      const char* otherwise) && {
-  return with_edit(std::move(*this),
-                   Edit{Edit::Op::translate_into, key, to, std::move(table), nullptr, otherwise});
+VariantDef VariantDef::lookup(const char* key, std::vector<Pair> table, Missing missing,
+                              const char* into, const char* fallback) && {
+  Edit e{Edit::Op::lookup, key, into, std::move(table), nullptr, fallback};
+  e.missing = missing;
+  return with_edit(std::move(*this), std::move(e));
 }
 VariantDef VariantDef::apply(const char* key, const char* method) && {
   return with_edit(std::move(*this), Edit{Edit::Op::apply, key, method, {}, nullptr});

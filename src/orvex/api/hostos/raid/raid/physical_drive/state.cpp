@@ -148,7 +148,7 @@ void add_pd_state_ops(OpList& ops) {
           .variants(
               {checked(Tool::storcli64, "pd_set_state_storcli64").prep(jbod_storcli64),
                checked(Tool::sorbctl, "set_controller_pd_state_sorbctl")
-                   .translate("state", {{"on", "jbod"}, {"off", "free"}}),
+                   .lookup("state", {{"on", "jbod"}, {"off", "free"}}),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 RAID-设置或取消硬盘直通状态 功能")}));
   ops.push_back(Op("set_disk_led_state")
                     .params({arg("eid"), arg("sid"), arg("state"), kwargs()})
@@ -181,10 +181,10 @@ void add_pd_state_ops(OpList& ops) {
           .variants({checked(Tool::storcli64, "pd_set_hotspare_drive_storcli64").via(Route::host),
                      checked(Tool::sorbctl, "set_controller_pd_hotspare_sorbctl")
                          .via(Route::host)
-                         .translate_or_none("oper", {{"add", "hotspare"}, {"delete", "free"}}),
+                         .lookup("oper", {{"add", "hotspare"}, {"delete", "free"}}, Missing::none),
                      checked(Tool::arcconf, "set_controller_pd_hotspare_arcconf")
                          .via(Route::host)
-                         .translate_strict("oper", {{"add", "hsp"}, {"delete", "rdy"}})
+                         .lookup("oper", {{"add", "hsp"}, {"delete", "rdy"}}, Missing::key_error)
                          .prep(hotspare_array_arcconf, kNoDriveWords)
                          .messages({{"no_drive", "当前环境不存在逻辑盘"}})
                          .calls({{"drives", "get_all_virtual_drive_info"}})
@@ -264,14 +264,14 @@ void add_pd_state_ops(OpList& ops) {
           // that refuses it is only logged
           .variants(
               {checked(Tool::storcli64, "pd_set_bootdrive_storcli64")
-                   .translate("state", {{"primary", "on"}, {"secondary", "on"}})
+                   .lookup("state", {{"primary", "on"}, {"secondary", "on"}})
                    .rename("state", "bootdrive")
                    .copy("bootdrive", "status")
                    .attempt("ctr_set_device_order_by_firmware", "不支持order_by_firmware功能,"),
                checked(Tool::sorbctl, "set_controller_pd_boot_sorbctl")
-                   .translate("state", {{"primary", "on"}, {"secondary", "on"}}),
+                   .lookup("state", {{"primary", "on"}, {"secondary", "on"}}),
                checked(Tool::arcconf, "set_controller_pd_boot_arcconf")
-                   .translate("state", {{"off", "none"}})}));
+                   .lookup("state", {{"off", "none"}})}));
   ops.push_back(Op("set_pd_pdcache")
                     .params(kStateParams)
                     .extras({kAdapterId})

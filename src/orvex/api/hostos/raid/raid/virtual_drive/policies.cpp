@@ -135,8 +135,9 @@ void add_vd_policies_ops(OpList& ops) {
                action(Tool::arcconf, "set_controller_pdcache_arcconf")
                    .put("drive_type", "configured")
                    .rename("state", "state")
-                   .translate_or_none(
-                       "state", {{"default", "0"}, {"on", "1"}, {"off", "2"}, {"unchanged", "3"}}),
+                   .lookup("state",
+                           {{"default", "0"}, {"on", "1"}, {"off", "2"}, {"unchanged", "3"}},
+                           Missing::none),
                checked(Tool::sorbctl, "set_controller_vd_pdcache_sorbctl")}));
   ops.push_back(Op("set_virtual_drive_wrcache")
                     .params({kw("vid"), kw("wrcache"), kwargs()})
@@ -153,32 +154,32 @@ void add_vd_policies_ops(OpList& ops) {
                     .variants({checked(Tool::storcli64, "vd_set_cache_storcli64"),
                                // arcconf: its controller cache on for write back, off otherwise
                                action(Tool::arcconf, "set_vd_wcache_arcconf")
-                                   .translate_into("wrcache", "policy",
-                                                   {{"awb", "con"}, {"wb", "con"}}, "coff"),
+                                   .lookup("wrcache", {{"awb", "con"}, {"wb", "con"}},
+                                           Missing::fallback, "policy", "coff"),
                                action(Tool::sorbctl, "set_controller_vd_wcache_sorbctl")
                                    .rename("wrcache", "policy")
                                    .apply("policy", "upper")
-                                   .translate("policy", {{"AWB", "WBE"}})}));
-  ops.push_back(
-      Op("set_virtual_drive_rdcache")
-          .params({arg("vid"), arg("rdcache"), kwargs()})
-          .extras({kAdapterId})
-          .doc("设置逻辑盘的读缓存（预读）策略。\n\n"
-               "参数:\n"
-               "    vid (str): 逻辑盘编号。\n"
-               "    rdcache (str): \"ra\"（预读）或 \"nora\"（不预读）。\n"
-               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-               "返回:\n    bool: 设置是否成功（arcconf、sorbctl 为 "
-               "parser_exec_cmd_format 的判定）。")
-          .returns_doc("bool")
-          .variants({checked(Tool::storcli64, "vd_set_cache_storcli64"),
-                     // arcconf: read-ahead through its cache wrapper; other values
-                     // set no policy
-                     action(Tool::arcconf, "set_vd_wcache_arcconf")
-                         .translate_into("rdcache", "policy", {{"ra", "con"}, {"nora", "coff"}}),
-                     action(Tool::sorbctl, "set_controller_vd_rcache_sorbctl")
-                         .rename("rdcache", "policy")
-                         .translate("policy", {{"ra", "Ahead"}, {"nora", "No_Ahead"}})}));
+                                   .lookup("policy", {{"AWB", "WBE"}})}));
+  ops.push_back(Op("set_virtual_drive_rdcache")
+                    .params({arg("vid"), arg("rdcache"), kwargs()})
+                    .extras({kAdapterId})
+                    .doc("设置逻辑盘的读缓存（预读）策略。\n\n"
+                         "参数:\n"
+                         "    vid (str): 逻辑盘编号。\n"
+                         "    rdcache (str): \"ra\"（预读）或 \"nora\"（不预读）。\n"
+                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                         "返回:\n    bool: 设置是否成功（arcconf、sorbctl 为 "
+                         "parser_exec_cmd_format 的判定）。")
+                    .returns_doc("bool")
+                    .variants({checked(Tool::storcli64, "vd_set_cache_storcli64"),
+                               // arcconf: read-ahead through its cache wrapper; other values
+                               // set no policy
+                               action(Tool::arcconf, "set_vd_wcache_arcconf")
+                                   .lookup("rdcache", {{"ra", "con"}, {"nora", "coff"}},
+                                           Missing::keep, "policy"),
+                               action(Tool::sorbctl, "set_controller_vd_rcache_sorbctl")
+                                   .rename("rdcache", "policy")
+                                   .lookup("policy", {{"ra", "Ahead"}, {"nora", "No_Ahead"}})}));
   ops.push_back(
       Op("set_vd_iopolicy_status")
           .params({kw("vid"), kw("iopolicy"), kwargs()})
@@ -286,14 +287,13 @@ void add_vd_policies_ops(OpList& ops) {
           .returns_doc("bool")
           .variants(
               {checked(Tool::storcli64, "vd_set_bootdrive_storcli64")
-                   .translate("state", {{"primary", "on"}, {"secondary", "on"}})
+                   .lookup("state", {{"primary", "on"}, {"secondary", "on"}})
                    .rename("state", "bootdrive")
                    .copy("bootdrive", "status")
                    .attempt("ctr_set_device_order_by_firmware", "不支持order_by_firmware功能,"),
                checked(Tool::sorbctl, "set_controller_vd_boot_sorbctl")
-                   .translate("state", {{"primary", "on"}, {"secondary", "on"}}),
-               checked(Tool::arcconf, "set_vd_boot_arcconf")
-                   .translate("state", {{"off", "none"}})}));
+                   .lookup("state", {{"primary", "on"}, {"secondary", "on"}}),
+               checked(Tool::arcconf, "set_vd_boot_arcconf").lookup("state", {{"off", "none"}})}));
   ops.push_back(Op("query_boot_drive")
                     .params({kwargs()})
                     .extras({kAdapterId})
