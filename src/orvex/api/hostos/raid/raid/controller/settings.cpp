@@ -17,12 +17,10 @@ constexpr ParamDef kEhspSwitchParams[] = {arg("switch"), arg("option").or_("'eug
 constexpr const char* kSetModeWords[] = {"set_mode"};
 constexpr const char* kQueryWords[] = {"query"};
 
-// arcconf switches pass-through through the work mode and needs time to
-// settle before the next command; the result is True whatever the tool said.
+// arcconf switches pass-through through the work mode (the row makes the
+// state that mode) and needs time to settle before the next command; the
+// result is True whatever the tool said.
 Ref jbod_arcconf(const Call& c) {
-  Ref state = c.p_pop("state");
-  if (!state || c.p_set("mode", state.get()) < 0) return nullptr;
-  if (kit::translate(c, "mode", {{"on", "5"}, {"off", "3"}}) < 0) return nullptr;
   if (!c.parsed(c.word(RAID_WORD(kSetModeWords, "set_mode")))) return nullptr;
   Ref time = Ref::steal(PyImport_ImportModule("time"));
   Ref seconds = integer(10);
@@ -85,6 +83,8 @@ void add_controller_settings_ops(OpList& ops) {
                          .rename("state", "jbod")
                          .lookup("jbod", {{"on", "rawdrive"}}),
                      custom(Tool::arcconf, jbod_arcconf, kSetModeWords)
+                         .rename("state", "mode")
+                         .lookup("mode", {{"on", "5"}, {"off", "3"}})
                          .wrappers({{"set_mode", "ctr_set_ctrl_mode_arcconf"}})}));
   ops.push_back(
       Op("query_jbod_info")
