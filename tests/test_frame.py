@@ -400,6 +400,28 @@ BAD_ROWS = {
 BAD_VARIANT = {"word": 'refuse(Tool::arcconf, "x").prep([](const Call&) { return 0; }, kWords)',
                "note": 'refuse(Tool::arcconf, "x").reads("adp_id")'}
 
+# A body that calls the params accessor named by RAID_PROBE, in an operation
+# that builds no params.
+PROBE_BODY = r'''
+Ref probe(const Call& c) {
+  const std::string which = std::getenv("RAID_PROBE");
+  if (which == "p_get") return c.p_get("k");
+  if (which == "p_pop") return c.p_pop("k");
+  const int r = which == "p_has" ? c.p_has("k") : which == "p_set" ? c.p_set("k", "v")
+                                                                   : c.p_del_if("k");
+  return r < 0 ? nullptr : py::none();
+}
+Ref echo(const Call& c) { return Ref::borrow(c.params); }
+'''
+# A lookup of params["v"] in {"a": "x"} per policy, the answer params as edited.
+LOOKUPS = {
+    "keep": 'lookup("v", {{"a", "x"}})',
+    "none": 'lookup("v", {{"a", "x"}}, Missing::none)',
+    "key_error": 'lookup("v", {{"a", "x"}}, Missing::key_error)',
+    "fallback_into": 'lookup("v", {{"a", "x"}}, Missing::fallback, "w", "z")',
+    "keep_into": 'lookup("v", {{"a", "x"}}, Missing::keep, "w")',
+}
+
 
 @pytest.fixture(scope="module")
 def bad_module(tmp_path_factory):
@@ -411,15 +433,20 @@ def bad_module(tmp_path_factory):
                    for key, (params, _) in BAD_ROWS.items())
     adders = re.findall(r"void (add_\w+_ops)\(OpList&\);", (FRAME / "frame.hpp").read_text())
     (tmp / "rows.cpp").write_text(
-        '#include <cstdlib>\n#include <cstring>\n#include "frame.hpp"\nnamespace raid {\n'
+        '#include <cstdlib>\n#include <cstring>\n#include <string>\n#include "frame.hpp"\nnamespace raid {\n'
         'constexpr const char* kWords[] = {"gone"};\n'
+        + PROBE_BODY
         + "".join("void %s(OpList&) {}\n" % a for a in adders
                   if a not in ("add_frame_ops", "add_normalise_ops", "add_controller_discovery_ops"))
         + "void add_controller_discovery_ops(OpList& ops) {\n"
           '  const char* which = std::getenv("RAID_BAD_ROW");\n  if (which == nullptr) return;\n'
-        + rows + "}\n}\n")
-    sources = [str(FRAME / n) for n in ("py.cpp", "frame.cpp", "normalise.cpp", "toolkit.cpp",
-                                        "module.cpp")]
+        + rows + "".join('  if (std::strcmp(which, "%s") == 0) ops.push_back(Op("look")'
+                         '.params({arg("v")}).variants({custom(Tool::arcconf, echo).%s}));\n'
+                         % (key, edit) for key, edit in LOOKUPS.items())
+        + '  if (std::strcmp(which, "probe") == 0)'
+                 ' ops.push_back(Op("probe").variants({custom(Tool::arcconf, probe)}));\n'
+        + "}\n}\n")
+    sources = [str(f) for f in sorted(FRAME.glob("*.cpp")) if f.name != "single_threaded_flag.cpp"]
     run = compiler(["-shared", "-fPIC", "-O0", "-o", str(tmp / "raid.abi3.so"), "rows.cpp"]
                    + sources, tmp)
     assert run.returncode == 0, run.stderr
@@ -437,3 +464,41 @@ def test_bad_declaration_fails_the_import_naming_the_operation(bad_module, row):
     run = subprocess.run(PYTHON + ["-c", code, str(bad_module / "raid.abi3.so")],
                          capture_output=True, text=True, env=env)
     assert run.stdout.strip() == BAD_ROWS[row][1], run.stderr
+
+
+def run_row(bad_module, row, lines, **env):
+    """Prints of `lines` run on an arcconf host, m the module with the synthetic row `row`."""
+    code = ("import sys, importlib.util as u, orvex_sim\n"
+            "from orvex_sim.recorder import RecordingHost\n"
+            "spec = u.spec_from_file_location('orvex.api.hostos.raid.raid', sys.argv[1])\n"
+            "m = u.module_from_spec(spec)\nspec.loader.exec_module(m)\n"
+            "with orvex_sim.use(RecordingHost('arcconf')):\n"
+            + "".join("    %s\n" % line for line in lines))
+    env = dict(os.environ, RAID_BAD_ROW=row, **env,
+               PYTHONPATH=str(pathlib.Path(orvex_sim.__file__).parents[1]))
+    env.pop("LD_PRELOAD", None)
+    run = subprocess.run(PYTHON + ["-c", code, str(bad_module / "raid.abi3.so")],
+                         capture_output=True, text=True, env=env)
+    return run.stdout.splitlines(), run.stderr
+
+
+@pytest.mark.parametrize("accessor", ["p_get", "p_has", "p_set", "p_pop", "p_del_if"])
+def test_params_accessors_refuse_an_operation_without_params(bad_module, accessor):
+    out, err = run_row(bad_module, "probe", ["try: m.Raid().probe()",
+                                             "except SystemError as e: print(e)"],
+                       RAID_PROBE=accessor)
+    assert out == ["operation without params"], err
+
+
+@pytest.mark.parametrize("policy, listed, unlisted", [
+    ("keep", "{'v': 'x'}", "{'v': 'b'}"),
+    ("none", "{'v': 'x'}", "{'v': None}"),
+    ("key_error", "{'v': 'x'}", "KeyError('b')"),
+    ("fallback_into", "{'v': 'a', 'w': 'x'}", "{'v': 'b', 'w': 'z'}"),
+    ("keep_into", "{'v': 'a', 'w': 'x'}", "{'v': 'b'}"),
+])
+def test_lookup_policy_for_a_value_the_table_lacks(bad_module, policy, listed, unlisted):
+    out, err = run_row(bad_module, policy, ["for v in ('a', 'b'):",
+                                            "    try: print(m.Raid().look(v))",
+                                            "    except KeyError as e: print(repr(e))"])
+    assert out == [listed, unlisted], err

@@ -38,7 +38,7 @@ OPS = "src/orvex/api/hostos/raid/raid"
 OP_DIRS = ("controller", "physical_drive", "virtual_drive", "background_tasks")
 
 WRAPPER = re.compile(r'"([a-z][a-z0-9_]*_(?:storcli64|arcconf|sorbctl|storelibtest))"')
-KEY = re.compile(r'(?:\.put|\.rename|\.copy|\.drop|\.translate\w*|p_set|p_get|p_pop|p_has|'
+KEY = re.compile(r'(?:\.put|\.rename|\.copy|\.lookup|p_set|p_get|p_pop|p_has|'
                  r'\.as|\barg|\bkw)\("([A-Za-z_][A-Za-z0-9_]*)"')
 MESSAGE = re.compile(r'"([^"\\]*(?:[\u4e00-\u9fff]|There is no such command)[^"\\]*)"')
 REFUSING = re.compile(r"refuse|checked_by|\bstr\(|[Mm]essage|kMsg")

@@ -3,6 +3,7 @@ import io
 import json
 import os
 import pathlib
+import shlex
 import subprocess
 import sys
 
@@ -12,6 +13,9 @@ import orvex_sim
 from orvex.api.hostos.raid import raid as raid_module
 from orvex_sim import cli
 from orvex_sim.simhost import SimulatedHost
+
+# The interpreter to start (under qemu, its command line).
+PYTHON = shlex.split(os.environ.get("RAID_PYTHON", "")) or [sys.executable]
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 LAB = str(ROOT / "examples" / "lab_host.yaml")
@@ -59,14 +63,14 @@ def test_call_through_python_m_prints_false_with_the_hosts_reason():
     env = dict(os.environ, PYTHONPATH=os.pathsep.join(
         p for p in (os.environ.get("RAID_SITE"), str(ROOT / "sim")) if p))
     env.pop("ORVEX_RAID_HOST", None)
-    done = subprocess.run([sys.executable, "-m", "orvex_sim", "--tool", "storcli64", "call",
+    done = subprocess.run(PYTHON + ["-m", "orvex_sim", "--tool", "storcli64", "call",
                            "create_virtual_drive", "raid_level=7", "drives=252:0,252:1",
                            "pd_per_array="], capture_output=True, text=True, env=env)
     assert (done.returncode, done.stdout) == (1, "false\n")
     assert done.stderr == ("ctr_create_vd_storcli64 answered: failure: RAID level 7 is not "
                            "supported\n")
     for command in ([], ["show"], ["call"]):
-        helped = subprocess.run([sys.executable, "-m", "orvex_sim"] + command + ["--help"],
+        helped = subprocess.run(PYTHON + ["-m", "orvex_sim"] + command + ["--help"],
                                 capture_output=True, text=True, env=env)
         assert helped.returncode == 0 and helped.stdout.startswith(
             "usage: python -m orvex_sim " + " ".join(command)), helped

@@ -73,6 +73,9 @@ def test_a_second_interpreter_gets_the_same_answers(tmp_path):
     config = sysconfig.get_config_vars()
     if compiler is None or not config.get("Py_ENABLE_SHARED"):
         pytest.skip("no C compiler, or no shared libpython to embed")
+    if os.environ.get("RAID_PYTHON"):
+        pytest.skip("the interpreter runs through another command (qemu): a program built "
+                    "here would embed this machine's own")
     (tmp_path / "embed.c").write_text(PROGRAM)
     command = [compiler, "-o", str(tmp_path / "embed"), str(tmp_path / "embed.c"),
                "-I", sysconfig.get_paths()["include"], "-L", config["LIBDIR"],
@@ -84,6 +87,12 @@ def test_a_second_interpreter_gets_the_same_answers(tmp_path):
     paths = [str(SITE), str(ROOT / "sim"), str(pathlib.Path(yaml.__file__).parents[1])]
     env = dict(os.environ, PYTHONHOME=sys.base_prefix, PYTHONDONTWRITEBYTECODE="1")
     env.pop("PYTHONPATH", None)
+    # Some interpreters (CPython 3.12.1) crash when initialised again after
+    # their own datetime module was imported: nothing of this module then.
+    control = subprocess.run([str(tmp_path / "embed"), "import datetime"],
+                             capture_output=True, text=True, env=env, timeout=600)
+    if control.returncode != 0:
+        pytest.skip("this CPython cannot initialise again after importing datetime")
     run = subprocess.run([str(tmp_path / "embed"), SCRIPT.format(paths=paths)],
                          capture_output=True, text=True, env=env, timeout=600)
     assert run.returncode == 0, run.stdout + run.stderr

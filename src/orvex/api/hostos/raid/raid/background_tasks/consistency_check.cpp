@@ -31,16 +31,15 @@ int schedule_start(const Call& c) {
 
 constexpr const char* kScheduleWords[] = {"schedule", "clock"};  // clock: next_hour_on_controller
 
-// The mode is the switch ("on" meaning sequential); only the modes seq and
-// conc are scheduled, but the clock is read for every switch, "off" too.
+// The mode is the switch, put in params as cc by the row ("on" meaning
+// sequential); only the modes seq and conc are scheduled, but the clock is read for every switch,
+// "off" too.
 Ref switch_storcli64(const Call& c) {
-  if (c.p_set("cc", c.arg(RAID_ARG(kSwitchParams, "switch_status"))) < 0) return nullptr;
-  if (translate(c, "cc", {{"on", "seq"}}) < 0) return nullptr;
   Ref start = next_hour_on_controller(c);
   Ref cc = c.p_get("cc");
   if (!start || !cc) return nullptr;
   for (const char* mode : {"seq", "conc"}) {
-    const int hit = equals(cc.get(), mode);
+    const int hit = equal(cc.get(), mode);
     if (hit < 0) return nullptr;
     if (hit == 1) {
       if (c.p_set("start_time", start.get()) < 0) return nullptr;
@@ -77,6 +76,8 @@ void add_consistency_check_ops(OpList& ops) {
           .returns_doc("bool")
           .variants(
               {custom(Tool::storcli64, switch_storcli64, kScheduleWords)
+                   .keep_arg("cc", "switch_status")
+                   .lookup("cc", {{"on", "seq"}})
                    .wrappers({{"schedule", "ctr_set_cc_cfg_storcli64"}})
                    .calls({{"clock", "get_ctl_current_time"}})
                    .ignores("adapter_id", "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
@@ -223,7 +224,7 @@ void add_consistency_check_ops(OpList& ops) {
                action(Tool::arcconf, "ctl_set_ccrepair_arcconf")
                    .via(Route::host)
                    .rename("repair", "repair_state")
-                   .translate("repair_state", {{"on", "enable"}, {"off", "disable"}})}));
+                   .lookup("repair_state", {{"on", "enable"}, {"off", "disable"}})}));
   ops.push_back(
       Op("set_ctl_ccheck_parallelcount")
           .params({kw("parallelcount"), kwargs()})

@@ -19,7 +19,7 @@ Ref pd_oper_sorbctl(const Call& c) {
   const Pair wrappers[] = {{"start", c.word(RAID_WORD(kOperWords, "start"))},
                            {"stop", c.word(RAID_WORD(kOperWords, "stop"))}};
   for (const Pair& p : wrappers) {
-    const int hit = equals(oper.get(), p.from);
+    const int hit = equal(oper.get(), p.from);
     if (hit < 0) return nullptr;
     if (hit == 1) return c.checked(p.to);
   }

@@ -185,7 +185,7 @@ Ref passthru_sorbctl(const Call& c) {
   const char* remove = c.word(RAID_WORD(kSendReadWords, "remove"));
   Ref bytes = list();
   Ref kind = c.p_get("data_transfer");
-  const int only_send = equals(kind.get(), "notransfer");
+  const int only_send = equal(kind.get(), "notransfer");
   if (!bytes || only_send < 0) return nullptr;
   if (only_send == 1) {
     if (c.p_set("data_transfer", "set") < 0) return nullptr;
@@ -227,7 +227,7 @@ Ref passthru_arcconf(const Call& c) {
   if (!bytes || sent < 0) return nullptr;
   Ref assign = boolean(sent == 1);
   Ref kind = c.p_get("data_transfer");
-  const int only_send = equals(kind.get(), "notransfer");
+  const int only_send = equal(kind.get(), "notransfer");
   if (only_send < 0) return nullptr;
   if (only_send == 1) return tuple({assign.get(), bytes.get()});
   Ref file = c.p_get("file_path");

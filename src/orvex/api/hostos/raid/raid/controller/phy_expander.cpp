@@ -42,7 +42,7 @@ Ref expander_cfg_storcli64(const Call& c) {
     if (!inquiry) return -1;
     if (!PyDict_Check(inquiry.get())) return 0;
     Ref product = get(inquiry.get(), "Product Identification");
-    const int expander = equals(product.get(), "Expander");
+    const int expander = equal(product.get(), "Expander");
     if (expander != 1) return expander;
     Ref merged = merge_output(enclosure, nullptr, layers.get());
     return append(found.get(), merged.get());
@@ -81,7 +81,7 @@ Ref expander_id_for(PyObject* expanders, PyObject* channel_device) {
     Ref reported = get(e, "reported_channel,device");
     Ref cd = channel_device_of(reported.get());
     if (!cd) return -1;
-    const int same = kit::same(cd.get(), channel_device);
+    const int same = equal(cd.get(), channel_device);
     if (same != 1) return same;
     id = get(e, "expander_id");
     return id ? 1 : -1;
@@ -106,7 +106,7 @@ Ref expander_cfg_arcconf(const Call& c) {
   auto record = [&](PyObject* name, PyObject* device) {
     if (!PyDict_Check(device)) return 0;
     Ref model = get(device, "Model");
-    const int expander = equals(model.get(), "Expander");
+    const int expander = equal(model.get(), "Expander");
     if (expander != 1) return expander;
     Ref channel = found_group(kPhysical, name, 1);
     if (!channel) return -1;
@@ -228,7 +228,7 @@ Ref resolve_phys(PyObject* phy_input, long count) {
     if (PyErr_Occurred() != nullptr || append_range(phys.get(), first, last) < 0) return nullptr;
     return phys;
   }
-  const int all = equals(phy_input, "all");
+  const int all = equal(phy_input, "all");
   if (all < 0) return nullptr;
   if (all == 1) return append_range(phys.get(), 0, count - 1) < 0 ? nullptr : phys;
   Ref space = str(" ");

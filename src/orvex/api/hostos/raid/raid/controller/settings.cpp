@@ -17,12 +17,10 @@ constexpr ParamDef kEhspSwitchParams[] = {arg("switch"), arg("option").or_("'eug
 constexpr const char* kSetModeWords[] = {"set_mode"};
 constexpr const char* kQueryWords[] = {"query"};
 
-// arcconf switches pass-through through the work mode and needs time to
-// settle before the next command; the result is True whatever the tool said.
+// arcconf switches pass-through through the work mode (the row makes the
+// state that mode) and needs time to settle before the next command; the
+// result is True whatever the tool said.
 Ref jbod_arcconf(const Call& c) {
-  Ref state = c.p_pop("state");
-  if (!state || c.p_set("mode", state.get()) < 0) return nullptr;
-  if (kit::translate(c, "mode", {{"on", "5"}, {"off", "3"}}) < 0) return nullptr;
   if (!c.parsed(c.word(RAID_WORD(kSetModeWords, "set_mode")))) return nullptr;
   Ref time = Ref::steal(PyImport_ImportModule("time"));
   Ref seconds = integer(10);
@@ -37,7 +35,7 @@ Ref ehsp_storcli64(const Call& c) {
   Ref found = none();
   const int walked = kit::each(rows.get(), [&](PyObject* row) {
     Ref prop = index(row, "Ctrl_Prop");
-    const int match = equals(prop.get(), "EmergencyUG");
+    const int match = equal(prop.get(), "EmergencyUG");
     if (match != 1) return match;
     Ref value = index(row, "Value");
     found = upper(value.get());
@@ -83,8 +81,10 @@ void add_controller_settings_ops(OpList& ops) {
           .variants({checked(Tool::storcli64, "ctr_set_jbod_cfg_storcli64"),
                      checked(Tool::sorbctl, "set_controller_jbod_sorbctl")
                          .rename("state", "jbod")
-                         .translate("jbod", {{"on", "rawdrive"}}),
+                         .lookup("jbod", {{"on", "rawdrive"}}),
                      custom(Tool::arcconf, jbod_arcconf, kSetModeWords)
+                         .rename("state", "mode")
+                         .lookup("mode", {{"on", "5"}, {"off", "3"}})
                          .wrappers({{"set_mode", "ctr_set_ctrl_mode_arcconf"}})}));
   ops.push_back(
       Op("query_jbod_info")
@@ -244,7 +244,7 @@ void add_controller_settings_ops(OpList& ops) {
                     .variants({refuse(Tool::storcli64, "There is no such command in storcli64"),
                                refuse(Tool::sorbctl, "There is no such command in sorbctl"),
                                checked(Tool::arcconf, "set_controller_pdcache_arcconf")
-                                   .translate_or_none("state", {{"on", "1"}, {"off", "2"}})
+                                   .lookup("state", {{"on", "1"}, {"off", "2"}}, Missing::none)
                                    .put("drive_type", "unconfigured")}));
   ops.push_back(
       Op("set_controller_foreign_config")

@@ -46,13 +46,13 @@ Ref capacitance_storcli64(const Call& c) {
   const int failed = truthy(failure.get());
   if (failed < 0 || (failed == 1 && update(info.get(), failure.get()) < 0)) return nullptr;
   PyObject* information = c.arg(RAID_ARG(kCapacitanceParams, "information"));
-  const int all = equals(information, "all");
+  const int all = equal(information, "all");
   if (all < 0) return nullptr;
   int walked = 0;
   if (all == 1) {
     walked = add_properties(parser.get(), info.get());
   } else {
-    const int simple = equals(information, "simple");
+    const int simple = equal(information, "simple");
     if (simple < 0) return nullptr;
     if (simple == 0) {
       return c.refuse(c.word(RAID_WORD(kCapacitanceWords, "bad_information")));
@@ -67,7 +67,7 @@ Ref capacitance_storcli64(const Call& c) {
 Ref capacitance_sorbctl(const Call& c) {
   Ref parser = c.parsed(c.word(RAID_WORD(kShapedWords, "query")));
   Ref missing = get(parser.get(), "Pack Missing");
-  const int gone = equals(missing.get(), "Yes");
+  const int gone = equal(missing.get(), "Yes");
   if (gone < 0) return nullptr;
   if (gone == 1) {
     Ref status = str("Pack Missing");
@@ -110,7 +110,7 @@ Ref supercap_learn_sorbctl(const Call& c) {
   const int cycled = truthy(cycle.get());
   if (cycled < 0 || (cycled == 0 && c.p_set("cycle", "30") < 0)) return nullptr;
   Ref parser = c.parsed(c.word(RAID_WORD(kLearnWords, "learn")));
-  const int failed = equals(parser.get(), "fail");
+  const int failed = equal(parser.get(), "fail");
   if (failed < 0) return nullptr;
   if (failed == 1) return c.refuse(c.word(RAID_WORD(kLearnWords, "failed")));
   const int done = Call::success(parser.get());

@@ -176,35 +176,40 @@ struct WordNames {  // the names a body or prep reads (see RAID_WORD)
   std::size_t count;
 };
 
+// What a lookup (Edit::Op::lookup) does with a value its table does not list.
+enum class Missing : std::uint8_t {
+  keep,       // nothing is written: the value stays as given
+  none,       // None is written
+  key_error,  // the variant fails with KeyError(value)
+  fallback,   // the lookup's fallback text is written
+};
+
 // One edit of params before the dispatch, applied in the row's order.
 struct Edit {
   enum class Op : std::uint8_t {
-    put,                // params[key] = text
-    rename,             // params[other] = params.pop(key)
-    copy,               // params[other] = params.get(key)
-    drop,               // del params[key] when present
-    translate,          // params[key] = table[params.get(key)]; other values stay
-    translate_or_none,  // ... other values become None
-    translate_strict,   // ... other values fail with KeyError(value)
-    translate_into,     // params[other] = table[params.get(key)]; other values write
-                        //     text, or nothing when text is null
-    apply,              // params[key] = params.get(key).<other>()   (e.g. "upper")
-    keep_arg,           // params[key] = the bound argument named other (an unstored one)
-    true_when,          // params.get(key) == other: the variant answers True, nothing
-                        //     is dispatched
-    attempt,            // dispatch wrapper `other` first (the variant's route); an
-                        //     Exception it raises is logged at error level as
-                        //     text + str(error), and the variant goes on
-    fn,                 // prep(call)
+    put,        // params[key] = text
+    rename,     // params[other] = params.pop(key)
+    copy,       // params[other] = params.get(key)
+    lookup,     // params[other, or key when null] = table[params.get(key)];
+                //     a value the table lacks as `missing` says
+    apply,      // params[key] = params.get(key).<other>()   (e.g. "upper")
+    keep_arg,   // params[key] = the bound argument named other (an unstored one)
+    true_when,  // params.get(key) == other: the variant answers True, nothing
+                //     is dispatched
+    attempt,    // dispatch wrapper `other` first (the variant's route); an
+                //     Exception it raises is logged at error level as
+                //     text + str(error), and the variant goes on
+    fn,         // prep(call)
   };
   Op op;
   const char* key = nullptr;
-  const char* other = nullptr;  // put: the text; rename/copy/translate_into: the new key;
+  const char* other = nullptr;  // put: the text; rename/copy/lookup: the new key;
                                 // apply: the method; keep_arg: the parameter;
                                 // true_when: the value; attempt: the wrapper
   std::vector<Pair> table;
   Prep prep = nullptr;
-  const char* text = nullptr;  // translate_into: the value for others; attempt: log head
+  const char* text = nullptr;       // lookup: the fallback; attempt: the log head
+  Missing missing = Missing::keep;  // lookup
 };
 
 // One step of shaping a query's answer, applied in the row's order to the
@@ -237,12 +242,16 @@ struct Shape {
   std::vector<Pair> table;     // map
 };
 
+// What a variant does when called.  Every form but refusal first applies the
+// row's edits in order (an edit may answer True and end the call there);
+// checked and action dispatch the wrapper (or the chosen one, see
+// VariantDef::choose) through the row's route with params.
 enum class Form : std::uint8_t {
-  refusal,  // raise OrvexException(message) before anything is dispatched
-  checked,  // True exactly when "success" is in the answer's parser entry
-  action,   // formatter.parser_exec_cmd_format(answer, tool)
-  query,    // the answer (by default its parser entry), shaped by the row's Shape steps
-  custom,   // body(call)
+  refusal,  // raise OrvexException(text); nothing is dispatched and the edits are not applied
+  checked,  // True exactly when "success" is in answer[0].get("parser") (None: False)
+  action,   // formatter.parser_exec_cmd_format(answer[0], tool)
+  query,    // dispatch text; the answer's part named by `from`, shaped by the Shape steps
+  custom,   // body(call); a body is required
   same_as,  // self.<text>(**params): the answer of another operation of the object
 };
 
@@ -282,12 +291,10 @@ struct VariantDef {
   VariantDef put(const char* key, const char* text) &&;
   VariantDef rename(const char* key, const char* to) &&;
   VariantDef copy(const char* key, const char* to) &&;
-  VariantDef drop(const char* key) &&;
-  VariantDef translate(const char* key, std::vector<Pair> table) &&;
-  VariantDef translate_or_none(const char* key, std::vector<Pair> table) &&;
-  VariantDef translate_strict(const char* key, std::vector<Pair> table) &&;
-  VariantDef translate_into(const char* key, const char* to, std::vector<Pair> table,
-                            const char* otherwise = nullptr) &&;
+  // params[key] looked up in table, written back under key (or `into`); a
+  // value the table lacks: see Missing (Missing::fallback writes `fallback`).
+  VariantDef lookup(const char* key, std::vector<Pair> table, Missing missing = Missing::keep,
+                    const char* into = nullptr, const char* fallback = nullptr) &&;
   VariantDef apply(const char* key, const char* method) &&;
   VariantDef keep_arg(const char* key, const char* param) &&;
   VariantDef true_when(const char* key, const char* value) &&;
@@ -450,13 +457,13 @@ struct Call {
   // concatenation: a value that is not a str fails with TypeError).
   Ref word_with(const char* name, std::initializer_list<PyObject*> values) const;
 
-  // params helpers
+  // params helpers; each fails with SystemError in an operation without params
   Ref p_get(const char* key) const;  // params.get(key): value or None
-  int p_has(const char* key) const;
+  int p_has(const char* key) const;  // key in params: 1 or 0
   int p_set(const char* key, PyObject* v) const;
   int p_set(const char* key, const char* text) const;
-  Ref p_pop(const char* key) const;  // params.pop(key): KeyError when absent
-  int p_del_if(const char* key) const;
+  Ref p_pop(const char* key) const;     // params.pop(key): KeyError when absent
+  int p_del_if(const char* key) const;  // del params[key] when present
 
   // Dispatch through the route with params (or the wrapper name alone when
   // params is nullptr): the whole answer sequence.

@@ -8,8 +8,9 @@
 #include <vector>
 
 #include "frame.hpp"
+#include "frame_state.hpp"
+#include "helpers.hpp"
 #include "runtime.hpp"
-#include "toolkit.hpp"
 
 namespace raid {
 
@@ -39,7 +40,7 @@ int read_fields(Formatting& f) {
   if (!PyDict_CheckExact(fields.get())) {
     // Any other mapping: go through its items(); None fails here with the
     // attribute error of the missing method.
-    const int r = kit::each_item(fields.get(), [&](PyObject* k, PyObject* v) {
+    const int r = each_item(fields.get(), [&](PyObject* k, PyObject* v) {
       f.map.emplace_back(Ref::borrow(k), Ref::borrow(v));
       return 0;
     });
@@ -170,8 +171,7 @@ int merge_flat(PyObject* raw, PyObject* res) {
   const Depth depth(kWhile);
   if (!depth.ok()) return -1;
   if (PyDict_CheckExact(raw) && raw != res) {
-    return kit::each_item(raw,
-                          [&](PyObject* k, PyObject* v) { return merge_flat_pair(k, v, res); });
+    return each_item(raw, [&](PyObject* k, PyObject* v) { return merge_flat_pair(k, v, res); });
   }
   if (PyList_Check(raw)) {
     // A snapshot: the walk may change what it walks.
@@ -344,7 +344,7 @@ int merge_layer(PyObject* raw, PyObject* res, PyObject* path, PyObject* flag) {
 }
 
 Ref merge_layers(PyObject* raw, PyObject* res, PyObject* structure) {
-  const int r = kit::each_item(structure, [&](PyObject* path, PyObject* flag) {
+  const int r = each_item(structure, [&](PyObject* path, PyObject* flag) {
     return merge_layer(raw, res, path, flag) < 0 ? -1 : 0;
   });
   return r < 0 ? nullptr : Ref::borrow(res);
@@ -438,6 +438,42 @@ void add_normalise_ops(OpList& ops) {
                "    dict：就地修改后的 res。")
           .returns_doc("dict")
           .direct(merge_output_direct));
+}
+
+// Template files: "<module dir>/config/<caller>.yaml", read with the
+// framework's loader.
+Ref load_template(PyObject* caller) {
+  if (caller == nullptr) return nullptr;
+  if (!fs().fw.config_dir) {
+    Ref file = getattr(fs().fw.module, "__file__");
+    Ref path = Ref::steal(PyImport_ImportModule("os.path"));
+    Ref abs = call_method(path.get(), "abspath", {file.get()});
+    Ref dir = call_method(path.get(), "dirname", {abs.get()});
+    Ref config = str("config");
+    fs().fw.config_dir = call_method(path.get(), "join", {dir.get(), config.get(), names().empty});
+    if (!fs().fw.config_dir) return nullptr;
+  }
+  // The path of a name is made once: the same string object every time
+  // (its hash is kept with it); the file itself is loaded on every call.
+  if (!fs().fw.template_paths) {
+    fs().fw.template_paths = Ref::steal(PyDict_New());
+    if (!fs().fw.template_paths) return nullptr;
+  }
+  PyObject* paths = fs().fw.template_paths.get();
+  Ref file =
+      PyUnicode_CheckExact(caller) ? Ref::borrow(PyDict_GetItemWithError(paths, caller)) : nullptr;
+  if (!file) {
+    if (PyErr_Occurred() != nullptr) return nullptr;
+    file = py::format("%U%U.yaml", fs().fw.config_dir.get(), caller);
+    if (!file) return nullptr;
+    constexpr Py_ssize_t kKeptPaths = 1024;  // names of functions: a bounded set
+    if (PyUnicode_CheckExact(caller) && PyDict_Size(paths) < kKeptPaths &&
+        PyDict_SetItem(paths, caller, file.get()) < 0) {
+      return nullptr;
+    }
+  }
+  PyObject* stack[3] = {nullptr, file.get(), names().yaml};
+  return Ref::steal(vcall(fs().fw.load_from_file.get(), stack + 1, 1, names().file_type_kw));
 }
 
 }  // namespace raid

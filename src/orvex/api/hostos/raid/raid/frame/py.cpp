@@ -502,7 +502,7 @@ int truthy(PyObject* o) {
   return PyObject_IsTrue(o);
 }
 
-int equals(PyObject* a, const char* text) {
+int equal(PyObject* a, const char* text) {
   if (a == nullptr) return -1;
   if (PyUnicode_CheckExact(a)) return PyUnicode_CompareWithASCIIString(a, text) == 0 ? 1 : 0;
   Ref t = py::text(text);

@@ -124,8 +124,17 @@ int set_item(PyObject* d, PyObject* key, PyObject* v);
 int set_item(PyObject* d, const char* key, PyObject* v);
 int update(PyObject* d, PyObject* other);  // dict.update(other), full semantics
 
-int truthy(PyObject* o);                    // bool(o)
-int equals(PyObject* a, const char* text);  // a == text
+int truthy(PyObject* o);  // bool(o)
+// a == b as Python compares them; 1 or 0, -1 on error (a NULL input
+// included): two exact strs by their text, anything else through __eq__.
+inline int equal(PyObject* a, PyObject* b) {
+  if (a == nullptr || b == nullptr) return -1;
+  if (PyUnicode_CheckExact(a) && PyUnicode_CheckExact(b)) {
+    return PyUnicode_Compare(a, b) == 0 ? 1 : 0;
+  }
+  return PyObject_RichCompareBool(a, b, Py_EQ);
+}
+int equal(PyObject* a, const char* text);  // a == text
 int contains(PyObject* container, PyObject* item);
 Ref to_str(PyObject* o);                             // str(o)
 Ref upper(PyObject* o);                              // o.upper()

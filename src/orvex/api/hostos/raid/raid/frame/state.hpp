@@ -13,7 +13,7 @@
 
 namespace raid {
 
-// The frame's part (frame.cpp): the framework's objects, the types, the
+// The frame's part (frame_state.hpp): the framework's objects, the types, the
 // compiled operations and the variant objects' spare memory.
 struct FrameState;
 struct FrameStateFree {

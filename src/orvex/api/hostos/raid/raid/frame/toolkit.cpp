@@ -6,26 +6,6 @@ namespace raid::kit {
 
 using namespace py;
 
-int same(PyObject* a, PyObject* b) {
-  if (a == nullptr || b == nullptr) return -1;
-  return PyObject_RichCompareBool(a, b, Py_EQ);
-}
-
-Ref Regex::run(const char* fn, PyObject* text) const {
-  if (text == nullptr) return nullptr;
-  Kept& kept = *g_kept;
-  if (generation_ != kept.generation) {
-    Ref re = Ref::steal(PyImport_ImportModule("re"));
-    Ref pattern = str(pattern_);
-    Ref compiled = call_method(re.get(), "compile", {pattern.get()});
-    if (!compiled) return nullptr;  // tried again on the next call
-    kept.patterns.push_back(compiled);
-    compiled_ = compiled.get();
-    generation_ = kept.generation;
-  }
-  return call_method(compiled_, fn, {text});
-}
-
 int Framed::test(PyObject* text) const {
   std::string_view t;
   if (!text_view(text, t)) {
@@ -70,7 +50,7 @@ Ref head_before(PyObject* text, char sep) {
 Ref lookup(PyObject* value, std::initializer_list<Pair> table) {
   if (value == nullptr) return nullptr;
   for (const Pair& p : table) {
-    const int eq = equals(value, p.from);
+    const int eq = equal(value, p.from);
     if (eq < 0) return nullptr;
     if (eq == 1) return str(p.to);
   }
@@ -81,25 +61,11 @@ int translate(const Call& c, const char* key, std::initializer_list<Pair> table)
   Ref v = c.p_get(key);
   if (!v) return -1;
   for (const Pair& p : table) {
-    const int eq = equals(v.get(), p.from);
+    const int eq = equal(v.get(), p.from);
     if (eq < 0) return -1;
     if (eq == 1) return c.p_set(key, p.to);
   }
   return 0;
-}
-
-Ref flatten_ctrl_props(PyObject* parser) {
-  Ref rows = index(parser, "Controller Properties");
-  Ref flat = dict();
-  if (!rows || !flat) return nullptr;
-  Ref prop_key = str("Ctrl_Prop");
-  Ref value_key = str("Value");
-  const int r = each(rows.get(), [&](PyObject* row) {
-    Ref prop = index(row, prop_key.get());
-    Ref value = index(row, value_key.get());
-    return set_item(flat.get(), prop.get(), value.get()) < 0 ? -1 : 0;
-  });
-  return r < 0 ? nullptr : flat;
 }
 
 Ref days_as_hours(PyObject* days) {
@@ -142,7 +108,7 @@ Ref find_task(PyObject* tasks, PyObject* vid, const char* id_key, const char* op
     if (!id) return -1;
     if (id.get() == Py_None) return 0;
     Ref id_text = to_str(id.get());
-    const int this_one = same(id_text.get(), vid_text.get());
+    const int this_one = equal(id_text.get(), vid_text.get());
     if (this_one <= 0) return this_one;
     Ref op = get(task, operation_key);
     Ref op_text = to_str(op.get());

@@ -28,7 +28,7 @@ Ref list_arcconf(const Call& c) {
   if (!records) return nullptr;
   const int r = each_item(devices.get(), [&](PyObject* key, PyObject* record) {
     Ref type = get(record, "Type");
-    const int enclosure = equals(type.get(), "Enclosure Services Device");
+    const int enclosure = equal(type.get(), "Enclosure Services Device");
     if (enclosure != 0) return enclosure < 0 ? -1 : 0;
     Ref copy = dict();
     if (update(copy.get(), record) < 0 || set_item(copy.get(), "eid:sid", key) < 0) return -1;
@@ -54,10 +54,10 @@ Ref one_arcconf(const Call& c) {
   Ref found;
   const int r = each(all.get(), [&](PyObject* record) {
     Ref r_eid = get(record, "eid");
-    const int same_eid = same(r_eid.get(), eid);
+    const int same_eid = equal(r_eid.get(), eid);
     if (same_eid <= 0) return same_eid;
     Ref r_sid = get(record, "sid");
-    const int same_sid = same(r_sid.get(), sid);
+    const int same_sid = equal(r_sid.get(), sid);
     if (same_sid <= 0) return same_sid;
     found = Ref::borrow(record);
     return 1;

@@ -21,9 +21,9 @@ constexpr const char* kRebuildTaskWords[] = {"tasks", "template", "drive", "memb
 // Leaving pass-through forces the drive back to good.
 int jbod_storcli64(const Call& c) {
   Ref state = c.p_get("state");
-  const int on = equals(state.get(), "on");
+  const int on = equal(state.get(), "on");
   if (on != 0) return on < 0 ? -1 : c.p_set("state", "jbod");
-  const int off = equals(state.get(), "off");
+  const int off = equal(state.get(), "off");
   if (off != 1) return off;
   if (c.p_set("state", "good") < 0) return -1;
   return c.p_set("force", Py_True);
@@ -33,7 +33,7 @@ int jbod_storcli64(const Call& c) {
 // the first logical drive.
 int hotspare_array_arcconf(const Call& c) {
   Ref oper = c.p_get("oper");
-  const int release = equals(oper.get(), "rdy");
+  const int release = equal(oper.get(), "rdy");
   if (release != 1) return release;
   Ref ar_id = c.p_get("ar_id");
   const int given = truthy(ar_id.get());
@@ -73,14 +73,14 @@ Ref rebuild_status_arcconf(const Call& c) {
   Ref drive = c.method(c.word(RAID_WORD(kRebuildTaskWords, "drive")), address.get());
   Ref data = dict();
   Ref status = get(drive.get(), "status");
-  const int rebuilding = equals(status.get(), "reconstructing");
+  const int rebuilding = equal(status.get(), "reconstructing");
   if (rebuilding < 0 || !data) return nullptr;
   if (rebuilding == 1) {
     Ref p = c.parsed(c.word(RAID_WORD(kRebuildTaskWords, "tasks")));
     Ref tasks = index(p.get(), "logical_device_task");
     const int r = each(tasks.get(), [&](PyObject* task) {
       Ref op = get(task, "current_operation");
-      const int rebuild = equals(op.get(), "Rebuild");
+      const int rebuild = equal(op.get(), "Rebuild");
       if (rebuild != 1) return rebuild;
       Ref vid = index(task, "logical_device");
       if (!vid) return -1;
@@ -148,7 +148,7 @@ void add_pd_state_ops(OpList& ops) {
           .variants(
               {checked(Tool::storcli64, "pd_set_state_storcli64").prep(jbod_storcli64),
                checked(Tool::sorbctl, "set_controller_pd_state_sorbctl")
-                   .translate("state", {{"on", "jbod"}, {"off", "free"}}),
+                   .lookup("state", {{"on", "jbod"}, {"off", "free"}}),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 RAID-设置或取消硬盘直通状态 功能")}));
   ops.push_back(Op("set_disk_led_state")
                     .params({arg("eid"), arg("sid"), arg("state"), kwargs()})
@@ -181,10 +181,10 @@ void add_pd_state_ops(OpList& ops) {
           .variants({checked(Tool::storcli64, "pd_set_hotspare_drive_storcli64").via(Route::host),
                      checked(Tool::sorbctl, "set_controller_pd_hotspare_sorbctl")
                          .via(Route::host)
-                         .translate_or_none("oper", {{"add", "hotspare"}, {"delete", "free"}}),
+                         .lookup("oper", {{"add", "hotspare"}, {"delete", "free"}}, Missing::none),
                      checked(Tool::arcconf, "set_controller_pd_hotspare_arcconf")
                          .via(Route::host)
-                         .translate_strict("oper", {{"add", "hsp"}, {"delete", "rdy"}})
+                         .lookup("oper", {{"add", "hsp"}, {"delete", "rdy"}}, Missing::key_error)
                          .prep(hotspare_array_arcconf, kNoDriveWords)
                          .messages({{"no_drive", "当前环境不存在逻辑盘"}})
                          .calls({{"drives", "get_all_virtual_drive_info"}})
@@ -264,14 +264,14 @@ void add_pd_state_ops(OpList& ops) {
           // that refuses it is only logged
           .variants(
               {checked(Tool::storcli64, "pd_set_bootdrive_storcli64")
-                   .translate("state", {{"primary", "on"}, {"secondary", "on"}})
+                   .lookup("state", {{"primary", "on"}, {"secondary", "on"}})
                    .rename("state", "bootdrive")
                    .copy("bootdrive", "status")
                    .attempt("ctr_set_device_order_by_firmware", "不支持order_by_firmware功能,"),
                checked(Tool::sorbctl, "set_controller_pd_boot_sorbctl")
-                   .translate("state", {{"primary", "on"}, {"secondary", "on"}}),
+                   .lookup("state", {{"primary", "on"}, {"secondary", "on"}}),
                checked(Tool::arcconf, "set_controller_pd_boot_arcconf")
-                   .translate("state", {{"off", "none"}})}));
+                   .lookup("state", {{"off", "none"}})}));
   ops.push_back(Op("set_pd_pdcache")
                     .params(kStateParams)
                     .extras({kAdapterId})

@@ -24,21 +24,21 @@ constexpr const char* kBgiWords[] = {"tasks", "template"};
 // sorbctl lists the background tasks of all drives: the one of this drive
 // whose name says background initialisation.
 Ref bgi_sorbctl(const Call& c) {
-  if (c.p_del_if("vid") < 0) return {};
+  if (c.p_del_if("vid") < 0) return nullptr;
   PyObject* vid = c.arg(RAID_ARG(kVidParams, "vid"));
   Ref parser = c.parsed(c.word(RAID_WORD(kBgiWords, "tasks")));
   Ref groups = get(parser.get(), "Groups");
   Ref found = find_task(groups.get(), vid, "ID", "Name", kBgiTask);
   Ref state = dict();
-  if (!found || !state) return {};
+  if (!found || !state) return nullptr;
   if (found.get() != Py_None) {
-    if (update(state.get(), found.get()) < 0) return {};
+    if (update(state.get(), found.get()) < 0) return nullptr;
   } else {
     Ref absent = str("None");
     if (!absent || set_item(state.get(), "ID", vid) < 0 ||
         set_item(state.get(), "Progress", absent.get()) < 0 ||
         set_item(state.get(), "TimeLeft", absent.get()) < 0) {
-      return {};
+      return nullptr;
     }
   }
   return c.format_with(state.get(), c.word(RAID_WORD(kBgiWords, "template")));

@@ -22,12 +22,12 @@ Ref task_arcconf(const Call& c) {
   Ref vid = c.p_get("vid");
   Ref found =
       find_task(tasks.get(), vid.get(), "logical_device", "current_operation", c.data<Regex>());
-  if (!found) return {};
+  if (!found) return nullptr;
   if (found.get() == Py_None) {
     Ref idle = str("Not in progress");
-    if (!idle) return {};
+    if (!idle) return nullptr;
     found = dict({{"logical_device", vid.get()}, {"status", idle.get()}});
-    if (!found) return {};
+    if (!found) return nullptr;
   }
   return c.format_with(found.get(), c.word(RAID_WORD(kTaskWords, "template")));
 }

@@ -27,7 +27,7 @@ const Regex kDedicatedSpare("^Dedicated Hot-Spare.*(Channel):(\\d+), (Device):(\
 // 1 when v equals one of the texts, 0 when none, -1 on error.
 int is_one_of(PyObject* v, std::initializer_list<const char*> texts) {
   for (const char* t : texts) {
-    const int r = equals(v, t);
+    const int r = equal(v, t);
     if (r != 0) return r;
   }
   return 0;
@@ -36,7 +36,7 @@ int is_one_of(PyObject* v, std::initializer_list<const char*> texts) {
 // OrvexException(the word with vid in its place).
 Ref refuse_about(const Call& c, const char* word, PyObject* vid) {
   Ref message = c.word_with(word, {vid});
-  return message ? c.refuse(message.get()) : Ref{};
+  return message ? c.refuse(message.get()) : nullptr;
 }
 
 // --- create ----------------------------------------------------------------
@@ -48,11 +48,11 @@ constexpr ParamDef kCreateParams[] = {kw("raid_level"), kw("drives").typed("list
 Ref create_params(PyObject* const* args, PyObject* extra) {
   Ref params = dict({{"raid_level", args[RAID_ARG(kCreateParams, "raid_level")]},
                      {"drives", args[RAID_ARG(kCreateParams, "drives")]}});
-  if (!params || (extra != nullptr && update(params.get(), extra) < 0)) return {};
+  if (!params || (extra != nullptr && update(params.get(), extra) < 0)) return nullptr;
   PyObject* size = PyDict_GetItemString(params.get(), "size");  // borrowed
   if (size == nullptr) return params;
   const int given = truthy(size);
-  if (given < 0 || (given == 0 && PyDict_DelItemString(params.get(), "size") < 0)) return {};
+  if (given < 0 || (given == 0 && PyDict_DelItemString(params.get(), "size") < 0)) return nullptr;
   return params;
 }
 
@@ -104,14 +104,14 @@ Ref list_arcconf(const Call& c) {
   Ref devices = get(parser.get(), "logical_device_information");
   Ref records = list();
   Ref sep = str("_");
-  if (!devices || !records || !sep) return {};
+  if (!devices || !records || !sep) return nullptr;
   const int r = each_item(devices.get(), [&](PyObject* key, PyObject* value) {
     Ref parts = call_method(key, "split", {sep.get()});
     Ref number = item(parts.get(), 3);
     if (!number || set_item(value, "vd", number.get()) < 0) return -1;
     return append(records.get(), value);
   });
-  if (r < 0) return {};
+  if (r < 0) return nullptr;
   return c.format_with(records.get(), c.word(RAID_WORD(kListWords, "template")));
 }
 
@@ -122,12 +122,12 @@ Ref list_arcconf(const Call& c) {
 // the property table its entries, and the member table is kept whole.
 Ref details_storcli64(const Call& c, PyObject* sections) {
   Ref treated = c.formatter_call("storcli64_get_one_virtual_drive_treatments", {sections});
-  if (!treated) return {};
+  if (!treated) return nullptr;
   Ref wrapped = dict({{"vd_info", treated.get()}});
   Ref structure = dict();
   Ref prefix = str("vd_info//");
   Ref first_row = str("//$0");
-  if (!wrapped || !structure || !prefix || !first_row) return {};
+  if (!wrapped || !structure || !prefix || !first_row) return nullptr;
   const int r = each_item(treated.get(), [&](PyObject* key, PyObject*) {
     Ref path = concat({prefix.get(), key});
     Ref drive_table = kDriveTable.match(key);
@@ -139,49 +139,49 @@ Ref details_storcli64(const Call& c, PyObject* sections) {
     }
     return set_item(structure.get(), path.get(), properties.get() != Py_None ? Py_True : Py_False);
   });
-  if (r < 0) return {};
+  if (r < 0) return nullptr;
   Ref merged = merge_output(wrapped.get(), nullptr, structure.get());
-  if (!merged) return {};
+  if (!merged) return nullptr;
   return c.format_with(merged.get(), c.word(RAID_WORD(kDetailWords, "template")));
 }
 
 Ref one_storcli64(const Call& c) {
   Ref parser = c.parsed(c.word(RAID_WORD(kDetailWords, "query")));
-  return parser ? details_storcli64(c, parser.get()) : Ref{};
+  return parser ? details_storcli64(c, parser.get()) : nullptr;
 }
 
 Ref one_sorbctl(const Call& c) {
   Ref parser = c.parsed(c.word(RAID_WORD(kDetailWords, "query")));
   Ref sections = dict();
-  if (!parser || !sections) return {};
+  if (!parser || !sections) return nullptr;
   const int r = each_item(parser.get(), [&](PyObject* key, PyObject* value) {
     Ref m = kInformation.match(key);
     if (!m) return -1;
     return m.get() == Py_None ? 0 : set_item(sections.get(), key, value);
   });
-  if (r < 0) return {};
+  if (r < 0) return nullptr;
   Ref merged = merge_output(sections.get(), nullptr, nullptr);
-  if (!merged) return {};
+  if (!merged) return nullptr;
   return c.format_with(merged.get(), c.word(RAID_WORD(kDetailWords, "template")));
 }
 
 Ref one_arcconf(const Call& c) {
   Ref drives = c.method(c.word(RAID_WORD(kNoSuchWords, "list")), c.params);
   Ref vid = c.p_get("vid");
-  if (!drives || !vid) return {};
+  if (!drives || !vid) return nullptr;
   Ref found;
   const int r = each(drives.get(), [&](PyObject* entry) {
     Ref vd = get(entry, "vd");
-    const int hit = same(vd.get(), vid.get());
+    const int hit = equal(vd.get(), vid.get());
     if (hit == 1) found = Ref::borrow(entry);
     return hit;
   });
-  if (r < 0) return {};
+  if (r < 0) return nullptr;
   if (found) return found;
   Ref vid_text = to_str(vid.get());
-  if (!vid_text) return {};
+  if (!vid_text) return nullptr;
   Ref message = c.word_with(RAID_WORD(kNoSuchWords, "no_such_vid"), {vid_text.get()});
-  return message ? c.refuse(message.get()) : Ref{};
+  return message ? c.refuse(message.get()) : nullptr;
 }
 
 // storcli64 answers all drives at once: a drive's own table (/c<n>/v<m>)
@@ -190,7 +190,7 @@ Ref all_storcli64(const Call& c) {
   Ref parser = c.parsed(c.word(RAID_WORD(kDetailWords, "query")));
   Ref groups = dict();
   Ref two = integer(2);
-  if (!parser || !groups || !two) return {};
+  if (!parser || !groups || !two) return nullptr;
   Ref current;
   const int r = each_item(parser.get(), [&](PyObject* key, PyObject* value) {
     Ref opens = kAnyTable.match(key);
@@ -212,15 +212,15 @@ Ref all_storcli64(const Call& c) {
     Ref group = index(groups.get(), current.get());
     return set_item(group.get(), key, value);
   });
-  if (r < 0) return {};
+  if (r < 0) return nullptr;
   Ref out = list();
   Ref values = call_method(groups.get(), "values");
-  if (!out) return {};
+  if (!out) return nullptr;
   if (each(values.get(), [&](PyObject* group) {
         Ref details = details_storcli64(c, group);
         return details ? append(out.get(), details.get()) : -1;
       }) < 0) {
-    return {};
+    return nullptr;
   }
   return out;
 }
@@ -229,7 +229,7 @@ Ref all_storcli64(const Call& c) {
 Ref all_sorbctl(const Call& c) {
   Ref drives = c.method(c.word(RAID_WORD(kAllSorbctlWords, "list")), c.params);
   Ref out = list();
-  if (!drives || !out) return {};
+  if (!drives || !out) return nullptr;
   if (each(drives.get(), [&](PyObject* entry) {
         Ref vd = index(entry, "vd");
         if (!vd) return -1;
@@ -238,7 +238,7 @@ Ref all_sorbctl(const Call& c) {
         Ref one = c.method(c.word(RAID_WORD(kAllSorbctlWords, "one")), kw.get());
         return one ? append(out.get(), one.get()) : -1;
       }) < 0) {
-    return {};
+    return nullptr;
   }
   return out;
 }
@@ -257,12 +257,12 @@ Ref members_storcli64(const Call& c) {
   Ref vid = c.p_get("vid");
   Ref vid_text = to_str(vid.get());
   Ref head = str("PDs for VD ");
-  if (!parser || !vid_text || !head) return {};
+  if (!parser || !vid_text || !head) return nullptr;
   Ref key = concat({head.get(), vid_text.get()});
   Ref rows = get(parser.get(), key.get());
   Ref out = list();
   Ref colon = str(":");
-  if (!rows || !out || !colon) return {};
+  if (!rows || !out || !colon) return nullptr;
   if (each(rows.get(), [&](PyObject* row) {
         Ref address = index(row, "EID:Slt");
         Ref parts = call_method(address.get(), "split", {colon.get()});
@@ -270,25 +270,25 @@ Ref members_storcli64(const Call& c) {
         Ref sid = item(parts.get(), 1);
         return add_member(out.get(), eid.get(), sid.get());
       }) < 0) {
-    return {};
+    return nullptr;
   }
   return out;
 }
 
 Ref members_sorbctl(const Call& c) {
   Ref parser = c.parsed(c.word(RAID_WORD(kMembersSorbctlWords, "query")));
-  const int failed = equals(parser.get(), "fail");
-  if (failed < 0) return {};
+  const int failed = equal(parser.get(), "fail");
+  if (failed < 0) return nullptr;
   if (failed == 1) return c.refuse(c.word(RAID_WORD(kMembersSorbctlWords, "failed")));
   Ref drives = index(parser.get(), "MemberDrives");
   Ref out = list();
-  if (!drives || !out) return {};
+  if (!drives || !out) return nullptr;
   if (each(drives.get(), [&](PyObject* entry) {
         Ref eid = index(entry, "Enc");
         Ref sid = index(entry, "Slot");
         return add_member(out.get(), eid.get(), sid.get());
       }) < 0) {
-    return {};
+    return nullptr;
   }
   return out;
 }
@@ -300,15 +300,15 @@ Ref members_arcconf(const Call& c) {
   Ref vid = c.p_get("vid");
   Ref vid_text = to_str(vid.get());
   Ref parser = c.parsed(c.word(RAID_WORD(kMembersArcconfWords, "query")));
-  if (!vid_text || !parser) return {};
+  if (!vid_text || !parser) return nullptr;
   Ref devices =
       PyDict_Check(parser.get()) ? get(parser.get(), "logical_device_information") : none();
   Ref head = str("logical_device_number_");
-  if (!devices || !head) return {};
+  if (!devices || !head) return nullptr;
   Ref key = concat({head.get(), vid_text.get()});
-  if (!key) return {};
+  if (!key) return nullptr;
   Ref drive = PyDict_Check(devices.get()) ? get(devices.get(), key.get()) : none();
-  if (!drive) return {};
+  if (!drive) return nullptr;
   if (!PyDict_Check(drive.get())) {
     return refuse_about(c, RAID_WORD(kMembersArcconfWords, "not_found"), vid_text.get());
   }
@@ -317,7 +317,7 @@ Ref members_arcconf(const Call& c) {
   Ref two = integer(2);
   Ref three = integer(3);
   Ref four = integer(4);
-  if (!positions || !one || !two || !three || !four) return {};
+  if (!positions || !one || !two || !three || !four) return nullptr;
   // {group 1: group 2, group 3: group 4} of a position match.
   auto add = [&](PyObject* m) {
     Ref k1 = call_method(m, "group", {one.get()});
@@ -347,14 +347,14 @@ Ref members_arcconf(const Call& c) {
     if (!spare) return -1;
     return spare.get() != Py_None ? add(spare.get()) : 0;
   });
-  if (r < 0) return {};
+  if (r < 0) return nullptr;
   if (PyObject_Size(positions.get()) == 0) {
     return refuse_about(c, RAID_WORD(kMembersArcconfWords, "no_members"), vid_text.get());
   }
   Ref members = c.formatter_call("get_virtual_drive_member_drives_raid_format", {positions.get()});
-  if (!members) return {};
+  if (!members) return nullptr;
   Ref logged = c.word_with(RAID_WORD(kMembersArcconfWords, "found"), {vid_text.get()});
-  if (!logged || c.log_info(logged.get()) < 0) return {};
+  if (!logged || c.log_info(logged.get()) < 0) return nullptr;
   return members;
 }
 

@@ -24,7 +24,7 @@ Ref iopolicy_storcli64(const Call& c) {
   Ref result = dict();
   Ref zero = integer(0);
   Ref last_index = integer(-1);
-  if (!parser || !result || !zero || !last_index) return {};
+  if (!parser || !result || !zero || !last_index) return nullptr;
   const int r = each_item(parser.get(), [&](PyObject* key, PyObject* value) {
     Ref m = kDrivePath.match(key);
     if (!m) return -1;
@@ -42,7 +42,7 @@ Ref iopolicy_storcli64(const Call& c) {
     Ref entry = dict({{"iopolicy", policy.get()}});
     return entry ? set_item(result.get(), whole.get(), entry.get()) : -1;
   });
-  if (r < 0) return {};
+  if (r < 0) return nullptr;
   return result;
 }
 
@@ -52,7 +52,7 @@ Ref emulation_storcli64(const Call& c) {
   Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")));
   Ref controller = c.p_get("adapter_id");
   Ref one = integer(1);
-  if (!parser || !controller || !one) return {};
+  if (!parser || !controller || !one) return nullptr;
   if (controller.get() == Py_None) {
     if (each_item(parser.get(), [&](PyObject* key, PyObject*) {
           Ref m = kController.match(key);
@@ -61,7 +61,7 @@ Ref emulation_storcli64(const Call& c) {
           controller = call_method(m.get(), "group", {one.get()});
           return controller ? 1 : -1;
         }) < 0) {
-      return {};
+      return nullptr;
     }
     if (controller.get() == Py_None) controller = str("0");
   }
@@ -69,7 +69,7 @@ Ref emulation_storcli64(const Call& c) {
   Ref result = dict();
   Ref c_head = str("/c");
   Ref v_head = str("/v");
-  if (!controller_text || !result || !c_head || !v_head) return {};
+  if (!controller_text || !result || !c_head || !v_head) return nullptr;
   const int r = each_item(parser.get(), [&](PyObject* key, PyObject* value) {
     Ref found = kDriveProperties.search(key);
     if (!found) return -1;
@@ -82,7 +82,7 @@ Ref emulation_storcli64(const Call& c) {
     Ref entry = dict({{"Emulation type", emulation.get()}});
     return entry ? set_item(result.get(), path.get(), entry.get()) : -1;
   });
-  if (r < 0) return {};
+  if (r < 0) return nullptr;
   return result;
 }
 
@@ -95,11 +95,11 @@ Ref boot_arcconf(const Call& c) {
   Ref info = index(parser.get(), "controller_information");
   Ref out = list();
   Ref unset = str("None");
-  if (!info || !out || !unset) return {};
+  if (!info || !out || !unset) return nullptr;
   for (const char* key : {"primary_boot_volume", "secondary_boot_volume"}) {
     Ref value = get(info.get(), key);
-    const int none_set = equals(value.get(), "None");
-    if (none_set < 0) return {};
+    const int none_set = equal(value.get(), "None");
+    if (none_set < 0) return nullptr;
     Ref shaped = none_set == 1
                      ? dict({{"Type", unset.get()},
                              {"VID/DID", unset.get()},
@@ -107,7 +107,7 @@ Ref boot_arcconf(const Call& c) {
                              {"Slot", unset.get()},
                              {"Act_Slot", unset.get()}})
                      : c.formatter_call(c.word(RAID_WORD(kBootWords, "shape")), {value.get()});
-    if (!shaped || append(out.get(), shaped.get()) < 0) return {};
+    if (!shaped || append(out.get(), shaped.get()) < 0) return nullptr;
   }
   return out;
 }
@@ -135,8 +135,9 @@ void add_vd_policies_ops(OpList& ops) {
                action(Tool::arcconf, "set_controller_pdcache_arcconf")
                    .put("drive_type", "configured")
                    .rename("state", "state")
-                   .translate_or_none(
-                       "state", {{"default", "0"}, {"on", "1"}, {"off", "2"}, {"unchanged", "3"}}),
+                   .lookup("state",
+                           {{"default", "0"}, {"on", "1"}, {"off", "2"}, {"unchanged", "3"}},
+                           Missing::none),
                checked(Tool::sorbctl, "set_controller_vd_pdcache_sorbctl")}));
   ops.push_back(Op("set_virtual_drive_wrcache")
                     .params({kw("vid"), kw("wrcache"), kwargs()})
@@ -153,32 +154,32 @@ void add_vd_policies_ops(OpList& ops) {
                     .variants({checked(Tool::storcli64, "vd_set_cache_storcli64"),
                                // arcconf: its controller cache on for write back, off otherwise
                                action(Tool::arcconf, "set_vd_wcache_arcconf")
-                                   .translate_into("wrcache", "policy",
-                                                   {{"awb", "con"}, {"wb", "con"}}, "coff"),
+                                   .lookup("wrcache", {{"awb", "con"}, {"wb", "con"}},
+                                           Missing::fallback, "policy", "coff"),
                                action(Tool::sorbctl, "set_controller_vd_wcache_sorbctl")
                                    .rename("wrcache", "policy")
                                    .apply("policy", "upper")
-                                   .translate("policy", {{"AWB", "WBE"}})}));
-  ops.push_back(
-      Op("set_virtual_drive_rdcache")
-          .params({arg("vid"), arg("rdcache"), kwargs()})
-          .extras({kAdapterId})
-          .doc("设置逻辑盘的读缓存（预读）策略。\n\n"
-               "参数:\n"
-               "    vid (str): 逻辑盘编号。\n"
-               "    rdcache (str): \"ra\"（预读）或 \"nora\"（不预读）。\n"
-               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-               "返回:\n    bool: 设置是否成功（arcconf、sorbctl 为 "
-               "parser_exec_cmd_format 的判定）。")
-          .returns_doc("bool")
-          .variants({checked(Tool::storcli64, "vd_set_cache_storcli64"),
-                     // arcconf: read-ahead through its cache wrapper; other values
-                     // set no policy
-                     action(Tool::arcconf, "set_vd_wcache_arcconf")
-                         .translate_into("rdcache", "policy", {{"ra", "con"}, {"nora", "coff"}}),
-                     action(Tool::sorbctl, "set_controller_vd_rcache_sorbctl")
-                         .rename("rdcache", "policy")
-                         .translate("policy", {{"ra", "Ahead"}, {"nora", "No_Ahead"}})}));
+                                   .lookup("policy", {{"AWB", "WBE"}})}));
+  ops.push_back(Op("set_virtual_drive_rdcache")
+                    .params({arg("vid"), arg("rdcache"), kwargs()})
+                    .extras({kAdapterId})
+                    .doc("设置逻辑盘的读缓存（预读）策略。\n\n"
+                         "参数:\n"
+                         "    vid (str): 逻辑盘编号。\n"
+                         "    rdcache (str): \"ra\"（预读）或 \"nora\"（不预读）。\n"
+                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                         "返回:\n    bool: 设置是否成功（arcconf、sorbctl 为 "
+                         "parser_exec_cmd_format 的判定）。")
+                    .returns_doc("bool")
+                    .variants({checked(Tool::storcli64, "vd_set_cache_storcli64"),
+                               // arcconf: read-ahead through its cache wrapper; other values
+                               // set no policy
+                               action(Tool::arcconf, "set_vd_wcache_arcconf")
+                                   .lookup("rdcache", {{"ra", "con"}, {"nora", "coff"}},
+                                           Missing::keep, "policy"),
+                               action(Tool::sorbctl, "set_controller_vd_rcache_sorbctl")
+                                   .rename("rdcache", "policy")
+                                   .lookup("policy", {{"ra", "Ahead"}, {"nora", "No_Ahead"}})}));
   ops.push_back(
       Op("set_vd_iopolicy_status")
           .params({kw("vid"), kw("iopolicy"), kwargs()})
@@ -286,14 +287,13 @@ void add_vd_policies_ops(OpList& ops) {
           .returns_doc("bool")
           .variants(
               {checked(Tool::storcli64, "vd_set_bootdrive_storcli64")
-                   .translate("state", {{"primary", "on"}, {"secondary", "on"}})
+                   .lookup("state", {{"primary", "on"}, {"secondary", "on"}})
                    .rename("state", "bootdrive")
                    .copy("bootdrive", "status")
                    .attempt("ctr_set_device_order_by_firmware", "不支持order_by_firmware功能,"),
                checked(Tool::sorbctl, "set_controller_vd_boot_sorbctl")
-                   .translate("state", {{"primary", "on"}, {"secondary", "on"}}),
-               checked(Tool::arcconf, "set_vd_boot_arcconf")
-                   .translate("state", {{"off", "none"}})}));
+                   .lookup("state", {{"primary", "on"}, {"secondary", "on"}}),
+               checked(Tool::arcconf, "set_vd_boot_arcconf").lookup("state", {{"off", "none"}})}));
   ops.push_back(Op("query_boot_drive")
                     .params({kwargs()})
                     .extras({kAdapterId})

@@ -1,0 +1,311 @@
+#include "forms.hpp"
+
+#include <utility>
+#include <vector>
+
+#include "helpers.hpp"
+#include "runtime.hpp"
+
+namespace raid {
+
+using namespace py;
+
+Ref dispatch_name(const Call& c, PyObject* wrapper, PyObject* p, Route r) {
+  if (wrapper == nullptr) return nullptr;
+  Ref target = Ref::borrow(c.self);
+  if (r == Route::host) target = getattr(c.self, names().host);
+  if (r == Route::dispatcher) target = getattr(c.self, names().dispatcher);
+  if (p == nullptr) return call_method(target.get(), names().dispatch, {wrapper});
+  return call_method(target.get(), names().dispatch, {wrapper, p});
+}
+
+namespace {
+
+// {row["Ctrl_Prop"]: row["Value"] for row in x["Controller Properties"]}
+Ref props_table(PyObject* parser) {
+  Ref rows = index(parser, "Controller Properties");
+  Ref flat = dict();
+  if (!rows || !flat) return nullptr;
+  Ref prop_key = str("Ctrl_Prop");
+  Ref value_key = str("Value");
+  const int r = each(rows.get(), [&](PyObject* row) {
+    Ref prop = index(row, prop_key.get());
+    Ref value = index(row, value_key.get());
+    return set_item(flat.get(), prop.get(), value.get()) < 0 ? -1 : 0;
+  });
+  return r < 0 ? nullptr : flat;
+}
+
+// 1 with *to = table[value] (borrowed) when the table lists value, 0 when
+// it does not, -1 on error.
+int listed(const std::vector<CPair>& table, PyObject* value, PyObject** to) {
+  for (const CPair& p : table) {
+    const int eq = equal(value, p.from.get());
+    if (eq < 0) return -1;
+    if (eq == 1) {
+      *to = p.to.get();
+      return 1;
+    }
+  }
+  return 0;
+}
+
+// The text with the params values it names filled in.
+Ref expand(const Call& c, const CText& t) {
+  if (t.pieces.empty()) return t.plain;
+  Ref out = Ref::borrow(names().empty);
+  for (const CText::Piece& piece : t.pieces) {
+    Ref part = piece.literal;
+    if (!part) {
+      Ref value = get(c.params, piece.key.get());
+      part = to_str(value.get());
+    }
+    out = concat({out.get(), part.get()});
+    if (!out) return nullptr;
+  }
+  return out;
+}
+
+// Applies the edits: 1 when one of them answered the call (True, nothing
+// dispatched), 0 to go on, -1 on error.
+int answered_by_edits(const Call& c, const CVariant& v) {
+  for (const CEdit& e : v.edits) {
+    PyObject* params = c.params;
+    switch (e.op) {
+      case Edit::Op::put:
+        if (PyDict_SetItem(params, e.key.get(), e.other.get()) < 0) return -1;
+        break;
+      case Edit::Op::rename: {
+        Ref value = call_method(params, names().pop, {e.key.get()});
+        if (!value || PyDict_SetItem(params, e.other.get(), value.get()) < 0) return -1;
+        break;
+      }
+      case Edit::Op::copy: {
+        Ref value = get(params, e.key.get());
+        if (!value || PyDict_SetItem(params, e.other.get(), value.get()) < 0) return -1;
+        break;
+      }
+      case Edit::Op::lookup: {
+        Ref value = get(params, e.key.get());
+        if (!value) return -1;
+        PyObject* to = nullptr;
+        const int found = listed(e.table, value.get(), &to);
+        if (found < 0) return -1;
+        if (found == 0) {
+          if (e.missing == Missing::keep) break;
+          if (e.missing == Missing::key_error) {
+            Ref key_args = tuple({value.get()});
+            if (key_args) PyErr_SetObject(PyExc_KeyError, key_args.get());
+            return -1;
+          }
+          to = e.missing == Missing::none ? Py_None : e.text.get();
+        }
+        PyObject* target = e.other ? e.other.get() : e.key.get();
+        if (PyDict_SetItem(params, target, to) < 0) return -1;
+        break;
+      }
+      case Edit::Op::apply: {
+        Ref value = get(params, e.key.get());
+        Ref done = call_method(value.get(), e.other.get());
+        if (!done || PyDict_SetItem(params, e.key.get(), done.get()) < 0) return -1;
+        break;
+      }
+      case Edit::Op::keep_arg:
+        if (PyDict_SetItem(params, e.key.get(), c.args[e.arg]) < 0) return -1;
+        break;
+      case Edit::Op::true_when: {
+        Ref value = get(params, e.key.get());
+        const int hit = equal(value.get(), e.other.get());
+        if (hit != 0) return hit;
+        break;
+      }
+      case Edit::Op::attempt: {
+        Ref done = dispatch_name(c, e.other.get(), params, c.variant.route);
+        if (done) break;
+        Fetched error;
+        if (!error.matches(PyExc_Exception)) {
+          error.restore();
+          return -1;
+        }
+        Ref text = to_str(error.value() != nullptr ? error.value() : Py_None);
+        Ref message = concat({e.text.get(), text.get()});
+        if (!message || c.log_error(message.get()) < 0) return -1;
+        break;
+      }
+      case Edit::Op::fn:
+        if (e.prep(c) < 0) return -1;
+        break;
+    }
+  }
+  return 0;
+}
+
+// The wrapper of a variant: its own, or the one chosen by a params value.
+Ref wrapper_of(const Call& c, const CVariant& v) {
+  if (!v.choose_key) return v.text;
+  Ref value = index(c.params, v.choose_key.get());
+  if (!value) return nullptr;
+  for (const CPair& p : v.choices) {
+    const int eq = equal(value.get(), p.from.get());
+    if (eq < 0) return nullptr;
+    if (eq == 0) continue;
+    if (v.def->choose_pops && PyDict_DelItem(c.params, v.choose_key.get()) < 0) return nullptr;
+    return p.to;
+  }
+  if (!v.tail) return raise_orvex(v.head.get());
+  Ref message = concat({v.head.get(), value.get(), v.tail.get()});
+  return raise_orvex(message.get());
+}
+
+// x = _merge_output(x, None, layers)
+Ref merge_by(PyObject* x, const Ref& layers) {
+  if (!layers) return nullptr;
+  return merge_output(x, nullptr, layers.get());
+}
+
+Ref shape(const Call& c, const CVariant& v, Ref x) {
+  for (const CShape& s : v.shapes) {
+    if (!x) return nullptr;
+    switch (s.op) {
+      case Shape::Op::at: {
+        Ref key = expand(c, s.key);
+        x = key ? index(x.get(), key.get()) : nullptr;
+        break;
+      }
+      case Shape::Op::get: {
+        Ref key = expand(c, s.key);
+        x = key ? get(x.get(), key.get()) : nullptr;
+        break;
+      }
+      case Shape::Op::merge_layers:
+      case Shape::Op::merge_layers_of: {
+        Ref f = c.formatter();
+        if (!f) return nullptr;
+        Ref layers = s.op == Shape::Op::merge_layers
+                         ? call_method(f.get(), s.name.get())
+                         : call_method(f.get(), s.name.get(), {x.get()});
+        x = merge_by(x.get(), layers);
+        break;
+      }
+      case Shape::Op::props:
+        x = props_table(x.get());
+        break;
+      case Shape::Op::wrap: {
+        Ref key = expand(c, s.key);
+        Ref out = dict();
+        if (!key || !out || PyDict_SetItem(out.get(), key.get(), x.get()) < 0) return nullptr;
+        x = std::move(out);
+        break;
+      }
+      case Shape::Op::put: {
+        Ref key = expand(c, s.key);
+        Ref text = expand(c, s.text);
+        if (!key || !text || PyObject_SetItem(x.get(), key.get(), text.get()) < 0) return nullptr;
+        break;
+      }
+      case Shape::Op::map: {
+        PyObject* to = nullptr;
+        const int found = listed(s.table, x.get(), &to);
+        if (found < 0) return nullptr;
+        if (found == 1) x = Ref::borrow(to);
+        break;
+      }
+      case Shape::Op::values: {
+        const int any = x.get() == Py_None ? 0 : truthy(x.get());
+        if (any < 0) return nullptr;
+        Ref listed_values = any == 1 ? call_method(x.get(), "values") : nullptr;
+        x = any == 1 ? (listed_values ? Ref::steal(PySequence_List(listed_values.get())) : nullptr)
+                     : list();
+        break;
+      }
+      case Shape::Op::refuse_on:
+      case Shape::Op::stop_on: {
+        int hit = 0;
+        if (s.name) {
+          hit = equal(x.get(), s.name.get());
+        } else {
+          const int given = truthy(x.get());
+          hit = given < 0 ? -1 : static_cast<int>(given == 0);
+        }
+        if (hit < 0) return nullptr;
+        if (hit == 0) break;
+        if (s.op == Shape::Op::stop_on) return x;
+        return raise_orvex(s.text.plain.get());
+      }
+      case Shape::Op::first:
+        x = item(x.get(), 0);
+        break;
+      case Shape::Op::merge:
+        x = merge_output(x.get(), nullptr, nullptr);
+        break;
+      case Shape::Op::format:
+        if (!s.name) {
+          x = format_output(x.get(), c.tool_name(), nullptr, c.name());
+        } else {
+          Ref f = c.formatter();
+          Ref tmpl = getattr(f.get(), s.name.get());
+          if (!tmpl) return nullptr;
+          x = format_output(x.get(), c.tool_name(), tmpl.get(), c.name());
+        }
+        break;
+      case Shape::Op::post: {
+        Ref f = c.formatter();
+        x = call_method(f.get(), s.name.get(), {x.get()});
+        break;
+      }
+      case Shape::Op::method:
+        x = call_method(x.get(), s.name.get());
+        break;
+    }
+  }
+  return x;
+}
+
+}  // namespace
+
+Ref run_variant(const CompiledOp& op, std::size_t at, PyObject* self, PyObject* params,
+                PyObject* const* args) {
+  const CVariant& v = op.variants[at];
+  const VariantDef& def = *v.def;
+  const Call c{self, params, args, *op.def, def, &op};
+  if (def.form == Form::refusal) return raise_orvex(v.text.get());
+  const int answered = answered_by_edits(c, v);
+  if (answered != 0) return answered < 0 ? nullptr : boolean(true);
+  switch (def.form) {
+    case Form::checked: {
+      Ref wrapper = wrapper_of(c, v);
+      Ref answer = dispatch_name(c, wrapper.get(), c.params, def.route);
+      Ref first = item(answer.get(), 0);
+      Ref entry = get(first.get(), names().parser);
+      if (!entry) return nullptr;
+      const int ok = Call::success(entry.get());
+      return ok < 0 ? nullptr : boolean(ok == 1);
+    }
+    case Form::action: {
+      Ref wrapper = wrapper_of(c, v);
+      Ref answer = dispatch_name(c, wrapper.get(), c.params, def.route);
+      Ref first = item(answer.get(), 0);
+      return c.exec_format(first.get());
+    }
+    case Form::query: {
+      Ref answer = dispatch_name(c, v.text.get(), c.params, def.route);
+      if (def.from == VariantDef::From::answer) return shape(c, v, std::move(answer));
+      Ref first = item(answer.get(), 0);
+      if (def.from == VariantDef::From::first) return shape(c, v, std::move(first));
+      Ref entry = def.from == VariantDef::From::parser_strict ? index(first.get(), names().parser)
+                                                              : get(first.get(), names().parser);
+      return shape(c, v, std::move(entry));
+    }
+    case Form::custom:
+      return def.body(c);
+    case Form::same_as: {
+      Ref m = getattr(c.self, v.text.get());
+      return call(m.get(), {}, c.params);
+    }
+    case Form::refusal:
+      break;
+  }
+  return raise(PyExc_SystemError, "unknown variant form");
+}
+
+}  // namespace raid

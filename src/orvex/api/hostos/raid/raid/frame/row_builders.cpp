@@ -1,0 +1,197 @@
+// The row builders: the variant constructors and the modifiers a row is
+// written with (frame.hpp says what each one means).
+#include <utility>
+#include <vector>
+
+#include "frame.hpp"
+
+namespace raid {
+
+namespace {
+
+VariantDef variant(Tool t, Form f, const char* text) {
+  VariantDef v{};
+  v.tool = t;
+  v.form = f;
+  v.text = text;
+  return v;
+}
+
+}  // namespace
+
+VariantDef refuse(Tool t, const char* message) { return variant(t, Form::refusal, message); }
+VariantDef checked(Tool t, const char* wrapper) { return variant(t, Form::checked, wrapper); }
+VariantDef action(Tool t, const char* wrapper) { return variant(t, Form::action, wrapper); }
+VariantDef query(Tool t, const char* wrapper) { return variant(t, Form::query, wrapper); }
+
+VariantDef custom(Tool t, Body body, const void* data) {
+  VariantDef v = variant(t, Form::custom, nullptr);
+  v.body = body;
+  v.data = data;
+  return v;
+}
+
+VariantDef same_as(Tool t, const char* operation) { return variant(t, Form::same_as, operation); }
+
+VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
+                      const char* tail) {
+  return variant(t, Form::checked, nullptr).choose(key, std::move(wrappers), head, tail);
+}
+
+namespace {
+
+VariantDef with_edit(VariantDef&& v, Edit e) {
+  v.edits.push_back(std::move(e));
+  return std::move(v);
+}
+
+VariantDef with_shape(VariantDef&& v, Shape::Op op, const char* name, const char* text = nullptr,
+                      std::vector<Pair> table = {}) {
+  v.shapes.push_back(Shape{op, name, text, std::move(table)});
+  return std::move(v);
+}
+
+}  // namespace
+
+VariantDef VariantDef::via(Route r) && {
+  route = r;
+  return std::move(*this);
+}
+VariantDef VariantDef::put(const char* key, const char* text) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::put, key, text, {}, nullptr});
+}
+VariantDef VariantDef::rename(const char* key, const char* to) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::rename, key, to, {}, nullptr});
+}
+VariantDef VariantDef::copy(const char* key, const char* to) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::copy, key, to, {}, nullptr});
+}
+VariantDef VariantDef::lookup(const char* key, std::vector<Pair> table, Missing missing,
+                              const char* into, const char* fallback) && {
+  Edit e{Edit::Op::lookup, key, into, std::move(table), nullptr, fallback};
+  e.missing = missing;
+  return with_edit(std::move(*this), std::move(e));
+}
+VariantDef VariantDef::apply(const char* key, const char* method) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::apply, key, method, {}, nullptr});
+}
+VariantDef VariantDef::keep_arg(const char* key, const char* param) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::keep_arg, key, param, {}, nullptr});
+}
+VariantDef VariantDef::true_when(const char* key, const char* value) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::true_when, key, value, {}, nullptr});
+}
+VariantDef VariantDef::attempt(const char* wrapper, const char* log_head) && {
+  return with_edit(std::move(*this),
+                   Edit{Edit::Op::attempt, nullptr, wrapper, {}, nullptr, log_head});
+}
+VariantDef VariantDef::prep(Prep fn) && {
+  return with_edit(std::move(*this), Edit{Edit::Op::fn, nullptr, nullptr, {}, fn});
+}
+namespace {
+
+VariantDef with_words(VariantDef&& v, const std::vector<Pair>& named, WordKind kind) {
+  v.word_texts.insert(v.word_texts.end(), named.begin(), named.end());
+  v.word_kinds.insert(v.word_kinds.end(), named.size(), kind);
+  return std::move(v);
+}
+
+}  // namespace
+
+VariantDef VariantDef::words(const std::vector<Pair>& named) && {
+  return with_words(std::move(*this), named, WordKind::text);
+}
+VariantDef VariantDef::wrappers(const std::vector<Pair>& named) && {
+  return with_words(std::move(*this), named, WordKind::wrapper);
+}
+VariantDef VariantDef::messages(const std::vector<Pair>& named) && {
+  return with_words(std::move(*this), named, WordKind::message);
+}
+VariantDef VariantDef::calls(const std::vector<Pair>& named) && {
+  return with_words(std::move(*this), named, WordKind::call);
+}
+VariantDef VariantDef::reads(const char* extra_name) && {
+  notes.push_back(ExtraNote{extra_name, "reads", nullptr});
+  return std::move(*this);
+}
+VariantDef VariantDef::ignores(const char* extra_name, const char* detail) && {
+  notes.push_back(ExtraNote{extra_name, "ignores", detail});
+  return std::move(*this);
+}
+VariantDef VariantDef::choose(const char* key, std::vector<Pair> wrappers, const char* head,
+                              const char* tail) && {
+  choose_key = key;
+  choices = std::move(wrappers);
+  refuse_head = head;
+  refuse_tail = tail;
+  return std::move(*this);
+}
+VariantDef VariantDef::pop_choice() && {
+  choose_pops = true;
+  return std::move(*this);
+}
+VariantDef VariantDef::strict() && {
+  from = From::parser_strict;
+  return std::move(*this);
+}
+VariantDef VariantDef::raw() && {
+  from = From::first;
+  return std::move(*this);
+}
+VariantDef VariantDef::whole() && {
+  from = From::answer;
+  return std::move(*this);
+}
+VariantDef VariantDef::at(const char* key) && {
+  return with_shape(std::move(*this), Shape::Op::at, key);
+}
+VariantDef VariantDef::get(const char* key) && {
+  return with_shape(std::move(*this), Shape::Op::get, key);
+}
+VariantDef VariantDef::first() && {
+  return with_shape(std::move(*this), Shape::Op::first, nullptr);
+}
+VariantDef VariantDef::merge() && {
+  return with_shape(std::move(*this), Shape::Op::merge, nullptr);
+}
+VariantDef VariantDef::format(const char* formatter_attr) && {
+  return with_shape(std::move(*this), Shape::Op::format, formatter_attr);
+}
+VariantDef VariantDef::post(const char* formatter_method) && {
+  return with_shape(std::move(*this), Shape::Op::post, formatter_method);
+}
+VariantDef VariantDef::method(const char* name) && {
+  return with_shape(std::move(*this), Shape::Op::method, name);
+}
+VariantDef VariantDef::merge_layers(const char* formatter_method) && {
+  return with_shape(std::move(*this), Shape::Op::merge_layers, formatter_method);
+}
+VariantDef VariantDef::merge_layers_of(const char* formatter_method) && {
+  return with_shape(std::move(*this), Shape::Op::merge_layers_of, formatter_method);
+}
+VariantDef VariantDef::props() && {
+  return with_shape(std::move(*this), Shape::Op::props, nullptr);
+}
+VariantDef VariantDef::wrap(const char* key) && {
+  return with_shape(std::move(*this), Shape::Op::wrap, key);
+}
+VariantDef VariantDef::put_in(const char* key, const char* text) && {
+  return with_shape(std::move(*this), Shape::Op::put, key, text);
+}
+VariantDef VariantDef::map(std::vector<Pair> table) && {
+  return with_shape(std::move(*this), Shape::Op::map, nullptr, nullptr, std::move(table));
+}
+VariantDef VariantDef::values() && {
+  return with_shape(std::move(*this), Shape::Op::values, nullptr);
+}
+VariantDef VariantDef::refuse_on(const char* text, const char* message) && {
+  return with_shape(std::move(*this), Shape::Op::refuse_on, text, message);
+}
+VariantDef VariantDef::refuse_on_empty(const char* message) && {
+  return with_shape(std::move(*this), Shape::Op::refuse_on, nullptr, message);
+}
+VariantDef VariantDef::stop_on(const char* text) && {
+  return with_shape(std::move(*this), Shape::Op::stop_on, text);
+}
+
+}  // namespace raid
