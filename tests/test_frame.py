@@ -1,4 +1,5 @@
 """The Raid object: construction, tool selection, binding, variant forms."""
+import ast
 import inspect
 import os
 import pathlib
@@ -421,6 +422,140 @@ LOOKUPS = {
     "fallback_into": 'lookup("v", {{"a", "x"}}, Missing::fallback, "w", "z")',
     "keep_into": 'lookup("v", {{"a", "x"}}, Missing::keep, "w")',
 }
+# Bodies that read their row's words, one per kind of word.
+WORD_BODIES = r"""
+constexpr const char* kSay[] = {"m"};
+Ref say(const Call& c) {
+  Ref a = c.p_get("a");
+  Ref b = c.p_get("b");
+  return a && b ? c.word_with(RAID_WORD(kSay, "m"), {a.get(), b.get()}) : nullptr;
+}
+constexpr const char* kSend[] = {"wr"};
+Ref send(const Call& c) { return c.parsed(c.word(RAID_WORD(kSend, "wr"))); }
+constexpr const char* kDeny[] = {"no"};
+Ref deny(const Call& c) { return c.refuse(c.word(RAID_WORD(kDeny, "no"))); }
+constexpr const char* kAsk[] = {"op"};
+Ref ask(const Call& c) { return c.method(c.word(RAID_WORD(kAsk, "op")), c.params); }
+"""
+
+
+def err(kind, text):
+    return ("raise", kind, text)
+
+
+def sent(wrapper, *items, route="self"):
+    return (route, wrapper, list(items))
+
+
+# One synthetic row per word of the row vocabulary, as the variant of an
+# operation `w(u='kept', **kwargs)` on arcconf: (variant, setup lines, calls,
+# their results in order or err(...), the dispatches, the log lines).  `echo`
+# answers params as edited.
+ON = "custom(Tool::arcconf, echo)"
+Q = 'query(Tool::arcconf, "wr")'
+PROPS = {"Controller Properties": [{"Ctrl_Prop": "A", "Value": "1"}, {"Ctrl_Prop": "B", "Value": "2"}]}
+WORDS = {
+    # variant constructors
+    "refuse": ('refuse(Tool::arcconf, "no way").put("k", "v")', [], ["r.w(a='1')"],
+               [err("OrvexException", "no way")], []),
+    "checked": ('checked(Tool::arcconf, "wr")', ["host.on('wr', parser('Set success'), parser('failed'))"],
+                ["r.w(a='1')", "r.w()"], [True, False], [sent("wr", ("a", "1")), sent("wr")]),
+    "action": ('action(Tool::arcconf, "wr")',
+               ["host.on('wr', parser('ok'))",
+                "r.formatter.parser_exec_cmd_format = lambda raw, tool: (raw, tool)"],
+               ["r.w(a='1')"], [({"parser": "ok"}, "arcconf")], [sent("wr", ("a", "1"))]),
+    "query": (Q, ["host.on('wr', parser({'x': 1}))"], ["r.w(a='1')"], [{"x": 1}],
+              [sent("wr", ("a", "1"))]),
+    "custom": (ON, [], ["r.w('x', a='1')"], [{"a": "1"}], []),
+    "same_as": ('same_as(Tool::arcconf, "_merge_output")', [], ["r.w(raw_output={'a': {'b': 1}}, res={'c': 2})"],
+                [{"c": 2, "b": 1}], []),
+    "checked_by": ('checked_by(Tool::arcconf, "mode", {{"on", "wr_on"}, {"off", "wr_off"}}, "mode ", " unknown")',
+                   ["host.on('wr_off', parser('success'))"], ["r.w(mode='off', a='1')", "r.w(mode='x')"],
+                   [True, err("OrvexException", "mode x unknown")],
+                   [sent("wr_off", ("mode", "off"), ("a", "1"))]),
+    "choose_fixed": ('checked_by(Tool::arcconf, "mode", {{"on", "wr_on"}}, "not here", nullptr)', [],
+                     ["r.w(mode='x')"], [err("OrvexException", "not here")], []),
+    "pop_choice": ('checked_by(Tool::arcconf, "mode", {{"on", "wr_on"}}, "m", "").pop_choice()',
+                   ["host.on('wr_on', parser('success'))"], ["r.w(mode='on', a='1')"], [True],
+                   [sent("wr_on", ("a", "1"))]),
+    # edits of params
+    "via": ('query(Tool::arcconf, "wr").via(Route::host)', ["host.on('wr', parser(1))"], ["r.w()"], [1],
+            [sent("wr", route="host")]),
+    "put": (ON + '.put("k", "v")', [], ["r.w(a='1', k='0')"], [{"a": "1", "k": "v"}], []),
+    "rename": (ON + '.rename("a", "b")', [], ["r.w(a='1', c='2')", "r.w()"],
+               [{"c": "2", "b": "1"}, err("KeyError", "'a'")], []),
+    "copy": (ON + '.copy("a", "b")', [], ["r.w(a='1')", "r.w()"], [{"a": "1", "b": "1"}, {"b": None}], []),
+    "apply": (ON + '.apply("a", "upper")', [], ["r.w(a='on')"], [{"a": "ON"}], []),
+    "keep_arg": (ON + '.keep_arg("k", "u")', [], ["r.w('x', a='1')", "r.w()"],
+                 [{"a": "1", "k": "x"}, {"k": "kept"}], []),
+    "true_when": ('checked(Tool::arcconf, "wr").true_when("a", "eed")', ["host.on('wr', parser('failed'))"],
+                  ["r.w(a='eed')", "r.w(a='x')"], [True, False], [sent("wr", ("a", "x"))]),
+    "attempt": (ON + '.attempt("first", "first failed: ").put("k", "v")',
+                ["host.on('first', RuntimeError('busy'), parser('ok'))"], ["r.w(a='1')", "r.w()"],
+                [{"a": "1", "k": "v"}, {"k": "v"}], [sent("first", ("a", "1")), sent("first")],
+                ["first failed: busy"]),
+    "attempt_error": (ON + '.attempt("first", "x")', ["host.on('first', KeyboardInterrupt('stop'))"],
+                      ["r.w()"], [err("KeyboardInterrupt", "stop")], [sent("first")]),
+    "prep": (ON + '.put("k", "v").prep([](const Call& c) { return c.p_set("k", "set"); })', [],
+             ["r.w(a='1')"], [{"a": "1", "k": "set"}], []),
+    "words": ('custom(Tool::arcconf, say, kSay).words({{"m", "from {} to {}"}})', [],
+              ["r.w(a='1', b='2')", "r.w(a=1, b='2')"],
+              ["from 1 to 2", err("TypeError", 'can only concatenate str (not "int") to str')], []),
+    "wrappers": ('custom(Tool::arcconf, send, kSend).wrappers({{"wr", "wr_real"}})',
+                 ["host.on('wr_real', parser(5))"], ["r.w(a='1')"], [5], [sent("wr_real", ("a", "1"))]),
+    "messages": ('custom(Tool::arcconf, deny, kDeny).messages({{"no", "not today"}})', [], ["r.w()"],
+                 [err("OrvexException", "not today")], []),
+    "calls": ('custom(Tool::arcconf, ask, kAsk).calls({{"op", "_merge_output"}})', [],
+              ["r.w(raw_output={'a': {'b': 1}})"], [{"b": 1}], []),
+    # where a query starts
+    "strict": (Q + ".strict()", ["host.on('wr', {'stdout': 'x'}, parser(None))"], ["r.w()", "r.w()"],
+               [err("KeyError", "'parser'"), None], [sent("wr")] * 2),
+    "raw": (Q + ".raw()", ["host.on('wr', parser(1, stdout='x'))"], ["r.w()"],
+            [{"parser": 1, "stdout": "x"}], [sent("wr")]),
+    "whole": (Q + ".whole()", ["host.on('wr', [parser(1), parser(2)])"], ["r.w()"],
+              [[{"parser": 1}, {"parser": 2}]], [sent("wr")]),
+    # shape steps
+    "at": (Q + '.at("k_{a}")', ["host.on('wr', parser({'k_1': 5}))"], ["r.w(a='1')", "r.w(a=2)"],
+           [5, err("KeyError", "'k_2'")], [sent("wr", ("a", "1")), sent("wr", ("a", 2))]),
+    "get": (Q + '.get("k_{a}")', ["host.on('wr', parser({'k_1': 5}))"], ["r.w(a='1')", "r.w(a='2')"],
+            [5, None], [sent("wr", ("a", "1")), sent("wr", ("a", "2"))]),
+    "first": (Q + ".first()", ["host.on('wr', parser([7, 8]), parser([]))"], ["r.w()", "r.w()"],
+              [7, err("IndexError", "list index out of range")], [sent("wr")] * 2),
+    "merge": (Q + ".merge()", ["host.on('wr', parser({'a': {'b': 1}, 'c': [{'d': 2}], 'e': 3}))"], ["r.w()"],
+              [{"b": 1, "d": 2, "e": 3}], [sent("wr")]),
+    "merge_layers": (Q + '.merge_layers("layers")',
+                     ["host.on('wr', parser({'x': {'y': 1}, 'z': 2}))",
+                      "r.formatter.layers = lambda: {'x': True, 'z': False}"],
+                     ["r.w()"], [{"y": 1, "z": 2}], [sent("wr")]),
+    "merge_layers_of": (Q + '.merge_layers_of("layers_of")',
+                        ["host.on('wr', parser({'p': {'q': 1}, 'z': 2}))",
+                         "r.formatter.layers_of = lambda x: {min(x): True}"],
+                        ["r.w()"], [{"q": 1}], [sent("wr")]),
+    "props": (Q + ".props()", ["host.on('wr', parser(%r))" % PROPS], ["r.w()"], [{"A": "1", "B": "2"}],
+              [sent("wr")]),
+    "format": (Q + '.format("tmpl")',
+               ["host.on('wr', parser({'Size': '1 GB'}))",
+                "r.formatter.tmpl = {'contents': {'arcconf': {'size': 'Size', 'name': 'Name'}}}"],
+               ["r.w()"], [{"size": "1 GB", "name": "", "raw_data": {"Size": "1 GB"}}], [sent("wr")]),
+    "post": (Q + '.post("after")', ["host.on('wr', parser(1))", "r.formatter.after = lambda x: ('after', x)"],
+             ["r.w()"], [("after", 1)], [sent("wr")]),
+    "method": (Q + '.method("upper")', ["host.on('wr', parser('on'))"], ["r.w()"], ["ON"], [sent("wr")]),
+    "wrap": (Q + '.wrap("/c{a}")', ["host.on('wr', parser(3))"], ["r.w(a='0')"], [{"/c0": 3}],
+             [sent("wr", ("a", "0"))]),
+    "put_in": (Q + '.put_in("id", "c{a}:e{b}")', ["host.on('wr', parser({'k': 1}))"], ["r.w(a='0', b=None)"],
+               [{"k": 1, "id": "c0:eNone"}], [sent("wr", ("a", "0"), ("b", None))]),
+    "map": (Q + '.map({{"RAW", "ON"}, {"HIDE", "OFF"}})', ["host.on('wr', parser('HIDE'), parser('Mixed'))"],
+            ["r.w()", "r.w()"], ["OFF", "Mixed"], [sent("wr")] * 2),
+    "values": (Q + ".values()", ["host.on('wr', parser({'a': 1, 'b': 2}), parser(None), parser({}))"],
+               ["r.w()"] * 3, [[1, 2], [], []], [sent("wr")] * 3),
+    "refuse_on": (Q + '.refuse_on("fail", "query failed")', ["host.on('wr', parser('fail'), parser('ok'))"],
+                  ["r.w()", "r.w()"], [err("OrvexException", "query failed"), "ok"], [sent("wr")] * 2),
+    "refuse_on_empty": (Q + '.refuse_on_empty("nothing")',
+                        ["host.on('wr', parser({}), parser(None), parser({'a': 1}))"], ["r.w()"] * 3,
+                        [err("OrvexException", "nothing")] * 2 + [{"a": 1}], [sent("wr")] * 3),
+    "stop_on": (Q + '.stop_on("fail").method("upper")', ["host.on('wr', parser('fail'), parser('ok'))"],
+                ["r.w()", "r.w()"], ["fail", "OK"], [sent("wr")] * 2),
+}
 
 
 @pytest.fixture(scope="module")
@@ -435,12 +570,15 @@ def bad_module(tmp_path_factory):
     (tmp / "rows.cpp").write_text(
         '#include <cstdlib>\n#include <cstring>\n#include <string>\n#include "frame.hpp"\nnamespace raid {\n'
         'constexpr const char* kWords[] = {"gone"};\n'
-        + PROBE_BODY
+        + PROBE_BODY + WORD_BODIES
         + "".join("void %s(OpList&) {}\n" % a for a in adders
                   if a not in ("add_frame_ops", "add_normalise_ops", "add_controller_discovery_ops"))
         + "void add_controller_discovery_ops(OpList& ops) {\n"
           '  const char* which = std::getenv("RAID_BAD_ROW");\n  if (which == nullptr) return;\n'
-        + rows + "".join('  if (std::strcmp(which, "%s") == 0) ops.push_back(Op("look")'
+        + rows + "".join('  if (std::strcmp(which, "word:%s") == 0) ops.push_back(Op("w")'
+                         '.params({arg("u").or_("\'kept\'").unstored(), kwargs()}).variants({%s}));\n'
+                         % (key, case[0]) for key, case in WORDS.items())
+        + "".join('  if (std::strcmp(which, "%s") == 0) ops.push_back(Op("look")'
                          '.params({arg("v")}).variants({custom(Tool::arcconf, echo).%s}));\n'
                          % (key, edit) for key, edit in LOOKUPS.items())
         + '  if (std::strcmp(which, "probe") == 0)'
@@ -472,7 +610,8 @@ def run_row(bad_module, row, lines, **env):
             "from orvex_sim.recorder import RecordingHost\n"
             "spec = u.spec_from_file_location('orvex.api.hostos.raid.raid', sys.argv[1])\n"
             "m = u.module_from_spec(spec)\nspec.loader.exec_module(m)\n"
-            "with orvex_sim.use(RecordingHost('arcconf')):\n"
+            "from orvex_sim.recorder import parser\nhost = RecordingHost('arcconf')\n"
+            "with orvex_sim.use(host):\n"
             + "".join("    %s\n" % line for line in lines))
     env = dict(os.environ, RAID_BAD_ROW=row, **env,
                PYTHONPATH=str(pathlib.Path(orvex_sim.__file__).parents[1]))
@@ -502,3 +641,24 @@ def test_lookup_policy_for_a_value_the_table_lacks(bad_module, policy, listed, u
                                             "    try: print(m.Raid().look(v))",
                                             "    except KeyError as e: print(repr(e))"])
     assert out == [listed, unlisted], err
+
+
+@pytest.mark.parametrize("word", list(WORDS))
+def test_row_word_on_a_synthetic_row(bad_module, word):
+    _, setup, calls, results, dispatched, *logged = WORDS[word]
+    out, err = run_row(bad_module, "word:" + word, [
+        "import logging, types",
+        "r, logged = m.Raid(), []",
+        "r.logger = types.SimpleNamespace(error=logged.append, info=logged.append)",
+        *setup,
+        *("try: print(repr(('ok', %s)))\n"
+          "    except BaseException as e: print(repr(('raise', type(e).__name__, str(e))))" % call
+          for call in calls),
+        "print(repr([(c.route, c.wrapper, None if c.params is None else list(c.params.items())) for c in host.calls]))",
+        "print(repr(logged))"])
+    assert len(out) == len(calls) + 2, err
+    seen = [ast.literal_eval(line) for line in out]
+    assert seen[:-2] == [r if isinstance(r, tuple) and r[:1] == ("raise",) else ("ok", r)
+                         for r in results]
+    assert seen[-2] == dispatched
+    assert seen[-1] == (logged[0] if logged else [])
