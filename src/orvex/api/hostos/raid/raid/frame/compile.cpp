@@ -257,7 +257,6 @@ int compile_variants(CompiledOp& op) {
       case Form::query:
       case Form::checked:
       case Form::action:
-      case Form::same_as:
         if (v.text == nullptr && !(chosen && (v.form == Form::checked || v.form == Form::action))) {
           declaration_error(name, "a variant without its wrapper or message", nullptr);
           return -1;

@@ -104,12 +104,6 @@ int answered_by_edits(const Call& c, const CVariant& v) {
         if (PyDict_SetItem(params, target, to) < 0) return -1;
         break;
       }
-      case Edit::Op::apply: {
-        Ref value = get(params, e.key.get());
-        Ref done = call_method(value.get(), e.other.get());
-        if (!done || PyDict_SetItem(params, e.key.get(), done.get()) < 0) return -1;
-        break;
-      }
       case Edit::Op::keep_arg:
         if (PyDict_SetItem(params, e.key.get(), c.args[e.arg]) < 0) return -1;
         break;
@@ -210,14 +204,6 @@ Ref shape(const Call& c, const CVariant& v, Ref x) {
         if (found == 1) x = Ref::borrow(to);
         break;
       }
-      case Shape::Op::values: {
-        const int any = x.get() == Py_None ? 0 : truthy(x.get());
-        if (any < 0) return nullptr;
-        Ref listed_values = any == 1 ? call_method(x.get(), "values") : nullptr;
-        x = any == 1 ? (listed_values ? Ref::steal(PySequence_List(listed_values.get())) : nullptr)
-                     : list();
-        break;
-      }
       case Shape::Op::refuse_on:
       case Shape::Op::stop_on: {
         int hit = 0;
@@ -298,10 +284,6 @@ Ref run_variant(const CompiledOp& op, std::size_t at, PyObject* self, PyObject* 
     }
     case Form::custom:
       return def.body(c);
-    case Form::same_as: {
-      Ref m = getattr(c.self, v.text.get());
-      return call(m.get(), {}, c.params);
-    }
     case Form::refusal:
       break;
   }

@@ -192,7 +192,6 @@ struct Edit {
     copy,       // params[other] = params.get(key)
     lookup,     // params[other, or key when null] = table[params.get(key)];
                 //     a value the table lacks as `missing` says
-    apply,      // params[key] = params.get(key).<other>()   (e.g. "upper")
     keep_arg,   // params[key] = the bound argument named other (an unstored one)
     true_when,  // params.get(key) == other: the variant answers True, nothing
                 //     is dispatched
@@ -204,7 +203,7 @@ struct Edit {
   Op op;
   const char* key = nullptr;
   const char* other = nullptr;  // put: the text; rename/copy/lookup: the new key;
-                                // apply: the method; keep_arg: the parameter;
+                                // keep_arg: the parameter;
                                 // true_when: the value; attempt: the wrapper
   std::vector<Pair> table;
   Prep prep = nullptr;
@@ -232,7 +231,6 @@ struct Shape {
     wrap,             // x = {key: x}
     put,              // x[key] = text (braces as in keys); x stays
     map,              // x = table[x] when listed; other values stay
-    values,           // x = list(x.values()); [] when x is None or empty
     refuse_on,        // x == name (name null: x empty or None): OrvexException(text)
     stop_on,          // x == name: x is the answer as it stands, later steps skipped
   };
@@ -252,7 +250,6 @@ enum class Form : std::uint8_t {
   action,   // formatter.parser_exec_cmd_format(answer[0], tool)
   query,    // dispatch text; the answer's part named by `from`, shaped by the Shape steps
   custom,   // body(call); a body is required
-  same_as,  // self.<text>(**params): the answer of another operation of the object
 };
 
 struct VariantDef {
@@ -295,7 +292,6 @@ struct VariantDef {
   // value the table lacks: see Missing (Missing::fallback writes `fallback`).
   VariantDef lookup(const char* key, std::vector<Pair> table, Missing missing = Missing::keep,
                     const char* into = nullptr, const char* fallback = nullptr) &&;
-  VariantDef apply(const char* key, const char* method) &&;
   VariantDef keep_arg(const char* key, const char* param) &&;
   VariantDef true_when(const char* key, const char* value) &&;
   VariantDef attempt(const char* wrapper, const char* log_head) &&;
@@ -330,7 +326,6 @@ struct VariantDef {
   VariantDef wrap(const char* key) &&;
   VariantDef put_in(const char* key, const char* text) &&;  // Shape::Op::put
   VariantDef map(std::vector<Pair> table) &&;
-  VariantDef values() &&;
   VariantDef refuse_on(const char* text, const char* message) &&;
   VariantDef refuse_on_empty(const char* message) &&;
   VariantDef stop_on(const char* text) &&;
@@ -347,7 +342,6 @@ VariantDef custom(Tool t, Body body, const char* const (&names)[N], const void* 
   v.word_names.push_back(WordNames{names, N});
   return v;
 }
-VariantDef same_as(Tool t, const char* operation);
 // checked/action whose wrapper is chosen by params[key] (see VariantDef::choose)
 VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
                       const char* tail);

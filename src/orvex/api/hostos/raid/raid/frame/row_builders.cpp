@@ -31,8 +31,6 @@ VariantDef custom(Tool t, Body body, const void* data) {
   return v;
 }
 
-VariantDef same_as(Tool t, const char* operation) { return variant(t, Form::same_as, operation); }
-
 VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
                       const char* tail) {
   return variant(t, Form::checked, nullptr).choose(key, std::move(wrappers), head, tail);
@@ -71,9 +69,6 @@ VariantDef VariantDef::lookup(const char* key, std::vector<Pair> table, Missing 
   Edit e{Edit::Op::lookup, key, into, std::move(table), nullptr, fallback};
   e.missing = missing;
   return with_edit(std::move(*this), std::move(e));
-}
-VariantDef VariantDef::apply(const char* key, const char* method) && {
-  return with_edit(std::move(*this), Edit{Edit::Op::apply, key, method, {}, nullptr});
 }
 VariantDef VariantDef::keep_arg(const char* key, const char* param) && {
   return with_edit(std::move(*this), Edit{Edit::Op::keep_arg, key, param, {}, nullptr});
@@ -180,9 +175,6 @@ VariantDef VariantDef::put_in(const char* key, const char* text) && {
 }
 VariantDef VariantDef::map(std::vector<Pair> table) && {
   return with_shape(std::move(*this), Shape::Op::map, nullptr, nullptr, std::move(table));
-}
-VariantDef VariantDef::values() && {
-  return with_shape(std::move(*this), Shape::Op::values, nullptr);
 }
 VariantDef VariantDef::refuse_on(const char* text, const char* message) && {
   return with_shape(std::move(*this), Shape::Op::refuse_on, text, message);
