@@ -357,10 +357,6 @@ WORDS = {
                    [sent("wr_off", ("mode", "off"), ("a", "1"))]),
     "choose_fixed": ('checked_by(Tool::arcconf, "mode", {{"on", "wr_on"}}, "not here", nullptr)', [],
                      ["r.w(mode='x')"], [err("OrvexException", "not here")], []),
-    "pop_choice": ('checked_by(Tool::arcconf, "mode", {{"on", "wr_on"}}, "m", "").pop_choice()',
-                   ["host.on('wr_on', parser('success'))"], ["r.w(mode='on', a='1')"], [True],
-                   [sent("wr_on", ("a", "1"))]),
-    # edits of params
     "via": ('query(Tool::arcconf, "wr").via(Route::host)', ["host.on('wr', parser(1))"], ["r.w()"], [1],
             [sent("wr", route="host")]),
     "put": (ON + '.put("k", "v")', [], ["r.w(a='1', k='0')"], [{"a": "1", "k": "v"}], []),
@@ -393,9 +389,6 @@ WORDS = {
                [err("KeyError", "'parser'"), None], [sent("wr")] * 2),
     "raw": (Q + ".raw()", ["host.on('wr', parser(1, stdout='x'))"], ["r.w()"],
             [{"parser": 1, "stdout": "x"}], [sent("wr")]),
-    "whole": (Q + ".whole()", ["host.on('wr', [parser(1), parser(2)])"], ["r.w()"],
-              [[{"parser": 1}, {"parser": 2}]], [sent("wr")]),
-    # shape steps
     "at": (Q + '.at("k_{a}")', ["host.on('wr', parser({'k_1': 5}))"], ["r.w(a='1')", "r.w(a=2)"],
            [5, err("KeyError", "'k_2'")], [sent("wr", ("a", "1")), sent("wr", ("a", 2))]),
     "get": (Q + '.get("k_{a}")', ["host.on('wr', parser({'k_1': 5}))"], ["r.w(a='1')", "r.w(a='2')"],
@@ -404,14 +397,6 @@ WORDS = {
               [7, err("IndexError", "list index out of range")], [sent("wr")] * 2),
     "merge": (Q + ".merge()", ["host.on('wr', parser({'a': {'b': 1}, 'c': [{'d': 2}], 'e': 3}))"], ["r.w()"],
               [{"b": 1, "d": 2, "e": 3}], [sent("wr")]),
-    "merge_layers": (Q + '.merge_layers("layers")',
-                     ["host.on('wr', parser({'x': {'y': 1}, 'z': 2}))",
-                      "r.formatter.layers = lambda: {'x': True, 'z': False}"],
-                     ["r.w()"], [{"y": 1, "z": 2}], [sent("wr")]),
-    "merge_layers_of": (Q + '.merge_layers_of("layers_of")',
-                        ["host.on('wr', parser({'p': {'q': 1}, 'z': 2}))",
-                         "r.formatter.layers_of = lambda x: {min(x): True}"],
-                        ["r.w()"], [{"q": 1}], [sent("wr")]),
     "props": (Q + ".props()", ["host.on('wr', parser(%r))" % PROPS], ["r.w()"], [{"A": "1", "B": "2"}],
               [sent("wr")]),
     "format": (Q + '.format("tmpl")',
@@ -432,8 +417,6 @@ WORDS = {
     "refuse_on_empty": (Q + '.refuse_on_empty("nothing")',
                         ["host.on('wr', parser({}), parser(None), parser({'a': 1}))"], ["r.w()"] * 3,
                         [err("OrvexException", "nothing")] * 2 + [{"a": 1}], [sent("wr")] * 3),
-    "stop_on": (Q + '.stop_on("fail").method("upper")', ["host.on('wr', parser('fail'), parser('ok'))"],
-                ["r.w()", "r.w()"], ["fail", "OK"], [sent("wr")] * 2),
 }
 
 

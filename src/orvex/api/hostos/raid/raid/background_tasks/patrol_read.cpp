@@ -30,6 +30,22 @@ Ref pd_oper_sorbctl(const Call& c) {
   return c.refuse(message.get());
 }
 
+// The switch leaves params and picks the command: start for "on", stop for
+// "off"; any other value refuses.
+constexpr const char* kSwitchWords[] = {"on", "off", "other"};
+
+Ref switch_sorbctl(const Call& c) {
+  Ref state = c.p_pop("switch_status");
+  if (!state) return nullptr;
+  const char* const choices[] = {RAID_WORD(kSwitchWords, "on"), RAID_WORD(kSwitchWords, "off")};
+  for (const char* choice : choices) {
+    const int hit = equal(state.get(), choice);
+    if (hit < 0) return nullptr;
+    if (hit == 1) return c.checked(c.word(choice));
+  }
+  return c.refuse(c.word(RAID_WORD(kSwitchWords, "other")));
+}
+
 // The query, and the template of one drive's entry.
 constexpr const char* kStatusWords[] = {"query", "template"};
 
@@ -226,11 +242,10 @@ void add_patrol_read_ops(OpList& ops) {
           .variants({checked(Tool::storcli64, "ctr_set_pr_switch_storcli64"),
                      // sorbctl has no switch of its own: start and stop stand for on
                      // and off, and switch_status is not passed on
-                     checked_by(Tool::sorbctl, "switch_status",
-                                {{"on", "start_controller_patrolread_sorbctl"},
-                                 {"off", "stop_controller_patrolread_sorbctl"}},
-                                "7460卡sorbctl工具没有 设置巡读功能开关 功能", nullptr)
-                         .pop_choice(),
+                     custom(Tool::sorbctl, switch_sorbctl, kSwitchWords)
+                         .wrappers({{"on", "start_controller_patrolread_sorbctl"},
+                                    {"off", "stop_controller_patrolread_sorbctl"}})
+                         .messages({{"other", "7460卡sorbctl工具没有 设置巡读功能开关 功能"}}),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能开关 功能")}));
 }
 

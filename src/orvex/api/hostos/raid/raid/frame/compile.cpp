@@ -322,9 +322,7 @@ int compile_variants(CompiledOp& op) {
       cs.op = s.op;
       const bool keyed = s.op == Shape::Op::at || s.op == Shape::Op::get ||
                          s.op == Shape::Op::wrap || s.op == Shape::Op::put;
-      const bool needs_name = keyed || s.op == Shape::Op::post || s.op == Shape::Op::method ||
-                              s.op == Shape::Op::merge_layers ||
-                              s.op == Shape::Op::merge_layers_of || s.op == Shape::Op::stop_on;
+      const bool needs_name = keyed || s.op == Shape::Op::post || s.op == Shape::Op::method;
       const bool needs_text = s.op == Shape::Op::put || s.op == Shape::Op::refuse_on;
       if ((needs_name && s.name == nullptr) || (needs_text && s.text == nullptr))
         return declaration_error(name, "a shape step without its name or text", nullptr), -1;

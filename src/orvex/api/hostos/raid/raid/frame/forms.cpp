@@ -143,18 +143,11 @@ Ref wrapper_of(const Call& c, const CVariant& v) {
     const int eq = equal(value.get(), p.from.get());
     if (eq < 0) return nullptr;
     if (eq == 0) continue;
-    if (v.def->choose_pops && PyDict_DelItem(c.params, v.choose_key.get()) < 0) return nullptr;
     return p.to;
   }
   if (!v.tail) return raise_orvex(v.head.get());
   Ref message = concat({v.head.get(), value.get(), v.tail.get()});
   return raise_orvex(message.get());
-}
-
-// x = _merge_output(x, None, layers)
-Ref merge_by(PyObject* x, const Ref& layers) {
-  if (!layers) return nullptr;
-  return merge_output(x, nullptr, layers.get());
 }
 
 Ref shape(const Call& c, const CVariant& v, Ref x) {
@@ -169,16 +162,6 @@ Ref shape(const Call& c, const CVariant& v, Ref x) {
       case Shape::Op::get: {
         Ref key = expand(c, s.key);
         x = key ? get(x.get(), key.get()) : nullptr;
-        break;
-      }
-      case Shape::Op::merge_layers:
-      case Shape::Op::merge_layers_of: {
-        Ref f = c.formatter();
-        if (!f) return nullptr;
-        Ref layers = s.op == Shape::Op::merge_layers
-                         ? call_method(f.get(), s.name.get())
-                         : call_method(f.get(), s.name.get(), {x.get()});
-        x = merge_by(x.get(), layers);
         break;
       }
       case Shape::Op::props:
@@ -204,8 +187,7 @@ Ref shape(const Call& c, const CVariant& v, Ref x) {
         if (found == 1) x = Ref::borrow(to);
         break;
       }
-      case Shape::Op::refuse_on:
-      case Shape::Op::stop_on: {
+      case Shape::Op::refuse_on: {
         int hit = 0;
         if (s.name) {
           hit = equal(x.get(), s.name.get());
@@ -215,7 +197,6 @@ Ref shape(const Call& c, const CVariant& v, Ref x) {
         }
         if (hit < 0) return nullptr;
         if (hit == 0) break;
-        if (s.op == Shape::Op::stop_on) return x;
         return raise_orvex(s.text.plain.get());
       }
       case Shape::Op::first:
@@ -275,7 +256,6 @@ Ref run_variant(const CompiledOp& op, std::size_t at, PyObject* self, PyObject* 
     }
     case Form::query: {
       Ref answer = dispatch_name(c, v.text.get(), c.params, def.route);
-      if (def.from == VariantDef::From::answer) return shape(c, v, std::move(answer));
       Ref first = item(answer.get(), 0);
       if (def.from == VariantDef::From::first) return shape(c, v, std::move(first));
       Ref entry = def.from == VariantDef::From::parser_strict ? index(first.get(), names().parser)

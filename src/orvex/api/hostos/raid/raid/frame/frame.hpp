@@ -217,22 +217,19 @@ struct Edit {
 // "logical_device_number_{vid}" is "logical_device_number_" + str(params.get("vid")).
 struct Shape {
   enum class Op : std::uint8_t {
-    at,               // x = x[key]       (lookup error when missing)
-    get,              // x = x.get(key)   (None when missing)
-    first,            // x = x[0]
-    merge,            // x = _merge_output(x)
-    merge_layers,     // x = _merge_output(x, None, formatter.<name>())
-    merge_layers_of,  // x = _merge_output(x, None, formatter.<name>(x))
-    props,            // x = {row["Ctrl_Prop"]: row["Value"] for row in x["Controller Properties"]}
-    format,           // x = _format_output(x, tool, template): template = formatter.<name>,
-                      //     or the file named after the variant when name is null
-    post,             // x = formatter.<name>(x)
-    method,           // x = x.<name>()   (e.g. "upper")
-    wrap,             // x = {key: x}
-    put,              // x[key] = text (braces as in keys); x stays
-    map,              // x = table[x] when listed; other values stay
-    refuse_on,        // x == name (name null: x empty or None): OrvexException(text)
-    stop_on,          // x == name: x is the answer as it stands, later steps skipped
+    at,         // x = x[key]       (lookup error when missing)
+    get,        // x = x.get(key)   (None when missing)
+    first,      // x = x[0]
+    merge,      // x = _merge_output(x)
+    props,      // x = {row["Ctrl_Prop"]: row["Value"] for row in x["Controller Properties"]}
+    format,     // x = _format_output(x, tool, template): template = formatter.<name>,
+                //     or the file named after the variant when name is null
+    post,       // x = formatter.<name>(x)
+    method,     // x = x.<name>()   (e.g. "upper")
+    wrap,       // x = {key: x}
+    put,        // x[key] = text (braces as in keys); x stays
+    map,        // x = table[x] when listed; other values stay
+    refuse_on,  // x == name (name null: x empty or None): OrvexException(text)
   };
   Op op;
   const char* name = nullptr;
@@ -262,17 +259,14 @@ struct VariantDef {
     parser,         // answer[0].get("parser")
     parser_strict,  // answer[0]["parser"]
     first,          // answer[0]
-    answer,         // the whole answer sequence
   } from = From::parser;
   std::vector<Edit> edits;
   std::vector<Shape> shapes;
   // choose: the wrapper by the value of params[choose_key]; any other value
   // refuses with refuse_head + value + refuse_tail (str concatenation); a
   // null refuse_tail makes refuse_head alone the message (a fixed refusal).
-  // The value is read after the row's edits; with choose_pops it then leaves
-  // params.
+  // The value is read after the row's edits.
   const char* choose_key = nullptr;
-  bool choose_pops = false;
   std::vector<Pair> choices;  // value -> wrapper
   const char* refuse_head = nullptr;
   const char* refuse_tail = nullptr;
@@ -309,16 +303,12 @@ struct VariantDef {
   VariantDef ignores(const char* extra_name, const char* detail = nullptr) &&;
   VariantDef choose(const char* key, std::vector<Pair> wrappers, const char* head,
                     const char* tail) &&;
-  VariantDef pop_choice() &&;
   VariantDef strict() &&;  // from answer[0]["parser"]
   VariantDef raw() &&;     // from answer[0]
-  VariantDef whole() &&;   // from the whole answer
   VariantDef at(const char* key) &&;
   VariantDef get(const char* key) &&;
   VariantDef first() &&;
   VariantDef merge() &&;
-  VariantDef merge_layers(const char* formatter_method) &&;
-  VariantDef merge_layers_of(const char* formatter_method) &&;
   VariantDef props() &&;
   VariantDef format(const char* formatter_attr = nullptr) &&;
   VariantDef post(const char* formatter_method) &&;
@@ -328,7 +318,6 @@ struct VariantDef {
   VariantDef map(std::vector<Pair> table) &&;
   VariantDef refuse_on(const char* text, const char* message) &&;
   VariantDef refuse_on_empty(const char* message) &&;
-  VariantDef stop_on(const char* text) &&;
 };
 
 VariantDef refuse(Tool t, const char* message);

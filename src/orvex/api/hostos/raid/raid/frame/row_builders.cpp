@@ -121,20 +121,12 @@ VariantDef VariantDef::choose(const char* key, std::vector<Pair> wrappers, const
   refuse_tail = tail;
   return std::move(*this);
 }
-VariantDef VariantDef::pop_choice() && {
-  choose_pops = true;
-  return std::move(*this);
-}
 VariantDef VariantDef::strict() && {
   from = From::parser_strict;
   return std::move(*this);
 }
 VariantDef VariantDef::raw() && {
   from = From::first;
-  return std::move(*this);
-}
-VariantDef VariantDef::whole() && {
-  from = From::answer;
   return std::move(*this);
 }
 VariantDef VariantDef::at(const char* key) && {
@@ -158,12 +150,6 @@ VariantDef VariantDef::post(const char* formatter_method) && {
 VariantDef VariantDef::method(const char* name) && {
   return with_shape(std::move(*this), Shape::Op::method, name);
 }
-VariantDef VariantDef::merge_layers(const char* formatter_method) && {
-  return with_shape(std::move(*this), Shape::Op::merge_layers, formatter_method);
-}
-VariantDef VariantDef::merge_layers_of(const char* formatter_method) && {
-  return with_shape(std::move(*this), Shape::Op::merge_layers_of, formatter_method);
-}
 VariantDef VariantDef::props() && {
   return with_shape(std::move(*this), Shape::Op::props, nullptr);
 }
@@ -181,9 +167,6 @@ VariantDef VariantDef::refuse_on(const char* text, const char* message) && {
 }
 VariantDef VariantDef::refuse_on_empty(const char* message) && {
   return with_shape(std::move(*this), Shape::Op::refuse_on, nullptr, message);
-}
-VariantDef VariantDef::stop_on(const char* text) && {
-  return with_shape(std::move(*this), Shape::Op::stop_on, text);
 }
 
 }  // namespace raid

@@ -38,6 +38,31 @@ Ref erase_arcconf(const Call& c) {
   return c.formatter_call("get_controller_pd_erase_raid", {p.get()}, kw.get());
 }
 
+// sorbctl answers "fail" when it knows no erase of the drive: that text is
+// the result.  Else its record gains the drive's id, "c<adapter>:e<eid>:s<sid>"
+// (as str() writes each value, None included), and is formatted.
+constexpr const char* kEraseWords[] = {"query", "failed", "template"};
+
+Ref erase_sorbctl(const Call& c) {
+  Ref record = c.parsed(c.word(RAID_WORD(kEraseWords, "query")));
+  if (!record) return nullptr;
+  const int failed = equal(record.get(), c.word(RAID_WORD(kEraseWords, "failed")));
+  if (failed != 0) return failed < 0 ? nullptr : record;
+  Ref adapter = c.p_get("adapter_id");
+  Ref eid = c.p_get("eid");
+  Ref sid = c.p_get("sid");
+  Ref parts[] = {str("c"),  to_str(adapter.get()), str(":e"), to_str(eid.get()),
+                 str(":s"), to_str(sid.get())};
+  for (const Ref& part : parts) {
+    if (!part) return nullptr;
+  }
+  Ref id = concat({parts[0].get(), parts[1].get(), parts[2].get(), parts[3].get(), parts[4].get(),
+                   parts[5].get()});
+  Ref key = str("Drive-ID");
+  if (!id || !key || PyObject_SetItem(record.get(), key.get(), id.get()) < 0) return nullptr;
+  return c.format_with(record.get(), c.word(RAID_WORD(kEraseWords, "template")));
+}
+
 }  // namespace
 
 void add_pd_erase_sanitize_ops(OpList& ops) {
@@ -118,10 +143,9 @@ void add_pd_erase_sanitize_ops(OpList& ops) {
                          .first()
                          .format("get_controller_pd_erase_raid"),
                      // sorbctl answers "fail" when no erase is known; that text is the result
-                     query(Tool::sorbctl, "get_controller_pd_erase_sorbctl")
-                         .stop_on("fail")
-                         .put_in("Drive-ID", "c{adapter_id}:e{eid}:s{sid}")
-                         .format("get_controller_pd_erase_raid"),
+                     custom(Tool::sorbctl, erase_sorbctl, kEraseWords)
+                         .wrappers({{"query", "get_controller_pd_erase_sorbctl"}})
+                         .words({{"failed", "fail"}, {"template", "get_controller_pd_erase_raid"}}),
                      custom(Tool::arcconf, erase_arcconf, kQueryWords)
                          .wrappers({{"query", "ctr_get_controller_bgtask_arcconf"}})}));
 }

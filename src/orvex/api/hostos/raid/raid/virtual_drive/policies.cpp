@@ -19,7 +19,7 @@ constexpr const char* kBootWords[] = {"query", "shape"};
 // sorbctl spells its cache policies in capitals: params["policy"].upper().
 int upper_policy(const Call& c) {
   Ref policy = c.p_get("policy");
-  Ref upper = policy ? call_method(policy.get(), "upper") : nullptr;
+  Ref upper = py::upper(policy.get());
   return upper ? c.p_set("policy", upper.get()) : -1;
 }
 
