@@ -320,10 +320,9 @@ int compile_variants(CompiledOp& op) {
     for (const Shape& s : v.shapes) {
       CShape cs;
       cs.op = s.op;
-      const bool keyed = s.op == Shape::Op::at || s.op == Shape::Op::get ||
-                         s.op == Shape::Op::wrap || s.op == Shape::Op::put;
+      const bool keyed = s.op == Shape::Op::at || s.op == Shape::Op::get || s.op == Shape::Op::wrap;
       const bool needs_name = keyed || s.op == Shape::Op::post || s.op == Shape::Op::method;
-      const bool needs_text = s.op == Shape::Op::put || s.op == Shape::Op::refuse_on;
+      const bool needs_text = s.op == Shape::Op::refuse_on;
       if ((needs_name && s.name == nullptr) || (needs_text && s.text == nullptr))
         return declaration_error(name, "a shape step without its name or text", nullptr), -1;
       bool closed = true;
@@ -333,14 +332,12 @@ int compile_variants(CompiledOp& op) {
         cs.name = intern(s.name);
         ok = ok && cs.name;
       }
-      if (s.op == Shape::Op::put) {
-        closed = closed && compile_text(s.text, &cs.text, &ok);
-      } else if (s.text != nullptr) {
-        cs.text.plain = intern(s.text);
-        ok = ok && cs.text.plain;
+      if (s.text != nullptr) {
+        cs.text = intern(s.text);
+        ok = ok && cs.text;
       }
       if (!closed) return declaration_error(name, "an unclosed brace in ", s.name), -1;
-      if ((!cs.key.pieces.empty() || !cs.text.pieces.empty()) && !op.builds_params)
+      if (!cs.key.pieces.empty() && !op.builds_params)
         return declaration_error(name, "params values named in an operation without", nullptr), -1;
       cs.table = compile_pairs(s.table, &ok);
       c.shapes.push_back(std::move(cs));

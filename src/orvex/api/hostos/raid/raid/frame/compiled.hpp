@@ -52,8 +52,8 @@ struct CText {
 struct CShape {
   Shape::Op op;
   Ref name;
-  CText key;  // at/get/wrap/put
-  CText text;
+  CText key;  // at/get/wrap
+  Ref text;   // refuse_on: the message
   std::vector<CPair> table;
 };
 

@@ -66,9 +66,8 @@ Ref expand(const Call& c, const CText& t) {
   return out;
 }
 
-// Applies the edits: 1 when one of them answered the call (True, nothing
-// dispatched), 0 to go on, -1 on error.
-int answered_by_edits(const Call& c, const CVariant& v) {
+// Applies the edits: 0, or -1 on error.
+int apply_edits(const Call& c, const CVariant& v) {
   for (const CEdit& e : v.edits) {
     PyObject* params = c.params;
     switch (e.op) {
@@ -107,12 +106,6 @@ int answered_by_edits(const Call& c, const CVariant& v) {
       case Edit::Op::keep_arg:
         if (PyDict_SetItem(params, e.key.get(), c.args[e.arg]) < 0) return -1;
         break;
-      case Edit::Op::true_when: {
-        Ref value = get(params, e.key.get());
-        const int hit = equal(value.get(), e.other.get());
-        if (hit != 0) return hit;
-        break;
-      }
       case Edit::Op::attempt: {
         Ref done = dispatch_name(c, e.other.get(), params, c.variant.route);
         if (done) break;
@@ -174,12 +167,6 @@ Ref shape(const Call& c, const CVariant& v, Ref x) {
         x = std::move(out);
         break;
       }
-      case Shape::Op::put: {
-        Ref key = expand(c, s.key);
-        Ref text = expand(c, s.text);
-        if (!key || !text || PyObject_SetItem(x.get(), key.get(), text.get()) < 0) return nullptr;
-        break;
-      }
       case Shape::Op::map: {
         PyObject* to = nullptr;
         const int found = listed(s.table, x.get(), &to);
@@ -197,7 +184,7 @@ Ref shape(const Call& c, const CVariant& v, Ref x) {
         }
         if (hit < 0) return nullptr;
         if (hit == 0) break;
-        return raise_orvex(s.text.plain.get());
+        return raise_orvex(s.text.get());
       }
       case Shape::Op::first:
         x = item(x.get(), 0);
@@ -236,8 +223,7 @@ Ref run_variant(const CompiledOp& op, std::size_t at, PyObject* self, PyObject* 
   const VariantDef& def = *v.def;
   const Call c{self, params, args, *op.def, def, &op};
   if (def.form == Form::refusal) return raise_orvex(v.text.get());
-  const int answered = answered_by_edits(c, v);
-  if (answered != 0) return answered < 0 ? nullptr : boolean(true);
+  if (apply_edits(c, v) < 0) return nullptr;
   switch (def.form) {
     case Form::checked: {
       Ref wrapper = wrapper_of(c, v);

@@ -187,24 +187,21 @@ enum class Missing : std::uint8_t {
 // One edit of params before the dispatch, applied in the row's order.
 struct Edit {
   enum class Op : std::uint8_t {
-    put,        // params[key] = text
-    rename,     // params[other] = params.pop(key)
-    copy,       // params[other] = params.get(key)
-    lookup,     // params[other, or key when null] = table[params.get(key)];
-                //     a value the table lacks as `missing` says
-    keep_arg,   // params[key] = the bound argument named other (an unstored one)
-    true_when,  // params.get(key) == other: the variant answers True, nothing
-                //     is dispatched
-    attempt,    // dispatch wrapper `other` first (the variant's route); an
-                //     Exception it raises is logged at error level as
-                //     text + str(error), and the variant goes on
-    fn,         // prep(call)
+    put,       // params[key] = text
+    rename,    // params[other] = params.pop(key)
+    copy,      // params[other] = params.get(key)
+    lookup,    // params[other, or key when null] = table[params.get(key)];
+               //     a value the table lacks as `missing` says
+    keep_arg,  // params[key] = the bound argument named other (an unstored one)
+    attempt,   // dispatch wrapper `other` first (the variant's route); an
+               //     Exception it raises is logged at error level as
+               //     text + str(error), and the variant goes on
+    fn,        // prep(call)
   };
   Op op;
   const char* key = nullptr;
   const char* other = nullptr;  // put: the text; rename/copy/lookup: the new key;
-                                // keep_arg: the parameter;
-                                // true_when: the value; attempt: the wrapper
+                                // keep_arg: the parameter; attempt: the wrapper
   std::vector<Pair> table;
   Prep prep = nullptr;
   const char* text = nullptr;       // lookup: the fallback; attempt: the log head
@@ -213,7 +210,7 @@ struct Edit {
 
 // One step of shaping a query's answer, applied in the row's order to the
 // value at hand (first the parser entry, see VariantDef::from).  A key of
-// at/get/wrap/put may name params values in braces, read as text:
+// at/get/wrap may name params values in braces, read as text:
 // "logical_device_number_{vid}" is "logical_device_number_" + str(params.get("vid")).
 struct Shape {
   enum class Op : std::uint8_t {
@@ -227,18 +224,17 @@ struct Shape {
     post,       // x = formatter.<name>(x)
     method,     // x = x.<name>()   (e.g. "upper")
     wrap,       // x = {key: x}
-    put,        // x[key] = text (braces as in keys); x stays
     map,        // x = table[x] when listed; other values stay
     refuse_on,  // x == name (name null: x empty or None): OrvexException(text)
   };
   Op op;
   const char* name = nullptr;
-  const char* text = nullptr;  // put: the value; refuse_on: the message
+  const char* text = nullptr;  // refuse_on: the message
   std::vector<Pair> table;     // map
 };
 
 // What a variant does when called.  Every form but refusal first applies the
-// row's edits in order (an edit may answer True and end the call there);
+// row's edits in order;
 // checked and action dispatch the wrapper (or the chosen one, see
 // VariantDef::choose) through the row's route with params.
 enum class Form : std::uint8_t {
@@ -287,7 +283,6 @@ struct VariantDef {
   VariantDef lookup(const char* key, std::vector<Pair> table, Missing missing = Missing::keep,
                     const char* into = nullptr, const char* fallback = nullptr) &&;
   VariantDef keep_arg(const char* key, const char* param) &&;
-  VariantDef true_when(const char* key, const char* value) &&;
   VariantDef attempt(const char* wrapper, const char* log_head) &&;
   VariantDef prep(Prep fn) &&;
   template <std::size_t N>
@@ -314,7 +309,6 @@ struct VariantDef {
   VariantDef post(const char* formatter_method) &&;
   VariantDef method(const char* name) &&;
   VariantDef wrap(const char* key) &&;
-  VariantDef put_in(const char* key, const char* text) &&;  // Shape::Op::put
   VariantDef map(std::vector<Pair> table) &&;
   VariantDef refuse_on(const char* text, const char* message) &&;
   VariantDef refuse_on_empty(const char* message) &&;

@@ -73,9 +73,6 @@ VariantDef VariantDef::lookup(const char* key, std::vector<Pair> table, Missing 
 VariantDef VariantDef::keep_arg(const char* key, const char* param) && {
   return with_edit(std::move(*this), Edit{Edit::Op::keep_arg, key, param, {}, nullptr});
 }
-VariantDef VariantDef::true_when(const char* key, const char* value) && {
-  return with_edit(std::move(*this), Edit{Edit::Op::true_when, key, value, {}, nullptr});
-}
 VariantDef VariantDef::attempt(const char* wrapper, const char* log_head) && {
   return with_edit(std::move(*this),
                    Edit{Edit::Op::attempt, nullptr, wrapper, {}, nullptr, log_head});
@@ -155,9 +152,6 @@ VariantDef VariantDef::props() && {
 }
 VariantDef VariantDef::wrap(const char* key) && {
   return with_shape(std::move(*this), Shape::Op::wrap, key);
-}
-VariantDef VariantDef::put_in(const char* key, const char* text) && {
-  return with_shape(std::move(*this), Shape::Op::put, key, text);
 }
 VariantDef VariantDef::map(std::vector<Pair> table) && {
   return with_shape(std::move(*this), Shape::Op::map, nullptr, nullptr, std::move(table));

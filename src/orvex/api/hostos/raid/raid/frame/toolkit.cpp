@@ -6,6 +6,16 @@ namespace raid::kit {
 
 using namespace py;
 
+int put_drive_id(const Call& c, PyObject* record) {
+  Ref adapter = c.p_get("adapter_id");
+  Ref eid = c.p_get("eid");
+  Ref sid = c.p_get("sid");
+  if (record == nullptr || !adapter || !eid || !sid) return -1;
+  Ref id = format("c%S:e%S:s%S", adapter.get(), eid.get(), sid.get());
+  Ref key = str("Drive-ID");
+  return id && key ? PyObject_SetItem(record, key.get(), id.get()) : -1;
+}
+
 int Framed::test(PyObject* text) const {
   std::string_view t;
   if (!text_view(text, t)) {

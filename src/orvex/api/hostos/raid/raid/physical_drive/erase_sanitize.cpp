@@ -39,8 +39,7 @@ Ref erase_arcconf(const Call& c) {
 }
 
 // sorbctl answers "fail" when it knows no erase of the drive: that text is
-// the result.  Else its record gains the drive's id, "c<adapter>:e<eid>:s<sid>"
-// (as str() writes each value, None included), and is formatted.
+// the result.  Else its record gains the drive's id and is formatted.
 constexpr const char* kEraseWords[] = {"query", "failed", "template"};
 
 Ref erase_sorbctl(const Call& c) {
@@ -48,18 +47,7 @@ Ref erase_sorbctl(const Call& c) {
   if (!record) return nullptr;
   const int failed = equal(record.get(), c.word(RAID_WORD(kEraseWords, "failed")));
   if (failed != 0) return failed < 0 ? nullptr : record;
-  Ref adapter = c.p_get("adapter_id");
-  Ref eid = c.p_get("eid");
-  Ref sid = c.p_get("sid");
-  Ref parts[] = {str("c"),  to_str(adapter.get()), str(":e"), to_str(eid.get()),
-                 str(":s"), to_str(sid.get())};
-  for (const Ref& part : parts) {
-    if (!part) return nullptr;
-  }
-  Ref id = concat({parts[0].get(), parts[1].get(), parts[2].get(), parts[3].get(), parts[4].get(),
-                   parts[5].get()});
-  Ref key = str("Drive-ID");
-  if (!id || !key || PyObject_SetItem(record.get(), key.get(), id.get()) < 0) return nullptr;
+  if (put_drive_id(c, record.get()) < 0) return nullptr;
   return c.format_with(record.get(), c.word(RAID_WORD(kEraseWords, "template")));
 }
 
