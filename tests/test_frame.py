@@ -363,8 +363,6 @@ WORDS = {
     "rename": (ON + '.rename("a", "b")', [], ["r.w(a='1', c='2')", "r.w()"],
                [{"c": "2", "b": "1"}, err("KeyError", "'a'")], []),
     "copy": (ON + '.copy("a", "b")', [], ["r.w(a='1')", "r.w()"], [{"a": "1", "b": "1"}, {"b": None}], []),
-    "keep_arg": (ON + '.keep_arg("k", "u")', [], ["r.w('x', a='1')", "r.w()"],
-                 [{"a": "1", "k": "x"}, {"k": "kept"}], []),
     "attempt": (ON + '.attempt("first", "first failed: ").put("k", "v")',
                 ["host.on('first', RuntimeError('busy'), parser('ok'))"], ["r.w(a='1')", "r.w()"],
                 [{"a": "1", "k": "v"}, {"k": "v"}], [sent("first", ("a", "1")), sent("first")],
@@ -385,8 +383,6 @@ WORDS = {
     # where a query starts
     "strict": (Q + ".strict()", ["host.on('wr', {'stdout': 'x'}, parser(None))"], ["r.w()", "r.w()"],
                [err("KeyError", "'parser'"), None], [sent("wr")] * 2),
-    "raw": (Q + ".raw()", ["host.on('wr', parser(1, stdout='x'))"], ["r.w()"],
-            [{"parser": 1, "stdout": "x"}], [sent("wr")]),
     "at": (Q + '.at("k_{a}")', ["host.on('wr', parser({'k_1': 5}))"], ["r.w(a='1')", "r.w(a=2)"],
            [5, err("KeyError", "'k_2'")], [sent("wr", ("a", "1")), sent("wr", ("a", 2))]),
     "get": (Q + '.get("k_{a}")', ["host.on('wr', parser({'k_1': 5}))"], ["r.w(a='1')", "r.w(a='2')"],

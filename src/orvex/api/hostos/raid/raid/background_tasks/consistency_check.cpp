@@ -56,6 +56,15 @@ int period_in_hours(const Call& c) {
   return hours ? c.p_set("delay", hours.get()) : -1;
 }
 
+// The switch is bound but not stored: storcli64 sends it as "cc", sorbctl
+// chooses its command by it under its own name.
+int switch_as_cc(const Call& c) {
+  return c.p_set("cc", c.arg(RAID_ARG(kSwitchParams, "switch_status")));
+}
+int switch_kept(const Call& c) {
+  return c.p_set("switch_status", c.arg(RAID_ARG(kSwitchParams, "switch_status")));
+}
+
 }  // namespace
 
 void add_consistency_check_ops(OpList& ops) {
@@ -76,7 +85,7 @@ void add_consistency_check_ops(OpList& ops) {
           .returns_doc("bool")
           .variants(
               {custom(Tool::storcli64, switch_storcli64, kScheduleWords)
-                   .keep_arg("cc", "switch_status")
+                   .prep(switch_as_cc)
                    .lookup("cc", {{"on", "seq"}})
                    .wrappers({{"schedule", "ctr_set_cc_cfg_storcli64"}})
                    .calls({{"clock", "get_ctl_current_time"}})
@@ -85,7 +94,7 @@ void add_consistency_check_ops(OpList& ops) {
                           {{"on", "start_controller_ccheck_sorbctl"},
                            {"off", "stop_controller_ccheck_sorbctl"}},
                           "请输入正确的switch_status: ", "错误, 应为on或者off.")
-                   .keep_arg("switch_status", "switch_status"),
+                   .prep(switch_kept),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置一致性校验开关 功能")}));
   ops.push_back(
       Op("set_ctl_ccheck_state")

@@ -298,14 +298,6 @@ int compile_variants(CompiledOp& op) {
       }
       if (e.op == Edit::Op::lookup && (e.missing == Missing::fallback) != (e.text != nullptr))
         return declaration_error(name, "a lookup's fallback without Missing::fallback ", e.key), -1;
-      if (e.op == Edit::Op::keep_arg) {
-        ce.arg = def.params.size();
-        for (std::size_t i = 0; i < def.params.size(); ++i) {
-          if (std::strcmp(def.params[i].name, e.other) == 0) ce.arg = i;
-        }
-        if (ce.arg == def.params.size())
-          return declaration_error(name, "keep_arg of an undeclared parameter ", e.other), -1;
-      }
       if (e.text != nullptr) {
         ce.text = intern(e.text);
         ok = ok && ce.text;

@@ -103,9 +103,6 @@ int apply_edits(const Call& c, const CVariant& v) {
         if (PyDict_SetItem(params, target, to) < 0) return -1;
         break;
       }
-      case Edit::Op::keep_arg:
-        if (PyDict_SetItem(params, e.key.get(), c.args[e.arg]) < 0) return -1;
-        break;
       case Edit::Op::attempt: {
         Ref done = dispatch_name(c, e.other.get(), params, c.variant.route);
         if (done) break;
@@ -243,7 +240,6 @@ Ref run_variant(const CompiledOp& op, std::size_t at, PyObject* self, PyObject* 
     case Form::query: {
       Ref answer = dispatch_name(c, v.text.get(), c.params, def.route);
       Ref first = item(answer.get(), 0);
-      if (def.from == VariantDef::From::first) return shape(c, v, std::move(first));
       Ref entry = def.from == VariantDef::From::parser_strict ? index(first.get(), names().parser)
                                                               : get(first.get(), names().parser);
       return shape(c, v, std::move(entry));

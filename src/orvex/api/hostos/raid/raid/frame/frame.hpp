@@ -187,21 +187,20 @@ enum class Missing : std::uint8_t {
 // One edit of params before the dispatch, applied in the row's order.
 struct Edit {
   enum class Op : std::uint8_t {
-    put,       // params[key] = text
-    rename,    // params[other] = params.pop(key)
-    copy,      // params[other] = params.get(key)
-    lookup,    // params[other, or key when null] = table[params.get(key)];
-               //     a value the table lacks as `missing` says
-    keep_arg,  // params[key] = the bound argument named other (an unstored one)
-    attempt,   // dispatch wrapper `other` first (the variant's route); an
-               //     Exception it raises is logged at error level as
-               //     text + str(error), and the variant goes on
-    fn,        // prep(call)
+    put,      // params[key] = text
+    rename,   // params[other] = params.pop(key)
+    copy,     // params[other] = params.get(key)
+    lookup,   // params[other, or key when null] = table[params.get(key)];
+              //     a value the table lacks as `missing` says
+    attempt,  // dispatch wrapper `other` first (the variant's route); an
+              //     Exception it raises is logged at error level as
+              //     text + str(error), and the variant goes on
+    fn,       // prep(call)
   };
   Op op;
   const char* key = nullptr;
   const char* other = nullptr;  // put: the text; rename/copy/lookup: the new key;
-                                // keep_arg: the parameter; attempt: the wrapper
+                                // attempt: the wrapper
   std::vector<Pair> table;
   Prep prep = nullptr;
   const char* text = nullptr;       // lookup: the fallback; attempt: the log head
@@ -254,7 +253,6 @@ struct VariantDef {
   enum class From : std::uint8_t {
     parser,         // answer[0].get("parser")
     parser_strict,  // answer[0]["parser"]
-    first,          // answer[0]
   } from = From::parser;
   std::vector<Edit> edits;
   std::vector<Shape> shapes;
@@ -282,7 +280,6 @@ struct VariantDef {
   // value the table lacks: see Missing (Missing::fallback writes `fallback`).
   VariantDef lookup(const char* key, std::vector<Pair> table, Missing missing = Missing::keep,
                     const char* into = nullptr, const char* fallback = nullptr) &&;
-  VariantDef keep_arg(const char* key, const char* param) &&;
   VariantDef attempt(const char* wrapper, const char* log_head) &&;
   VariantDef prep(Prep fn) &&;
   template <std::size_t N>
@@ -299,7 +296,6 @@ struct VariantDef {
   VariantDef choose(const char* key, std::vector<Pair> wrappers, const char* head,
                     const char* tail) &&;
   VariantDef strict() &&;  // from answer[0]["parser"]
-  VariantDef raw() &&;     // from answer[0]
   VariantDef at(const char* key) &&;
   VariantDef get(const char* key) &&;
   VariantDef first() &&;

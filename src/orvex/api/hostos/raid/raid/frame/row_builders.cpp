@@ -70,9 +70,6 @@ VariantDef VariantDef::lookup(const char* key, std::vector<Pair> table, Missing 
   e.missing = missing;
   return with_edit(std::move(*this), std::move(e));
 }
-VariantDef VariantDef::keep_arg(const char* key, const char* param) && {
-  return with_edit(std::move(*this), Edit{Edit::Op::keep_arg, key, param, {}, nullptr});
-}
 VariantDef VariantDef::attempt(const char* wrapper, const char* log_head) && {
   return with_edit(std::move(*this),
                    Edit{Edit::Op::attempt, nullptr, wrapper, {}, nullptr, log_head});
@@ -120,10 +117,6 @@ VariantDef VariantDef::choose(const char* key, std::vector<Pair> wrappers, const
 }
 VariantDef VariantDef::strict() && {
   from = From::parser_strict;
-  return std::move(*this);
-}
-VariantDef VariantDef::raw() && {
-  from = From::first;
   return std::move(*this);
 }
 VariantDef VariantDef::at(const char* key) && {
