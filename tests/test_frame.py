@@ -335,7 +335,6 @@ def sent(wrapper, *items, route="self"):
 # answers params as edited.
 ON = "custom(Tool::arcconf, echo)"
 Q = 'query(Tool::arcconf, "wr")'
-PROPS = {"Controller Properties": [{"Ctrl_Prop": "A", "Value": "1"}, {"Ctrl_Prop": "B", "Value": "2"}]}
 WORDS = {
     # variant constructors
     "refuse": ('refuse(Tool::arcconf, "no way").put("k", "v")', [], ["r.w(a='1')"],
@@ -391,8 +390,6 @@ WORDS = {
               [7, err("IndexError", "list index out of range")], [sent("wr")] * 2),
     "merge": (Q + ".merge()", ["host.on('wr', parser({'a': {'b': 1}, 'c': [{'d': 2}], 'e': 3}))"], ["r.w()"],
               [{"b": 1, "d": 2, "e": 3}], [sent("wr")]),
-    "props": (Q + ".props()", ["host.on('wr', parser(%r))" % PROPS], ["r.w()"], [{"A": "1", "B": "2"}],
-              [sent("wr")]),
     "format": (Q + '.format("tmpl")',
                ["host.on('wr', parser({'Size': '1 GB'}))",
                 "r.formatter.tmpl = {'contents': {'arcconf': {'size': 'Size', 'name': 'Name'}}}"],

@@ -65,6 +65,15 @@ int switch_kept(const Call& c) {
   return c.p_set("switch_status", c.arg(RAID_ARG(kSwitchParams, "switch_status")));
 }
 
+// storcli64's property table as one dict, formatted.
+constexpr const char* kPropsWords[] = {"query", "template"};
+
+Ref props_storcli64(const Call& c) {
+  Ref parser = c.parsed(c.word(RAID_WORD(kPropsWords, "query")));
+  Ref table = parser ? props_table(parser.get()) : nullptr;
+  return c.format_with(table.get(), c.word(RAID_WORD(kPropsWords, "template")));
+}
+
 }  // namespace
 
 void add_consistency_check_ops(OpList& ops) {
@@ -267,9 +276,9 @@ void add_consistency_check_ops(OpList& ops) {
                "'0'）、CC Excluded VDs（如 'None'）和 raw_data（工具的原始输出；arcconf "
                "为控制器信息部分）。")
           .returns_doc("dict")
-          .variants({query(Tool::storcli64, "ctr_get_cc_storcli64")
-                         .props()
-                         .format("get_controller_ccheck_format"),
+          .variants({custom(Tool::storcli64, props_storcli64, kPropsWords)
+                         .wrappers({{"query", "ctr_get_cc_storcli64"}})
+                         .words({{"template", "get_controller_ccheck_format"}}),
                      query(Tool::sorbctl, "get_controller_ccheck_sorbctl")
                          .format("get_controller_ccheck_format"),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")

@@ -82,6 +82,15 @@ int delay_as_period(const Call& c) {
   return c.p_set("period_time", delay.get());
 }
 
+// storcli64's property table as one dict, formatted.
+constexpr const char* kPropsWords[] = {"query", "template"};
+
+Ref props_storcli64(const Call& c) {
+  Ref parser = c.parsed(c.word(RAID_WORD(kPropsWords, "query")));
+  Ref table = parser ? props_table(parser.get()) : nullptr;
+  return c.format_with(table.get(), c.word(RAID_WORD(kPropsWords, "template")));
+}
+
 }  // namespace
 
 void add_patrol_read_ops(OpList& ops) {
@@ -99,9 +108,9 @@ void add_patrol_read_ops(OpList& ops) {
                "run_status（运行状态，如 'Stopped'）、raw_data（工具的原始输出）。\n"
                "    sorbctl 无任何输出时抛出 OrvexException；arcconf 不支持。")
           .returns(ResultType::dict)
-          .variants({query(Tool::storcli64, "ctr_get_patrolread_storcli64")
-                         .props()
-                         .format("get_ctl_patrolread_status_format"),
+          .variants({custom(Tool::storcli64, props_storcli64, kPropsWords)
+                         .wrappers({{"query", "ctr_get_patrolread_storcli64"}})
+                         .words({{"template", "get_ctl_patrolread_status_format"}}),
                      query(Tool::sorbctl, "get_controller_patrolread_sorbctl")
                          .refuse_on_empty("Command execution failed, nothing returned.")
                          .format("get_ctl_patrolread_status_format"),

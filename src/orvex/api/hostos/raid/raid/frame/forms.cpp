@@ -21,21 +21,6 @@ Ref dispatch_name(const Call& c, PyObject* wrapper, PyObject* p, Route r) {
 
 namespace {
 
-// {row["Ctrl_Prop"]: row["Value"] for row in x["Controller Properties"]}
-Ref props_table(PyObject* parser) {
-  Ref rows = index(parser, "Controller Properties");
-  Ref flat = dict();
-  if (!rows || !flat) return nullptr;
-  Ref prop_key = str("Ctrl_Prop");
-  Ref value_key = str("Value");
-  const int r = each(rows.get(), [&](PyObject* row) {
-    Ref prop = index(row, prop_key.get());
-    Ref value = index(row, value_key.get());
-    return set_item(flat.get(), prop.get(), value.get()) < 0 ? -1 : 0;
-  });
-  return r < 0 ? nullptr : flat;
-}
-
 // 1 with *to = table[value] (borrowed) when the table lists value, 0 when
 // it does not, -1 on error.
 int listed(const std::vector<CPair>& table, PyObject* value, PyObject** to) {
@@ -154,9 +139,6 @@ Ref shape(const Call& c, const CVariant& v, Ref x) {
         x = key ? get(x.get(), key.get()) : nullptr;
         break;
       }
-      case Shape::Op::props:
-        x = props_table(x.get());
-        break;
       case Shape::Op::wrap: {
         Ref key = expand(c, s.key);
         Ref out = dict();

@@ -217,7 +217,6 @@ struct Shape {
     get,        // x = x.get(key)   (None when missing)
     first,      // x = x[0]
     merge,      // x = _merge_output(x)
-    props,      // x = {row["Ctrl_Prop"]: row["Value"] for row in x["Controller Properties"]}
     format,     // x = _format_output(x, tool, template): template = formatter.<name>,
                 //     or the file named after the variant when name is null
     post,       // x = formatter.<name>(x)
@@ -300,7 +299,6 @@ struct VariantDef {
   VariantDef get(const char* key) &&;
   VariantDef first() &&;
   VariantDef merge() &&;
-  VariantDef props() &&;
   VariantDef format(const char* formatter_attr = nullptr) &&;
   VariantDef post(const char* formatter_method) &&;
   VariantDef method(const char* name) &&;

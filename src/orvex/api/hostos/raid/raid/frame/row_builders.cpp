@@ -140,9 +140,6 @@ VariantDef VariantDef::post(const char* formatter_method) && {
 VariantDef VariantDef::method(const char* name) && {
   return with_shape(std::move(*this), Shape::Op::method, name);
 }
-VariantDef VariantDef::props() && {
-  return with_shape(std::move(*this), Shape::Op::props, nullptr);
-}
 VariantDef VariantDef::wrap(const char* key) && {
   return with_shape(std::move(*this), Shape::Op::wrap, key);
 }
