@@ -388,8 +388,6 @@ WORDS = {
             [5, None], [sent("wr", ("a", "1")), sent("wr", ("a", "2"))]),
     "first": (Q + ".first()", ["host.on('wr', parser([7, 8]), parser([]))"], ["r.w()", "r.w()"],
               [7, err("IndexError", "list index out of range")], [sent("wr")] * 2),
-    "merge": (Q + ".merge()", ["host.on('wr', parser({'a': {'b': 1}, 'c': [{'d': 2}], 'e': 3}))"], ["r.w()"],
-              [{"b": 1, "d": 2, "e": 3}], [sent("wr")]),
     "format": (Q + '.format("tmpl")',
                ["host.on('wr', parser({'Size': '1 GB'}))",
                 "r.formatter.tmpl = {'contents': {'arcconf': {'size': 'Size', 'name': 'Name'}}}"],

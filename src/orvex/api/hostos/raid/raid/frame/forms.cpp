@@ -168,9 +168,6 @@ Ref shape(const Call& c, const CVariant& v, Ref x) {
       case Shape::Op::first:
         x = item(x.get(), 0);
         break;
-      case Shape::Op::merge:
-        x = merge_output(x.get(), nullptr, nullptr);
-        break;
       case Shape::Op::format:
         if (!s.name) {
           x = format_output(x.get(), c.tool_name(), nullptr, c.name());

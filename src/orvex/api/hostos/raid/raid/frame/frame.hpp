@@ -216,7 +216,6 @@ struct Shape {
     at,         // x = x[key]       (lookup error when missing)
     get,        // x = x.get(key)   (None when missing)
     first,      // x = x[0]
-    merge,      // x = _merge_output(x)
     format,     // x = _format_output(x, tool, template): template = formatter.<name>,
                 //     or the file named after the variant when name is null
     post,       // x = formatter.<name>(x)
@@ -298,7 +297,6 @@ struct VariantDef {
   VariantDef at(const char* key) &&;
   VariantDef get(const char* key) &&;
   VariantDef first() &&;
-  VariantDef merge() &&;
   VariantDef format(const char* formatter_attr = nullptr) &&;
   VariantDef post(const char* formatter_method) &&;
   VariantDef method(const char* name) &&;

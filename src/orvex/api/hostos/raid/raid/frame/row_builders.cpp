@@ -128,9 +128,6 @@ VariantDef VariantDef::get(const char* key) && {
 VariantDef VariantDef::first() && {
   return with_shape(std::move(*this), Shape::Op::first, nullptr);
 }
-VariantDef VariantDef::merge() && {
-  return with_shape(std::move(*this), Shape::Op::merge, nullptr);
-}
 VariantDef VariantDef::format(const char* formatter_attr) && {
   return with_shape(std::move(*this), Shape::Op::format, formatter_attr);
 }
