@@ -1,4 +1,5 @@
 """The Raid object: construction, tool selection, binding, variant forms."""
+import ast
 import inspect
 import os
 import pathlib
@@ -17,17 +18,6 @@ from orvex.config.enum import HostType
 from orvex.exception.orvex_exception import OrvexException
 from orvex.api.hostos.raid.raid import Raid
 from orvex_sim.recorder import RecordingHost, parser
-
-
-class Spy:
-    """Stands in for parser_exec_cmd_format and records its arguments."""
-
-    def __init__(self):
-        self.seen = []
-
-    def __call__(self, raw, tool):
-        self.seen.append((raw, tool))
-        return ("formatted", tool)
 
 
 # -- the class --------------------------------------------------------------
@@ -60,113 +50,6 @@ def test_methods_bind_and_carry_signatures_and_chinese_docs(rig):
 
 
 # -- the road of one call ---------------------------------------------------
-
-def test_action_sends_named_then_extra_params_in_order(rig):
-    raid, host = rig("arcconf")
-    host.on("ctr_set_ctrl_mode_arcconf", parser("success"))
-    spy = Spy()
-    raid.formatter.parser_exec_cmd_format = spy
-    assert raid.set_ctl_mode(mode="3", adapter_id="0") == ("formatted", "arcconf")
-    (call,) = host.calls
-    assert call.route == "self" and call.wrapper == "ctr_set_ctrl_mode_arcconf"
-    assert list(call.params.items()) == [("mode", "3"), ("adapter_id", "0")]
-    assert spy.seen == [({"parser": "success"}, "arcconf")]
-
-
-@pytest.mark.parametrize("tool, message", [
-    ("storcli64", "LSI卡storcli64工具没有 设置控制卡工作模式 功能"),
-    ("sorbctl", "7460卡sorbctl工具没有 设置控制卡工作模式 功能"),
-])
-def test_refusal_raises_before_any_dispatch(rig, tool, message):
-    raid, host = rig(tool)
-    with pytest.raises(OrvexException) as err:
-        raid.set_ctl_mode("3")
-    assert str(err.value) == message
-    assert host.calls == []
-
-
-@pytest.mark.parametrize("answer, expected", [
-    (parser("Set JBOD success"), True),
-    (parser(["line", "success"]), True),
-    (parser("Failed: device busy"), False),
-    ({"stdout": "no parser entry"}, False),
-])
-def test_checked_action_tests_success_in_parser(rig, answer, expected):
-    raid, host = rig("storcli64")
-    host.on("ctr_set_jbod_cfg_storcli64", answer)
-    assert raid.set_jbod_state("on", force=True) is expected
-    assert list(host.last().params.items()) == [("state", "on"), ("force", True)]
-
-
-def test_checked_action_translates_params_in_place(rig):
-    raid, host = rig("sorbctl")
-    host.on("set_controller_jbod_sorbctl", parser("success"))
-    assert raid.set_jbod_state("on", adapter_id="1") is True
-    assert list(host.last().params.items()) == [("adapter_id", "1"), ("jbod", "rawdrive")]
-    raid.set_jbod_state("off")
-    assert list(host.last().params.items()) == [("jbod", "off")]
-
-
-@pytest.mark.parametrize("state, mode", [("on", "5"), ("off", "3"), ("auto", "auto")])
-def test_arcconf_jbod_switches_mode_waits_and_is_always_true(rig, sleeps, state, mode):
-    raid, host = rig("arcconf")
-    host.on("ctr_set_ctrl_mode_arcconf", parser("failed"))
-    assert raid.set_jbod_state(state) is True
-    assert list(host.last().params.items()) == [("mode", mode)]
-    assert sleeps == [10]
-
-
-# The data forms' branches: answer -> refusal / early answer, params-named
-# keys, edits that answer, log or choose.  (tool, call, answers, result or
-# OrvexException text, dispatched (wrapper, params)).
-DATA_FORMS = [
-    ("sorbctl", lambda r: r.get_kickdrive_status(), {"get_kickdrive_status_sorbctl": parser("fail")},
-     OrvexException("查询kickdrive失败"), [("get_kickdrive_status_sorbctl", {})]),
-    ("sorbctl", lambda r: r.get_slowdrive_status(), {"get_slowdrive_status_sorbctl": parser({})},
-     OrvexException("查询slowdrive失败"), [("get_slowdrive_status_sorbctl", {})]),
-    ("sorbctl", lambda r: r.get_pd_erase(eid="1", sid="2"),
-     {"get_controller_pd_erase_sorbctl": parser("fail")}, "fail",
-     [("get_controller_pd_erase_sorbctl", {"eid": "1", "sid": "2"})]),
-    ("arcconf", lambda r: r.get_virtual_drive_bgi_state(vid=7),
-     {"ctr_get_vd_cfg_arcconf": parser({"logical_device_information": {}})},
-     KeyError("logical_device_number_7"), [("ctr_get_vd_cfg_arcconf", {"vid": 7})]),
-    ("sorbctl", lambda r: r.get_copyback_rate(), {"get_controller_config_sorbctl": parser(
-        {"CopyBack Rate": "low"})}, {"CopyBack Rate": "low"}, [("get_controller_config_sorbctl", {})]),
-    ("storcli64", lambda r: r.set_disk_state(eid="1", sid="2", state="eed"), {}, True, []),
-    ("storcli64", lambda r: r.pd_set_bootdrive(eid="1", sid="2", state="secondary"),
-     {"ctr_set_device_order_by_firmware": RuntimeError("no"),
-      "pd_set_bootdrive_storcli64": parser("success")}, True,
-     [("ctr_set_device_order_by_firmware", {"eid": "1", "sid": "2", "bootdrive": "on", "status": "on"}),
-      ("pd_set_bootdrive_storcli64", {"eid": "1", "sid": "2", "bootdrive": "on", "status": "on"})]),
-    ("sorbctl", lambda r: r.set_patrolread_switch("on", mode="auto"),
-     {"start_controller_patrolread_sorbctl": parser("success")}, True,
-     [("start_controller_patrolread_sorbctl", {"mode": "auto"})]),
-    ("sorbctl", lambda r: r.set_patrolread_switch("auto"), {},
-     OrvexException("7460卡sorbctl工具没有 设置巡读功能开关 功能"), []),
-    ("arcconf", lambda r: r.set_virtual_drive_rdcache("0", "x"),
-     {"set_vd_wcache_arcconf": parser("success")}, True,
-     [("set_vd_wcache_arcconf", {"vid": "0", "rdcache": "x"})]),
-    ("sorbctl", lambda r: r.set_ccheck_switch("off", adapter_id="0"),
-     {"stop_controller_ccheck_sorbctl": parser("success")}, True,
-     [("stop_controller_ccheck_sorbctl", {"adapter_id": "0", "switch_status": "off"})]),
-]
-
-
-@pytest.mark.parametrize("tool, call, answers, expected, sent", DATA_FORMS)
-def test_data_forms(rig, tool, call, answers, expected, sent):
-    raid, host = rig(tool)
-    for wrapper, answer in answers.items():
-        host.on(wrapper, answer)
-    raid.formatter.parser_exec_cmd_format = lambda raw, tool: "success" in raw["parser"]
-    if isinstance(expected, Exception):
-        with pytest.raises(type(expected)) as err:
-            call(raid)
-        assert err.value.args == expected.args
-    else:
-        assert call(raid) == expected
-    assert [(c.wrapper, list(c.params.items())) for c in host.calls] == \
-        [(w, list(p.items())) for w, p in sent]
-
 
 def test_errors_of_the_framework_pass_through_unchanged(rig):
     raid, host = rig("arcconf")
@@ -421,6 +304,107 @@ LOOKUPS = {
     "fallback_into": 'lookup("v", {{"a", "x"}}, Missing::fallback, "w", "z")',
     "keep_into": 'lookup("v", {{"a", "x"}}, Missing::keep, "w")',
 }
+# Bodies that read their row's words, one per kind of word.
+WORD_BODIES = r"""
+constexpr const char* kSay[] = {"m"};
+Ref say(const Call& c) {
+  Ref a = c.p_get("a");
+  Ref b = c.p_get("b");
+  return a && b ? c.word_with(RAID_WORD(kSay, "m"), {a.get(), b.get()}) : nullptr;
+}
+constexpr const char* kSend[] = {"wr"};
+Ref send(const Call& c) { return c.parsed(c.word(RAID_WORD(kSend, "wr"))); }
+constexpr const char* kDeny[] = {"no"};
+Ref deny(const Call& c) { return c.refuse(c.word(RAID_WORD(kDeny, "no"))); }
+constexpr const char* kAsk[] = {"op"};
+Ref ask(const Call& c) { return c.method(c.word(RAID_WORD(kAsk, "op")), c.params); }
+"""
+
+
+def err(kind, text):
+    return ("raise", kind, text)
+
+
+def sent(wrapper, *items, route="self"):
+    return (route, wrapper, list(items))
+
+
+# One synthetic row per word of the row vocabulary, as the variant of an
+# operation `w(u='kept', **kwargs)` on arcconf: (variant, setup lines, calls,
+# their results in order or err(...), the dispatches, the log lines).  `echo`
+# answers params as edited.
+ON = "custom(Tool::arcconf, echo)"
+Q = 'query(Tool::arcconf, "wr")'
+WORDS = {
+    # variant constructors
+    "refuse": ('refuse(Tool::arcconf, "no way").put("k", "v")', [], ["r.w(a='1')"],
+               [err("OrvexException", "no way")], []),
+    "checked": ('checked(Tool::arcconf, "wr")',
+                ["host.on('wr', parser('Set success'), parser(['line', 'success']), parser('failed'), {})"],
+                ["r.w(a='1')", "r.w()", "r.w()", "r.w()"], [True, True, False, False],
+                [sent("wr", ("a", "1"))] + [sent("wr")] * 3),
+    "action": ('action(Tool::arcconf, "wr")',
+               ["host.on('wr', parser('ok'))",
+                "r.formatter.parser_exec_cmd_format = lambda raw, tool: (raw, tool)"],
+               ["r.w(a='1')"], [({"parser": "ok"}, "arcconf")], [sent("wr", ("a", "1"))]),
+    "query": (Q, ["host.on('wr', parser({'x': 1}))"], ["r.w(a='1')"], [{"x": 1}],
+              [sent("wr", ("a", "1"))]),
+    "custom": (ON, [], ["r.w('x', a='1')"], [{"a": "1"}], []),
+    "checked_by": ('checked_by(Tool::arcconf, "mode", {{"on", "wr_on"}, {"off", "wr_off"}}, "mode ", " unknown")',
+                   ["host.on('wr_off', parser('success'))"], ["r.w(mode='off', a='1')", "r.w(mode='x')"],
+                   [True, err("OrvexException", "mode x unknown")],
+                   [sent("wr_off", ("mode", "off"), ("a", "1"))]),
+    "choose_fixed": ('checked_by(Tool::arcconf, "mode", {{"on", "wr_on"}}, "not here", nullptr)', [],
+                     ["r.w(mode='x')"], [err("OrvexException", "not here")], []),
+    "via": ('query(Tool::arcconf, "wr").via(Route::host)', ["host.on('wr', parser(1))"], ["r.w()"], [1],
+            [sent("wr", route="host")]),
+    "put": (ON + '.put("k", "v")', [], ["r.w(a='1', k='0')"], [{"a": "1", "k": "v"}], []),
+    "rename": (ON + '.rename("a", "b")', [], ["r.w(a='1', c='2')", "r.w()"],
+               [{"c": "2", "b": "1"}, err("KeyError", "'a'")], []),
+    "copy": (ON + '.copy("a", "b")', [], ["r.w(a='1')", "r.w()"], [{"a": "1", "b": "1"}, {"b": None}], []),
+    "attempt": (ON + '.attempt("first", "first failed: ").put("k", "v")',
+                ["host.on('first', RuntimeError('busy'), parser('ok'))"], ["r.w(a='1')", "r.w()"],
+                [{"a": "1", "k": "v"}, {"k": "v"}], [sent("first", ("a", "1")), sent("first")],
+                ["first failed: busy"]),
+    "attempt_error": (ON + '.attempt("first", "x")', ["host.on('first', KeyboardInterrupt('stop'))"],
+                      ["r.w()"], [err("KeyboardInterrupt", "stop")], [sent("first")]),
+    "prep": (ON + '.put("k", "v").prep([](const Call& c) { return c.p_set("k", "set"); })', [],
+             ["r.w(a='1')"], [{"a": "1", "k": "set"}], []),
+    "words": ('custom(Tool::arcconf, say, kSay).words({{"m", "from {} to {}"}})', [],
+              ["r.w(a='1', b='2')", "r.w(a=1, b='2')"],
+              ["from 1 to 2", err("TypeError", 'can only concatenate str (not "int") to str')], []),
+    "wrappers": ('custom(Tool::arcconf, send, kSend).wrappers({{"wr", "wr_real"}})',
+                 ["host.on('wr_real', parser(5))"], ["r.w(a='1')"], [5], [sent("wr_real", ("a", "1"))]),
+    "messages": ('custom(Tool::arcconf, deny, kDeny).messages({{"no", "not today"}})', [], ["r.w()"],
+                 [err("OrvexException", "not today")], []),
+    "calls": ('custom(Tool::arcconf, ask, kAsk).calls({{"op", "_merge_output"}})', [],
+              ["r.w(raw_output={'a': {'b': 1}})"], [{"b": 1}], []),
+    # where a query starts
+    "strict": (Q + ".strict()", ["host.on('wr', {'stdout': 'x'}, parser(None))"], ["r.w()", "r.w()"],
+               [err("KeyError", "'parser'"), None], [sent("wr")] * 2),
+    "at": (Q + '.at("k_{a}")', ["host.on('wr', parser({'k_1': 5}))"], ["r.w(a='1')", "r.w(a=2)"],
+           [5, err("KeyError", "'k_2'")], [sent("wr", ("a", "1")), sent("wr", ("a", 2))]),
+    "get": (Q + '.get("k_{a}")', ["host.on('wr', parser({'k_1': 5}))"], ["r.w(a='1')", "r.w(a='2')"],
+            [5, None], [sent("wr", ("a", "1")), sent("wr", ("a", "2"))]),
+    "first": (Q + ".first()", ["host.on('wr', parser([7, 8]), parser([]))"], ["r.w()", "r.w()"],
+              [7, err("IndexError", "list index out of range")], [sent("wr")] * 2),
+    "format": (Q + '.format("tmpl")',
+               ["host.on('wr', parser({'Size': '1 GB'}))",
+                "r.formatter.tmpl = {'contents': {'arcconf': {'size': 'Size', 'name': 'Name'}}}"],
+               ["r.w()"], [{"size": "1 GB", "name": "", "raw_data": {"Size": "1 GB"}}], [sent("wr")]),
+    "post": (Q + '.post("after")', ["host.on('wr', parser(1))", "r.formatter.after = lambda x: ('after', x)"],
+             ["r.w()"], [("after", 1)], [sent("wr")]),
+    "method": (Q + '.method("upper")', ["host.on('wr', parser('on'))"], ["r.w()"], ["ON"], [sent("wr")]),
+    "wrap": (Q + '.wrap("/c{a}")', ["host.on('wr', parser(3))"], ["r.w(a='0')"], [{"/c0": 3}],
+             [sent("wr", ("a", "0"))]),
+    "map": (Q + '.map({{"RAW", "ON"}, {"HIDE", "OFF"}})', ["host.on('wr', parser('HIDE'), parser('Mixed'))"],
+            ["r.w()", "r.w()"], ["OFF", "Mixed"], [sent("wr")] * 2),
+    "refuse_on": (Q + '.refuse_on("fail", "query failed")', ["host.on('wr', parser('fail'), parser('ok'))"],
+                  ["r.w()", "r.w()"], [err("OrvexException", "query failed"), "ok"], [sent("wr")] * 2),
+    "refuse_on_empty": (Q + '.refuse_on_empty("nothing")',
+                        ["host.on('wr', parser({}), parser(None), parser({'a': 1}))"], ["r.w()"] * 3,
+                        [err("OrvexException", "nothing")] * 2 + [{"a": 1}], [sent("wr")] * 3),
+}
 
 
 @pytest.fixture(scope="module")
@@ -435,12 +419,15 @@ def bad_module(tmp_path_factory):
     (tmp / "rows.cpp").write_text(
         '#include <cstdlib>\n#include <cstring>\n#include <string>\n#include "frame.hpp"\nnamespace raid {\n'
         'constexpr const char* kWords[] = {"gone"};\n'
-        + PROBE_BODY
+        + PROBE_BODY + WORD_BODIES
         + "".join("void %s(OpList&) {}\n" % a for a in adders
                   if a not in ("add_frame_ops", "add_normalise_ops", "add_controller_discovery_ops"))
         + "void add_controller_discovery_ops(OpList& ops) {\n"
           '  const char* which = std::getenv("RAID_BAD_ROW");\n  if (which == nullptr) return;\n'
-        + rows + "".join('  if (std::strcmp(which, "%s") == 0) ops.push_back(Op("look")'
+        + rows + "".join('  if (std::strcmp(which, "word:%s") == 0) ops.push_back(Op("w")'
+                         '.params({arg("u").or_("\'kept\'").unstored(), kwargs()}).variants({%s}));\n'
+                         % (key, case[0]) for key, case in WORDS.items())
+        + "".join('  if (std::strcmp(which, "%s") == 0) ops.push_back(Op("look")'
                          '.params({arg("v")}).variants({custom(Tool::arcconf, echo).%s}));\n'
                          % (key, edit) for key, edit in LOOKUPS.items())
         + '  if (std::strcmp(which, "probe") == 0)'
@@ -472,7 +459,8 @@ def run_row(bad_module, row, lines, **env):
             "from orvex_sim.recorder import RecordingHost\n"
             "spec = u.spec_from_file_location('orvex.api.hostos.raid.raid', sys.argv[1])\n"
             "m = u.module_from_spec(spec)\nspec.loader.exec_module(m)\n"
-            "with orvex_sim.use(RecordingHost('arcconf')):\n"
+            "from orvex_sim.recorder import parser\nhost = RecordingHost('arcconf')\n"
+            "with orvex_sim.use(host):\n"
             + "".join("    %s\n" % line for line in lines))
     env = dict(os.environ, RAID_BAD_ROW=row, **env,
                PYTHONPATH=str(pathlib.Path(orvex_sim.__file__).parents[1]))
@@ -502,3 +490,24 @@ def test_lookup_policy_for_a_value_the_table_lacks(bad_module, policy, listed, u
                                             "    try: print(m.Raid().look(v))",
                                             "    except KeyError as e: print(repr(e))"])
     assert out == [listed, unlisted], err
+
+
+@pytest.mark.parametrize("word", list(WORDS))
+def test_row_word_on_a_synthetic_row(bad_module, word):
+    _, setup, calls, results, dispatched, *logged = WORDS[word]
+    out, err = run_row(bad_module, "word:" + word, [
+        "import logging, types",
+        "r, logged = m.Raid(), []",
+        "r.logger = types.SimpleNamespace(error=logged.append, info=logged.append)",
+        *setup,
+        *("try: print(repr(('ok', %s)))\n"
+          "    except BaseException as e: print(repr(('raise', type(e).__name__, str(e))))" % call
+          for call in calls),
+        "print(repr([(c.route, c.wrapper, None if c.params is None else list(c.params.items())) for c in host.calls]))",
+        "print(repr(logged))"])
+    assert len(out) == len(calls) + 2, err
+    seen = [ast.literal_eval(line) for line in out]
+    assert seen[:-2] == [r if isinstance(r, tuple) and r[:1] == ("raise",) else ("ok", r)
+                         for r in results]
+    assert seen[-2] == dispatched
+    assert seen[-1] == (logged[0] if logged else [])

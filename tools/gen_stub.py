@@ -160,7 +160,6 @@ FORMS = {
     "action": "action",
     "query": "query",
     "custom": "computed",
-    "same_as": "answer of another operation",
     "refusal": "refusal",
 }
 

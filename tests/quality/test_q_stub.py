@@ -157,8 +157,6 @@ def test_mypy_rejects_a_keyword_the_operation_does_not_take(mypy_errors, index):
                                                       "pd_set_bootdrive_storcli64"), (), "self", (), ())),
     ("get_supercap_self_learn_info", 1, ("sorbctl", "query", ("get_supercap_self_learn_sorbctl",),
                                          ("查询超级电容自学习信息失败，请检查回显报错信息",), "self", (), ())),
-    ("get_all_virtual_drive_info", 1, ("arcconf", "same_as", (), (), "self",
-                                       ("_get_virtual_drive_list",), ())),
     ("get_one_physical_drive_info", 1, (
         "arcconf", "custom", (), ("Physical drive not found. eid: [{}], sid: [{}]",), "self",
         ("get_all_physical_drive_info",), (("adapter_id", "ignores", "总是在第一个控制器的硬盘中查找"),))),

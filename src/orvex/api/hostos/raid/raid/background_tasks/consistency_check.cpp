@@ -56,6 +56,24 @@ int period_in_hours(const Call& c) {
   return hours ? c.p_set("delay", hours.get()) : -1;
 }
 
+// The switch is bound but not stored: storcli64 sends it as "cc", sorbctl
+// chooses its command by it under its own name.
+int switch_as_cc(const Call& c) {
+  return c.p_set("cc", c.arg(RAID_ARG(kSwitchParams, "switch_status")));
+}
+int switch_kept(const Call& c) {
+  return c.p_set("switch_status", c.arg(RAID_ARG(kSwitchParams, "switch_status")));
+}
+
+// storcli64's property table as one dict, formatted.
+constexpr const char* kPropsWords[] = {"query", "template"};
+
+Ref props_storcli64(const Call& c) {
+  Ref parser = c.parsed(c.word(RAID_WORD(kPropsWords, "query")));
+  Ref table = parser ? props_table(parser.get()) : nullptr;
+  return c.format_with(table.get(), c.word(RAID_WORD(kPropsWords, "template")));
+}
+
 }  // namespace
 
 void add_consistency_check_ops(OpList& ops) {
@@ -76,7 +94,7 @@ void add_consistency_check_ops(OpList& ops) {
           .returns_doc("bool")
           .variants(
               {custom(Tool::storcli64, switch_storcli64, kScheduleWords)
-                   .keep_arg("cc", "switch_status")
+                   .prep(switch_as_cc)
                    .lookup("cc", {{"on", "seq"}})
                    .wrappers({{"schedule", "ctr_set_cc_cfg_storcli64"}})
                    .calls({{"clock", "get_ctl_current_time"}})
@@ -85,7 +103,7 @@ void add_consistency_check_ops(OpList& ops) {
                           {{"on", "start_controller_ccheck_sorbctl"},
                            {"off", "stop_controller_ccheck_sorbctl"}},
                           "请输入正确的switch_status: ", "错误, 应为on或者off.")
-                   .keep_arg("switch_status", "switch_status"),
+                   .prep(switch_kept),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置一致性校验开关 功能")}));
   ops.push_back(
       Op("set_ctl_ccheck_state")
@@ -258,9 +276,9 @@ void add_consistency_check_ops(OpList& ops) {
                "'0'）、CC Excluded VDs（如 'None'）和 raw_data（工具的原始输出；arcconf "
                "为控制器信息部分）。")
           .returns_doc("dict")
-          .variants({query(Tool::storcli64, "ctr_get_cc_storcli64")
-                         .props()
-                         .format("get_controller_ccheck_format"),
+          .variants({custom(Tool::storcli64, props_storcli64, kPropsWords)
+                         .wrappers({{"query", "ctr_get_cc_storcli64"}})
+                         .words({{"template", "get_controller_ccheck_format"}}),
                      query(Tool::sorbctl, "get_controller_ccheck_sorbctl")
                          .format("get_controller_ccheck_format"),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")

@@ -30,6 +30,22 @@ Ref pd_oper_sorbctl(const Call& c) {
   return c.refuse(message.get());
 }
 
+// The switch leaves params and picks the command: start for "on", stop for
+// "off"; any other value refuses.
+constexpr const char* kSwitchWords[] = {"on", "off", "other"};
+
+Ref switch_sorbctl(const Call& c) {
+  Ref state = c.p_pop("switch_status");
+  if (!state) return nullptr;
+  const char* const choices[] = {RAID_WORD(kSwitchWords, "on"), RAID_WORD(kSwitchWords, "off")};
+  for (const char* choice : choices) {
+    const int hit = equal(state.get(), choice);
+    if (hit < 0) return nullptr;
+    if (hit == 1) return c.checked(c.word(choice));
+  }
+  return c.refuse(c.word(RAID_WORD(kSwitchWords, "other")));
+}
+
 // The query, and the template of one drive's entry.
 constexpr const char* kStatusWords[] = {"query", "template"};
 
@@ -66,6 +82,15 @@ int delay_as_period(const Call& c) {
   return c.p_set("period_time", delay.get());
 }
 
+// storcli64's property table as one dict, formatted.
+constexpr const char* kPropsWords[] = {"query", "template"};
+
+Ref props_storcli64(const Call& c) {
+  Ref parser = c.parsed(c.word(RAID_WORD(kPropsWords, "query")));
+  Ref table = parser ? props_table(parser.get()) : nullptr;
+  return c.format_with(table.get(), c.word(RAID_WORD(kPropsWords, "template")));
+}
+
 }  // namespace
 
 void add_patrol_read_ops(OpList& ops) {
@@ -83,9 +108,9 @@ void add_patrol_read_ops(OpList& ops) {
                "run_status（运行状态，如 'Stopped'）、raw_data（工具的原始输出）。\n"
                "    sorbctl 无任何输出时抛出 OrvexException；arcconf 不支持。")
           .returns(ResultType::dict)
-          .variants({query(Tool::storcli64, "ctr_get_patrolread_storcli64")
-                         .props()
-                         .format("get_ctl_patrolread_status_format"),
+          .variants({custom(Tool::storcli64, props_storcli64, kPropsWords)
+                         .wrappers({{"query", "ctr_get_patrolread_storcli64"}})
+                         .words({{"template", "get_ctl_patrolread_status_format"}}),
                      query(Tool::sorbctl, "get_controller_patrolread_sorbctl")
                          .refuse_on_empty("Command execution failed, nothing returned.")
                          .format("get_ctl_patrolread_status_format"),
@@ -226,11 +251,10 @@ void add_patrol_read_ops(OpList& ops) {
           .variants({checked(Tool::storcli64, "ctr_set_pr_switch_storcli64"),
                      // sorbctl has no switch of its own: start and stop stand for on
                      // and off, and switch_status is not passed on
-                     checked_by(Tool::sorbctl, "switch_status",
-                                {{"on", "start_controller_patrolread_sorbctl"},
-                                 {"off", "stop_controller_patrolread_sorbctl"}},
-                                "7460卡sorbctl工具没有 设置巡读功能开关 功能", nullptr)
-                         .pop_choice(),
+                     custom(Tool::sorbctl, switch_sorbctl, kSwitchWords)
+                         .wrappers({{"on", "start_controller_patrolread_sorbctl"},
+                                    {"off", "stop_controller_patrolread_sorbctl"}})
+                         .messages({{"other", "7460卡sorbctl工具没有 设置巡读功能开关 功能"}}),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能开关 功能")}));
 }
 

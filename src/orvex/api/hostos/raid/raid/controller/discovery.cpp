@@ -25,6 +25,25 @@ Ref driver_info_sorbctl(const Call& c) {
   return dict({{"DriverName", modname.get()}, {"DriverVersion", version.get()}});
 }
 
+// storcli64 reports the controller in sections: flattened by the formatter's
+// layer map, then formatted and shaped as the other tools' records.
+constexpr const char* kStatusWords[] = {"query", "layers", "shape"};
+
+Ref status_storcli64(const Call& c) {
+  Ref parser = c.parsed(c.word(RAID_WORD(kStatusWords, "query")));
+  if (!parser) return nullptr;
+  Ref layers = c.formatter_call(c.word(RAID_WORD(kStatusWords, "layers")), {});
+  Ref flat = layers ? merge_output(parser.get(), nullptr, layers.get()) : nullptr;
+  Ref formatted = c.format(flat.get());
+  if (!formatted) return nullptr;
+  return c.formatter_call(c.word(RAID_WORD(kStatusWords, "shape")), {formatted.get()});
+}
+
+// The wrapper's whole answer, as it stands.
+constexpr const char* kWholeWords[] = {"query"};
+
+Ref whole_answer(const Call& c) { return c.dispatch(c.word(RAID_WORD(kWholeWords, "query"))); }
+
 }  // namespace
 
 void add_controller_discovery_ops(OpList& ops) {
@@ -65,7 +84,8 @@ void add_controller_discovery_ops(OpList& ops) {
           .variant_name("get_raid_config_info")
           .variants({query(Tool::sorbctl, "get_controller_config_sorbctl").strict().reads("adp_id"),
                      // storcli64 hands back the whole answer
-                     query(Tool::storcli64, "storcli64_get_lsi_raid_detail_config").whole(),
+                     custom(Tool::storcli64, whole_answer, kWholeWords)
+                         .wrappers({{"query", "storcli64_get_lsi_raid_detail_config"}}),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf").strict().reads("adp_id")}));
   ops.push_back(
       Op("get_controller_status_raid")
@@ -84,11 +104,11 @@ void add_controller_discovery_ops(OpList& ops) {
                          .format()
                          .post("get_controller_status_raid_format"),
                      // storcli64 flattens its sections by the formatter's layer map first
-                     query(Tool::storcli64, "ctr_get_all_cfg_storcli64")
-                         .reads("adp_id")
-                         .merge_layers("storcli64_get_controller_status_raid_treatments")
-                         .format()
-                         .post("get_controller_status_raid_format"),
+                     custom(Tool::storcli64, status_storcli64, kStatusWords)
+                         .wrappers({{"query", "ctr_get_all_cfg_storcli64"}})
+                         .words({{"layers", "storcli64_get_controller_status_raid_treatments"},
+                                 {"shape", "get_controller_status_raid_format"}})
+                         .reads("adp_id"),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
                          .via(Route::host)
                          .reads("adp_id")

@@ -258,18 +258,26 @@ Ref passthru_params(PyObject* const* args, PyObject* extra) {
   return p;
 }
 
+// The tool's output as the command wrapper read it: answer[0].get("stdout").
+constexpr const char* kStdoutWords[] = {"query"};
+
+Ref stdout_of(const Call& c) {
+  Ref first = c.raw(c.word(RAID_WORD(kStdoutWords, "query")));
+  return get(first.get(), "stdout");
+}
+
 }  // namespace
 
 void add_firmware_logs_ops(OpList& ops) {
-  ops.push_back(
-      Op("export_fw_logs")
-          .params(kKeywordsOnly)
-          .extras({kAdapterId})
-          .doc("导出控制器固件日志（仅 storcli64）。\n\n"
-               "参数:\n"
-               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-               "返回:\n    工具输出的日志（命令结果的 stdout 部分，逐行）。")
-          .variants({query(Tool::storcli64, "ctr_get_log_storcli64").raw().get("stdout")}));
+  ops.push_back(Op("export_fw_logs")
+                    .params(kKeywordsOnly)
+                    .extras({kAdapterId})
+                    .doc("导出控制器固件日志（仅 storcli64）。\n\n"
+                         "参数:\n"
+                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                         "返回:\n    工具输出的日志（命令结果的 stdout 部分，逐行）。")
+                    .variants({custom(Tool::storcli64, stdout_of, kStdoutWords)
+                                   .wrappers({{"query", "ctr_get_log_storcli64"}})}));
   ops.push_back(
       Op("get_controller_detail_log")
           .params(kKeywordsOnly)
@@ -283,7 +291,8 @@ void add_firmware_logs_ops(OpList& ops) {
                "返回:\n    list: 日志行；sorbctl 为 flash 日志行在前、ram 日志行在后。\n\n"
                "异常:\n    OrvexException: 工具未导出日志文件时抛出 \"导出日志文件失败\"。")
           .returns_doc("list")
-          .variants({query(Tool::storcli64, "ctr_get_alilog_storcli64").raw().get("stdout"),
+          .variants({custom(Tool::storcli64, stdout_of, kStdoutWords)
+                         .wrappers({{"query", "ctr_get_alilog_storcli64"}}),
                      custom(Tool::sorbctl, detail_log_sorbctl, kLogWords)
                          .wrappers({{"export", "get_controller_log_sorbctl"}, {"read", "cat"}})
                          .messages({{"failed", "导出日志文件失败"}}),

@@ -51,6 +51,14 @@ int ehsp_switch_storcli64(const Call& c) {
   return set_item(c.params, c.arg(RAID_ARG(kEhspSwitchParams, "option")), sw.get());
 }
 
+// storcli64 reports JBOD as a property among sections: the answer
+// flattened, its "Value".
+Ref jbod_storcli64(const Call& c) {
+  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")));
+  Ref flat = parser ? merge_output(parser.get(), nullptr, nullptr) : nullptr;
+  return index(flat.get(), "Value");
+}
+
 }  // namespace
 
 void add_controller_settings_ops(OpList& ops) {
@@ -94,7 +102,8 @@ void add_controller_settings_ops(OpList& ops) {
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    str: 直通状态，如 \"ON\" 或 \"OFF\"；arcconf 的其他工作模式原样返回。")
           .returns_doc("str")
-          .variants({query(Tool::storcli64, "ctr_get_jbod_storcli64").merge().at("Value"),
+          .variants({custom(Tool::storcli64, jbod_storcli64, kQueryWords)
+                         .wrappers({{"query", "ctr_get_jbod_storcli64"}}),
                      // as "ON"/"OFF" where the tools' words allow
                      query(Tool::sorbctl, "get_controller_jbod_sorbctl")
                          .at("Jbod")

@@ -257,7 +257,6 @@ int compile_variants(CompiledOp& op) {
       case Form::query:
       case Form::checked:
       case Form::action:
-      case Form::same_as:
         if (v.text == nullptr && !(chosen && (v.form == Form::checked || v.form == Form::action))) {
           declaration_error(name, "a variant without its wrapper or message", nullptr);
           return -1;
@@ -299,14 +298,6 @@ int compile_variants(CompiledOp& op) {
       }
       if (e.op == Edit::Op::lookup && (e.missing == Missing::fallback) != (e.text != nullptr))
         return declaration_error(name, "a lookup's fallback without Missing::fallback ", e.key), -1;
-      if (e.op == Edit::Op::keep_arg) {
-        ce.arg = def.params.size();
-        for (std::size_t i = 0; i < def.params.size(); ++i) {
-          if (std::strcmp(def.params[i].name, e.other) == 0) ce.arg = i;
-        }
-        if (ce.arg == def.params.size())
-          return declaration_error(name, "keep_arg of an undeclared parameter ", e.other), -1;
-      }
       if (e.text != nullptr) {
         ce.text = intern(e.text);
         ok = ok && ce.text;
@@ -321,12 +312,9 @@ int compile_variants(CompiledOp& op) {
     for (const Shape& s : v.shapes) {
       CShape cs;
       cs.op = s.op;
-      const bool keyed = s.op == Shape::Op::at || s.op == Shape::Op::get ||
-                         s.op == Shape::Op::wrap || s.op == Shape::Op::put;
-      const bool needs_name = keyed || s.op == Shape::Op::post || s.op == Shape::Op::method ||
-                              s.op == Shape::Op::merge_layers ||
-                              s.op == Shape::Op::merge_layers_of || s.op == Shape::Op::stop_on;
-      const bool needs_text = s.op == Shape::Op::put || s.op == Shape::Op::refuse_on;
+      const bool keyed = s.op == Shape::Op::at || s.op == Shape::Op::get || s.op == Shape::Op::wrap;
+      const bool needs_name = keyed || s.op == Shape::Op::post || s.op == Shape::Op::method;
+      const bool needs_text = s.op == Shape::Op::refuse_on;
       if ((needs_name && s.name == nullptr) || (needs_text && s.text == nullptr))
         return declaration_error(name, "a shape step without its name or text", nullptr), -1;
       bool closed = true;
@@ -336,14 +324,12 @@ int compile_variants(CompiledOp& op) {
         cs.name = intern(s.name);
         ok = ok && cs.name;
       }
-      if (s.op == Shape::Op::put) {
-        closed = closed && compile_text(s.text, &cs.text, &ok);
-      } else if (s.text != nullptr) {
-        cs.text.plain = intern(s.text);
-        ok = ok && cs.text.plain;
+      if (s.text != nullptr) {
+        cs.text = intern(s.text);
+        ok = ok && cs.text;
       }
       if (!closed) return declaration_error(name, "an unclosed brace in ", s.name), -1;
-      if ((!cs.key.pieces.empty() || !cs.text.pieces.empty()) && !op.builds_params)
+      if (!cs.key.pieces.empty() && !op.builds_params)
         return declaration_error(name, "params values named in an operation without", nullptr), -1;
       cs.table = compile_pairs(s.table, &ok);
       c.shapes.push_back(std::move(cs));

@@ -35,7 +35,6 @@ struct CEdit {
   std::vector<CPair> table;
   Prep prep;
   Missing missing;
-  std::size_t arg = 0;  // keep_arg: the parameter's position
 };
 
 // A text that may name params values in braces: literal pieces and params
@@ -52,8 +51,8 @@ struct CText {
 struct CShape {
   Shape::Op op;
   Ref name;
-  CText key;  // at/get/wrap/put
-  CText text;
+  CText key;  // at/get/wrap
+  Ref text;   // refuse_on: the message
   std::vector<CPair> table;
 };
 

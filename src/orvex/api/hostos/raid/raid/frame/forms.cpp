@@ -21,21 +21,6 @@ Ref dispatch_name(const Call& c, PyObject* wrapper, PyObject* p, Route r) {
 
 namespace {
 
-// {row["Ctrl_Prop"]: row["Value"] for row in x["Controller Properties"]}
-Ref props_table(PyObject* parser) {
-  Ref rows = index(parser, "Controller Properties");
-  Ref flat = dict();
-  if (!rows || !flat) return nullptr;
-  Ref prop_key = str("Ctrl_Prop");
-  Ref value_key = str("Value");
-  const int r = each(rows.get(), [&](PyObject* row) {
-    Ref prop = index(row, prop_key.get());
-    Ref value = index(row, value_key.get());
-    return set_item(flat.get(), prop.get(), value.get()) < 0 ? -1 : 0;
-  });
-  return r < 0 ? nullptr : flat;
-}
-
 // 1 with *to = table[value] (borrowed) when the table lists value, 0 when
 // it does not, -1 on error.
 int listed(const std::vector<CPair>& table, PyObject* value, PyObject** to) {
@@ -66,9 +51,8 @@ Ref expand(const Call& c, const CText& t) {
   return out;
 }
 
-// Applies the edits: 1 when one of them answered the call (True, nothing
-// dispatched), 0 to go on, -1 on error.
-int answered_by_edits(const Call& c, const CVariant& v) {
+// Applies the edits: 0, or -1 on error.
+int apply_edits(const Call& c, const CVariant& v) {
   for (const CEdit& e : v.edits) {
     PyObject* params = c.params;
     switch (e.op) {
@@ -104,21 +88,6 @@ int answered_by_edits(const Call& c, const CVariant& v) {
         if (PyDict_SetItem(params, target, to) < 0) return -1;
         break;
       }
-      case Edit::Op::apply: {
-        Ref value = get(params, e.key.get());
-        Ref done = call_method(value.get(), e.other.get());
-        if (!done || PyDict_SetItem(params, e.key.get(), done.get()) < 0) return -1;
-        break;
-      }
-      case Edit::Op::keep_arg:
-        if (PyDict_SetItem(params, e.key.get(), c.args[e.arg]) < 0) return -1;
-        break;
-      case Edit::Op::true_when: {
-        Ref value = get(params, e.key.get());
-        const int hit = equal(value.get(), e.other.get());
-        if (hit != 0) return hit;
-        break;
-      }
       case Edit::Op::attempt: {
         Ref done = dispatch_name(c, e.other.get(), params, c.variant.route);
         if (done) break;
@@ -149,18 +118,11 @@ Ref wrapper_of(const Call& c, const CVariant& v) {
     const int eq = equal(value.get(), p.from.get());
     if (eq < 0) return nullptr;
     if (eq == 0) continue;
-    if (v.def->choose_pops && PyDict_DelItem(c.params, v.choose_key.get()) < 0) return nullptr;
     return p.to;
   }
   if (!v.tail) return raise_orvex(v.head.get());
   Ref message = concat({v.head.get(), value.get(), v.tail.get()});
   return raise_orvex(message.get());
-}
-
-// x = _merge_output(x, None, layers)
-Ref merge_by(PyObject* x, const Ref& layers) {
-  if (!layers) return nullptr;
-  return merge_output(x, nullptr, layers.get());
 }
 
 Ref shape(const Call& c, const CVariant& v, Ref x) {
@@ -177,30 +139,11 @@ Ref shape(const Call& c, const CVariant& v, Ref x) {
         x = key ? get(x.get(), key.get()) : nullptr;
         break;
       }
-      case Shape::Op::merge_layers:
-      case Shape::Op::merge_layers_of: {
-        Ref f = c.formatter();
-        if (!f) return nullptr;
-        Ref layers = s.op == Shape::Op::merge_layers
-                         ? call_method(f.get(), s.name.get())
-                         : call_method(f.get(), s.name.get(), {x.get()});
-        x = merge_by(x.get(), layers);
-        break;
-      }
-      case Shape::Op::props:
-        x = props_table(x.get());
-        break;
       case Shape::Op::wrap: {
         Ref key = expand(c, s.key);
         Ref out = dict();
         if (!key || !out || PyDict_SetItem(out.get(), key.get(), x.get()) < 0) return nullptr;
         x = std::move(out);
-        break;
-      }
-      case Shape::Op::put: {
-        Ref key = expand(c, s.key);
-        Ref text = expand(c, s.text);
-        if (!key || !text || PyObject_SetItem(x.get(), key.get(), text.get()) < 0) return nullptr;
         break;
       }
       case Shape::Op::map: {
@@ -210,16 +153,7 @@ Ref shape(const Call& c, const CVariant& v, Ref x) {
         if (found == 1) x = Ref::borrow(to);
         break;
       }
-      case Shape::Op::values: {
-        const int any = x.get() == Py_None ? 0 : truthy(x.get());
-        if (any < 0) return nullptr;
-        Ref listed_values = any == 1 ? call_method(x.get(), "values") : nullptr;
-        x = any == 1 ? (listed_values ? Ref::steal(PySequence_List(listed_values.get())) : nullptr)
-                     : list();
-        break;
-      }
-      case Shape::Op::refuse_on:
-      case Shape::Op::stop_on: {
+      case Shape::Op::refuse_on: {
         int hit = 0;
         if (s.name) {
           hit = equal(x.get(), s.name.get());
@@ -229,14 +163,10 @@ Ref shape(const Call& c, const CVariant& v, Ref x) {
         }
         if (hit < 0) return nullptr;
         if (hit == 0) break;
-        if (s.op == Shape::Op::stop_on) return x;
-        return raise_orvex(s.text.plain.get());
+        return raise_orvex(s.text.get());
       }
       case Shape::Op::first:
         x = item(x.get(), 0);
-        break;
-      case Shape::Op::merge:
-        x = merge_output(x.get(), nullptr, nullptr);
         break;
       case Shape::Op::format:
         if (!s.name) {
@@ -269,8 +199,7 @@ Ref run_variant(const CompiledOp& op, std::size_t at, PyObject* self, PyObject* 
   const VariantDef& def = *v.def;
   const Call c{self, params, args, *op.def, def, &op};
   if (def.form == Form::refusal) return raise_orvex(v.text.get());
-  const int answered = answered_by_edits(c, v);
-  if (answered != 0) return answered < 0 ? nullptr : boolean(true);
+  if (apply_edits(c, v) < 0) return nullptr;
   switch (def.form) {
     case Form::checked: {
       Ref wrapper = wrapper_of(c, v);
@@ -289,19 +218,13 @@ Ref run_variant(const CompiledOp& op, std::size_t at, PyObject* self, PyObject* 
     }
     case Form::query: {
       Ref answer = dispatch_name(c, v.text.get(), c.params, def.route);
-      if (def.from == VariantDef::From::answer) return shape(c, v, std::move(answer));
       Ref first = item(answer.get(), 0);
-      if (def.from == VariantDef::From::first) return shape(c, v, std::move(first));
       Ref entry = def.from == VariantDef::From::parser_strict ? index(first.get(), names().parser)
                                                               : get(first.get(), names().parser);
       return shape(c, v, std::move(entry));
     }
     case Form::custom:
       return def.body(c);
-    case Form::same_as: {
-      Ref m = getattr(c.self, v.text.get());
-      return call(m.get(), {}, c.params);
-    }
     case Form::refusal:
       break;
   }

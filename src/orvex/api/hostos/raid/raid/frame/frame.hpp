@@ -187,25 +187,20 @@ enum class Missing : std::uint8_t {
 // One edit of params before the dispatch, applied in the row's order.
 struct Edit {
   enum class Op : std::uint8_t {
-    put,        // params[key] = text
-    rename,     // params[other] = params.pop(key)
-    copy,       // params[other] = params.get(key)
-    lookup,     // params[other, or key when null] = table[params.get(key)];
-                //     a value the table lacks as `missing` says
-    apply,      // params[key] = params.get(key).<other>()   (e.g. "upper")
-    keep_arg,   // params[key] = the bound argument named other (an unstored one)
-    true_when,  // params.get(key) == other: the variant answers True, nothing
-                //     is dispatched
-    attempt,    // dispatch wrapper `other` first (the variant's route); an
-                //     Exception it raises is logged at error level as
-                //     text + str(error), and the variant goes on
-    fn,         // prep(call)
+    put,      // params[key] = text
+    rename,   // params[other] = params.pop(key)
+    copy,     // params[other] = params.get(key)
+    lookup,   // params[other, or key when null] = table[params.get(key)];
+              //     a value the table lacks as `missing` says
+    attempt,  // dispatch wrapper `other` first (the variant's route); an
+              //     Exception it raises is logged at error level as
+              //     text + str(error), and the variant goes on
+    fn,       // prep(call)
   };
   Op op;
   const char* key = nullptr;
   const char* other = nullptr;  // put: the text; rename/copy/lookup: the new key;
-                                // apply: the method; keep_arg: the parameter;
-                                // true_when: the value; attempt: the wrapper
+                                // attempt: the wrapper
   std::vector<Pair> table;
   Prep prep = nullptr;
   const char* text = nullptr;       // lookup: the fallback; attempt: the log head
@@ -214,36 +209,29 @@ struct Edit {
 
 // One step of shaping a query's answer, applied in the row's order to the
 // value at hand (first the parser entry, see VariantDef::from).  A key of
-// at/get/wrap/put may name params values in braces, read as text:
+// at/get/wrap may name params values in braces, read as text:
 // "logical_device_number_{vid}" is "logical_device_number_" + str(params.get("vid")).
 struct Shape {
   enum class Op : std::uint8_t {
-    at,               // x = x[key]       (lookup error when missing)
-    get,              // x = x.get(key)   (None when missing)
-    first,            // x = x[0]
-    merge,            // x = _merge_output(x)
-    merge_layers,     // x = _merge_output(x, None, formatter.<name>())
-    merge_layers_of,  // x = _merge_output(x, None, formatter.<name>(x))
-    props,            // x = {row["Ctrl_Prop"]: row["Value"] for row in x["Controller Properties"]}
-    format,           // x = _format_output(x, tool, template): template = formatter.<name>,
-                      //     or the file named after the variant when name is null
-    post,             // x = formatter.<name>(x)
-    method,           // x = x.<name>()   (e.g. "upper")
-    wrap,             // x = {key: x}
-    put,              // x[key] = text (braces as in keys); x stays
-    map,              // x = table[x] when listed; other values stay
-    values,           // x = list(x.values()); [] when x is None or empty
-    refuse_on,        // x == name (name null: x empty or None): OrvexException(text)
-    stop_on,          // x == name: x is the answer as it stands, later steps skipped
+    at,         // x = x[key]       (lookup error when missing)
+    get,        // x = x.get(key)   (None when missing)
+    first,      // x = x[0]
+    format,     // x = _format_output(x, tool, template): template = formatter.<name>,
+                //     or the file named after the variant when name is null
+    post,       // x = formatter.<name>(x)
+    method,     // x = x.<name>()   (e.g. "upper")
+    wrap,       // x = {key: x}
+    map,        // x = table[x] when listed; other values stay
+    refuse_on,  // x == name (name null: x empty or None): OrvexException(text)
   };
   Op op;
   const char* name = nullptr;
-  const char* text = nullptr;  // put: the value; refuse_on: the message
+  const char* text = nullptr;  // refuse_on: the message
   std::vector<Pair> table;     // map
 };
 
 // What a variant does when called.  Every form but refusal first applies the
-// row's edits in order (an edit may answer True and end the call there);
+// row's edits in order;
 // checked and action dispatch the wrapper (or the chosen one, see
 // VariantDef::choose) through the row's route with params.
 enum class Form : std::uint8_t {
@@ -252,7 +240,6 @@ enum class Form : std::uint8_t {
   action,   // formatter.parser_exec_cmd_format(answer[0], tool)
   query,    // dispatch text; the answer's part named by `from`, shaped by the Shape steps
   custom,   // body(call); a body is required
-  same_as,  // self.<text>(**params): the answer of another operation of the object
 };
 
 struct VariantDef {
@@ -264,18 +251,14 @@ struct VariantDef {
   enum class From : std::uint8_t {
     parser,         // answer[0].get("parser")
     parser_strict,  // answer[0]["parser"]
-    first,          // answer[0]
-    answer,         // the whole answer sequence
   } from = From::parser;
   std::vector<Edit> edits;
   std::vector<Shape> shapes;
   // choose: the wrapper by the value of params[choose_key]; any other value
   // refuses with refuse_head + value + refuse_tail (str concatenation); a
   // null refuse_tail makes refuse_head alone the message (a fixed refusal).
-  // The value is read after the row's edits; with choose_pops it then leaves
-  // params.
+  // The value is read after the row's edits.
   const char* choose_key = nullptr;
-  bool choose_pops = false;
   std::vector<Pair> choices;  // value -> wrapper
   const char* refuse_head = nullptr;
   const char* refuse_tail = nullptr;
@@ -295,9 +278,6 @@ struct VariantDef {
   // value the table lacks: see Missing (Missing::fallback writes `fallback`).
   VariantDef lookup(const char* key, std::vector<Pair> table, Missing missing = Missing::keep,
                     const char* into = nullptr, const char* fallback = nullptr) &&;
-  VariantDef apply(const char* key, const char* method) &&;
-  VariantDef keep_arg(const char* key, const char* param) &&;
-  VariantDef true_when(const char* key, const char* value) &&;
   VariantDef attempt(const char* wrapper, const char* log_head) &&;
   VariantDef prep(Prep fn) &&;
   template <std::size_t N>
@@ -313,27 +293,17 @@ struct VariantDef {
   VariantDef ignores(const char* extra_name, const char* detail = nullptr) &&;
   VariantDef choose(const char* key, std::vector<Pair> wrappers, const char* head,
                     const char* tail) &&;
-  VariantDef pop_choice() &&;
   VariantDef strict() &&;  // from answer[0]["parser"]
-  VariantDef raw() &&;     // from answer[0]
-  VariantDef whole() &&;   // from the whole answer
   VariantDef at(const char* key) &&;
   VariantDef get(const char* key) &&;
   VariantDef first() &&;
-  VariantDef merge() &&;
-  VariantDef merge_layers(const char* formatter_method) &&;
-  VariantDef merge_layers_of(const char* formatter_method) &&;
-  VariantDef props() &&;
   VariantDef format(const char* formatter_attr = nullptr) &&;
   VariantDef post(const char* formatter_method) &&;
   VariantDef method(const char* name) &&;
   VariantDef wrap(const char* key) &&;
-  VariantDef put_in(const char* key, const char* text) &&;  // Shape::Op::put
   VariantDef map(std::vector<Pair> table) &&;
-  VariantDef values() &&;
   VariantDef refuse_on(const char* text, const char* message) &&;
   VariantDef refuse_on_empty(const char* message) &&;
-  VariantDef stop_on(const char* text) &&;
 };
 
 VariantDef refuse(Tool t, const char* message);
@@ -347,7 +317,6 @@ VariantDef custom(Tool t, Body body, const char* const (&names)[N], const void* 
   v.word_names.push_back(WordNames{names, N});
   return v;
 }
-VariantDef same_as(Tool t, const char* operation);
 // checked/action whose wrapper is chosen by params[key] (see VariantDef::choose)
 VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
                       const char* tail);

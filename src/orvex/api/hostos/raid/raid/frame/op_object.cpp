@@ -116,7 +116,7 @@ Ref text_tuple(const std::vector<const char*>& texts) {
 // is completed by a value); calls: other operations of the object it calls;
 // notes: ((extra, "reads" or "ignores", detail or None), ...).
 Ref variant_record(const VariantDef& v) {
-  static const char* const forms[] = {"refusal", "checked", "action", "query", "custom", "same_as"};
+  static const char* const forms[] = {"refusal", "checked", "action", "query", "custom"};
   static const char* const routes[] = {"self", "host", "dispatcher"};
   std::vector<const char*> wrappers;
   std::vector<const char*> messages;
@@ -127,8 +127,6 @@ Ref variant_record(const VariantDef& v) {
   }
   if (v.form == Form::refusal) {
     messages.push_back(v.text);
-  } else if (v.form == Form::same_as) {
-    calls.push_back(v.text);
   } else if (v.text != nullptr) {
     wrappers.push_back(v.text);
   }

@@ -31,8 +31,6 @@ VariantDef custom(Tool t, Body body, const void* data) {
   return v;
 }
 
-VariantDef same_as(Tool t, const char* operation) { return variant(t, Form::same_as, operation); }
-
 VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
                       const char* tail) {
   return variant(t, Form::checked, nullptr).choose(key, std::move(wrappers), head, tail);
@@ -71,15 +69,6 @@ VariantDef VariantDef::lookup(const char* key, std::vector<Pair> table, Missing 
   Edit e{Edit::Op::lookup, key, into, std::move(table), nullptr, fallback};
   e.missing = missing;
   return with_edit(std::move(*this), std::move(e));
-}
-VariantDef VariantDef::apply(const char* key, const char* method) && {
-  return with_edit(std::move(*this), Edit{Edit::Op::apply, key, method, {}, nullptr});
-}
-VariantDef VariantDef::keep_arg(const char* key, const char* param) && {
-  return with_edit(std::move(*this), Edit{Edit::Op::keep_arg, key, param, {}, nullptr});
-}
-VariantDef VariantDef::true_when(const char* key, const char* value) && {
-  return with_edit(std::move(*this), Edit{Edit::Op::true_when, key, value, {}, nullptr});
 }
 VariantDef VariantDef::attempt(const char* wrapper, const char* log_head) && {
   return with_edit(std::move(*this),
@@ -126,20 +115,8 @@ VariantDef VariantDef::choose(const char* key, std::vector<Pair> wrappers, const
   refuse_tail = tail;
   return std::move(*this);
 }
-VariantDef VariantDef::pop_choice() && {
-  choose_pops = true;
-  return std::move(*this);
-}
 VariantDef VariantDef::strict() && {
   from = From::parser_strict;
-  return std::move(*this);
-}
-VariantDef VariantDef::raw() && {
-  from = From::first;
-  return std::move(*this);
-}
-VariantDef VariantDef::whole() && {
-  from = From::answer;
   return std::move(*this);
 }
 VariantDef VariantDef::at(const char* key) && {
@@ -151,9 +128,6 @@ VariantDef VariantDef::get(const char* key) && {
 VariantDef VariantDef::first() && {
   return with_shape(std::move(*this), Shape::Op::first, nullptr);
 }
-VariantDef VariantDef::merge() && {
-  return with_shape(std::move(*this), Shape::Op::merge, nullptr);
-}
 VariantDef VariantDef::format(const char* formatter_attr) && {
   return with_shape(std::move(*this), Shape::Op::format, formatter_attr);
 }
@@ -163,35 +137,17 @@ VariantDef VariantDef::post(const char* formatter_method) && {
 VariantDef VariantDef::method(const char* name) && {
   return with_shape(std::move(*this), Shape::Op::method, name);
 }
-VariantDef VariantDef::merge_layers(const char* formatter_method) && {
-  return with_shape(std::move(*this), Shape::Op::merge_layers, formatter_method);
-}
-VariantDef VariantDef::merge_layers_of(const char* formatter_method) && {
-  return with_shape(std::move(*this), Shape::Op::merge_layers_of, formatter_method);
-}
-VariantDef VariantDef::props() && {
-  return with_shape(std::move(*this), Shape::Op::props, nullptr);
-}
 VariantDef VariantDef::wrap(const char* key) && {
   return with_shape(std::move(*this), Shape::Op::wrap, key);
 }
-VariantDef VariantDef::put_in(const char* key, const char* text) && {
-  return with_shape(std::move(*this), Shape::Op::put, key, text);
-}
 VariantDef VariantDef::map(std::vector<Pair> table) && {
   return with_shape(std::move(*this), Shape::Op::map, nullptr, nullptr, std::move(table));
-}
-VariantDef VariantDef::values() && {
-  return with_shape(std::move(*this), Shape::Op::values, nullptr);
 }
 VariantDef VariantDef::refuse_on(const char* text, const char* message) && {
   return with_shape(std::move(*this), Shape::Op::refuse_on, text, message);
 }
 VariantDef VariantDef::refuse_on_empty(const char* message) && {
   return with_shape(std::move(*this), Shape::Op::refuse_on, nullptr, message);
-}
-VariantDef VariantDef::stop_on(const char* text) && {
-  return with_shape(std::move(*this), Shape::Op::stop_on, text);
 }
 
 }  // namespace raid

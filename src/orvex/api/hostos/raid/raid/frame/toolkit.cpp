@@ -6,6 +6,30 @@ namespace raid::kit {
 
 using namespace py;
 
+Ref props_table(PyObject* parser) {
+  Ref rows = index(parser, "Controller Properties");
+  Ref flat = dict();
+  if (!rows || !flat) return nullptr;
+  Ref prop_key = str("Ctrl_Prop");
+  Ref value_key = str("Value");
+  const int r = each(rows.get(), [&](PyObject* row) {
+    Ref prop = index(row, prop_key.get());
+    Ref value = index(row, value_key.get());
+    return set_item(flat.get(), prop.get(), value.get()) < 0 ? -1 : 0;
+  });
+  return r < 0 ? nullptr : flat;
+}
+
+int put_drive_id(const Call& c, PyObject* record) {
+  Ref adapter = c.p_get("adapter_id");
+  Ref eid = c.p_get("eid");
+  Ref sid = c.p_get("sid");
+  if (record == nullptr || !adapter || !eid || !sid) return -1;
+  Ref id = format("c%S:e%S:s%S", adapter.get(), eid.get(), sid.get());
+  Ref key = str("Drive-ID");
+  return id && key ? PyObject_SetItem(record, key.get(), id.get()) : -1;
+}
+
 int Framed::test(PyObject* text) const {
   std::string_view t;
   if (!text_view(text, t)) {

@@ -44,6 +44,15 @@ Ref lookup(PyObject* value, std::initializer_list<Pair> table);
 // params[key] = table[params[key]] when listed; other values stay as given.
 int translate(const Call& c, const char* key, std::initializer_list<Pair> table);
 
+// storcli64's property table as one dict:
+// {row["Ctrl_Prop"]: row["Value"] for row in parser["Controller Properties"]}.
+Ref props_table(PyObject* parser);
+
+// record["Drive-ID"] = "c<adapter_id>:e<eid>:s<sid>", the params values as
+// str() writes them (None included): the id sorbctl's drive records are
+// given.  0, or -1 on error.
+int put_drive_id(const Call& c, PyObject* record);
+
 // str(int(days) * 24): a period in days as the tool's hours.
 Ref days_as_hours(PyObject* days);
 

@@ -43,6 +43,16 @@ constexpr ParamDef kPrecopyParams[] = {kw("state"), kwargs()};
 constexpr ParamDef kDriveOperParams[] = {arg("eid"), arg("sid"), arg("oper"), kwargs()};
 constexpr ParamDef kDriveParams[] = {kw("eid"), kw("sid"), kwargs()};
 
+// sorbctl: the drive's details, with its id, formatted.
+constexpr const char* kCopybackWords[] = {"query", "template"};
+
+Ref copyback_sorbctl(const Call& c) {
+  Ref parser = c.parsed_index(c.word(RAID_WORD(kCopybackWords, "query")));
+  Ref record = index(parser.get(), "DriveDetailInformation");
+  if (!record || put_drive_id(c, record.get()) < 0) return nullptr;
+  return c.format_with(record.get(), c.word(RAID_WORD(kCopybackWords, "template")));
+}
+
 }  // namespace
 
 void add_pd_copyback_ops(OpList& ops) {
@@ -172,11 +182,9 @@ void add_pd_copyback_ops(OpList& ops) {
                          .strict()
                          .first()
                          .format("get_pd_copyback_info_raid"),
-                     query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
-                         .strict()
-                         .at("DriveDetailInformation")
-                         .put_in("Drive-ID", "c{adapter_id}:e{eid}:s{sid}")
-                         .format("get_pd_copyback_info_raid"),
+                     custom(Tool::sorbctl, copyback_sorbctl, kCopybackWords)
+                         .wrappers({{"query", "get_controller_pd_info_sorbctl"}})
+                         .words({{"template", "get_pd_copyback_info_raid"}}),
                      refuse(Tool::arcconf, "There is no such command in arcconf")}));
 }
 

@@ -38,6 +38,19 @@ Ref erase_arcconf(const Call& c) {
   return c.formatter_call("get_controller_pd_erase_raid", {p.get()}, kw.get());
 }
 
+// sorbctl answers "fail" when it knows no erase of the drive: that text is
+// the result.  Else its record gains the drive's id and is formatted.
+constexpr const char* kEraseWords[] = {"query", "failed", "template"};
+
+Ref erase_sorbctl(const Call& c) {
+  Ref record = c.parsed(c.word(RAID_WORD(kEraseWords, "query")));
+  if (!record) return nullptr;
+  const int failed = equal(record.get(), c.word(RAID_WORD(kEraseWords, "failed")));
+  if (failed != 0) return failed < 0 ? nullptr : record;
+  if (put_drive_id(c, record.get()) < 0) return nullptr;
+  return c.format_with(record.get(), c.word(RAID_WORD(kEraseWords, "template")));
+}
+
 }  // namespace
 
 void add_pd_erase_sanitize_ops(OpList& ops) {
@@ -118,10 +131,9 @@ void add_pd_erase_sanitize_ops(OpList& ops) {
                          .first()
                          .format("get_controller_pd_erase_raid"),
                      // sorbctl answers "fail" when no erase is known; that text is the result
-                     query(Tool::sorbctl, "get_controller_pd_erase_sorbctl")
-                         .stop_on("fail")
-                         .put_in("Drive-ID", "c{adapter_id}:e{eid}:s{sid}")
-                         .format("get_controller_pd_erase_raid"),
+                     custom(Tool::sorbctl, erase_sorbctl, kEraseWords)
+                         .wrappers({{"query", "get_controller_pd_erase_sorbctl"}})
+                         .words({{"failed", "fail"}, {"template", "get_controller_pd_erase_raid"}}),
                      custom(Tool::arcconf, erase_arcconf, kQueryWords)
                          .wrappers({{"query", "ctr_get_controller_bgtask_arcconf"}})}));
 }

@@ -18,6 +18,30 @@ const Framed kDetailedSection("Drive", "Detailed Information", "^Drive.*Detailed
 constexpr const char* kQueryWords[] = {"query"};
 constexpr const char* kNotFoundWords[] = {"not_found", "all"};
 constexpr const char* kAllSorbctlWords[] = {"list", "one"};
+constexpr const char* kOneWords[] = {"query", "layers", "shape"};
+constexpr const char* kOneSorbctlWords[] = {"query", "shape"};
+
+// sorbctl (through host): the drive's sections flattened, then formatted
+// and shaped.
+Ref one_sorbctl(const Call& c) {
+  Ref parser = c.parsed(c.word(RAID_WORD(kOneSorbctlWords, "query")), Route::host);
+  Ref flat = parser ? merge_output(parser.get(), nullptr, nullptr) : nullptr;
+  Ref formatted = c.format(flat.get());
+  if (!formatted) return nullptr;
+  return c.formatter_call(c.word(RAID_WORD(kOneSorbctlWords, "shape")), {formatted.get()});
+}
+
+// storcli64 (through host): the drive's sections flattened by the layer map
+// the formatter draws for this answer, then formatted and shaped.
+Ref one_storcli64(const Call& c) {
+  Ref parser = c.parsed(c.word(RAID_WORD(kOneWords, "query")), Route::host);
+  if (!parser) return nullptr;
+  Ref layers = c.formatter_call(c.word(RAID_WORD(kOneWords, "layers")), {parser.get()});
+  Ref flat = layers ? merge_output(parser.get(), nullptr, layers.get()) : nullptr;
+  Ref formatted = c.format(flat.get());
+  if (!formatted) return nullptr;
+  return c.formatter_call(c.word(RAID_WORD(kOneWords, "shape")), {formatted.get()});
+}
 
 // arcconf lists enclosure services devices among the drives: leave them out
 // and keep each drive's key as its "eid:sid".
@@ -179,20 +203,17 @@ void add_pd_list_details_ops(OpList& ops) {
           .returns(ResultType::dict)
           .variant_name("get_one_physical_drive_info_raid")
           .variants(
-              {query(Tool::storcli64, "ctr_get_pd_cfg_storcli64")
-                   .via(Route::host)
-                   .merge_layers_of("storcli64_get_one_physical_drive_treatments")
-                   .format()
-                   .post("get_one_physical_drive_info_format"),
+              {custom(Tool::storcli64, one_storcli64, kOneWords)
+                   .wrappers({{"query", "ctr_get_pd_cfg_storcli64"}})
+                   .words({{"layers", "storcli64_get_one_physical_drive_treatments"},
+                           {"shape", "get_one_physical_drive_info_format"}}),
                custom(Tool::arcconf, one_arcconf, kNotFoundWords)
                    .messages({{"not_found", "Physical drive not found. eid: [{}], sid: [{}]"}})
                    .calls({{"all", "get_all_physical_drive_info"}})
                    .ignores("adapter_id", "总是在第一个控制器的硬盘中查找"),
-               query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
-                   .via(Route::host)
-                   .merge()
-                   .format()
-                   .post("get_one_physical_drive_info_format")}));
+               custom(Tool::sorbctl, one_sorbctl, kOneSorbctlWords)
+                   .wrappers({{"query", "get_controller_pd_info_sorbctl"}})
+                   .words({{"shape", "get_one_physical_drive_info_format"}})}));
   ops.push_back(
       Op("get_all_physical_drive_info")
           .params(kNoParams)

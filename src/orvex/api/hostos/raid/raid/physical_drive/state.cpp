@@ -96,29 +96,40 @@ Ref rebuild_status_arcconf(const Call& c) {
   return c.format_with(data.get(), c.word(RAID_WORD(kRebuildTaskWords, "template")));
 }
 
+// "eed" is a placeholder state the tools do not know: True, and nothing
+// runs.  Any other state is set by the checked command.
+constexpr const char* kStateWords[] = {"set"};
+
+Ref state_or_eed(const Call& c) {
+  Ref state = c.p_get("state");
+  const int eed = equal(state.get(), "eed");
+  if (eed != 0) return eed < 0 ? nullptr : boolean(true);
+  return c.checked(c.word(RAID_WORD(kStateWords, "set")));
+}
+
 }  // namespace
 
 void add_pd_state_ops(OpList& ops) {
-  ops.push_back(
-      Op("set_disk_state")
-          .params(kStateParams)
-          .extras({extra("force").typed("bool"), kAdapterId})
-          .doc("设置物理盘状态。\n\n"
-               "参数:\n"
-               "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-               "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-               "    state (str): 目标状态，按工具取值；\"eed\" 在 storcli64、sorbctl "
-               "下不执行任何命令，直接返回 True。\n"
-               "    force (bool): 强制执行。\n"
-               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-               "返回:\n    bool: 设置是否成功。")
-          .returns_doc("bool")
-          // "eed" is a placeholder state that the tools do not know: it
-          // is accepted without running anything.
-          .variants(
-              {checked(Tool::storcli64, "pd_set_state_storcli64").true_when("state", "eed"),
-               checked(Tool::sorbctl, "set_controller_pd_state_sorbctl").true_when("state", "eed"),
-               checked(Tool::arcconf, "pd_set_state_arcconf")}));
+  ops.push_back(Op("set_disk_state")
+                    .params(kStateParams)
+                    .extras({extra("force").typed("bool"), kAdapterId})
+                    .doc("设置物理盘状态。\n\n"
+                         "参数:\n"
+                         "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+                         "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+                         "    state (str): 目标状态，按工具取值；\"eed\" 在 storcli64、sorbctl "
+                         "下不执行任何命令，直接返回 True。\n"
+                         "    force (bool): 强制执行。\n"
+                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                         "返回:\n    bool: 设置是否成功。")
+                    .returns_doc("bool")
+                    // "eed" is a placeholder state that the tools do not know: it
+                    // is accepted without running anything.
+                    .variants({custom(Tool::storcli64, state_or_eed, kStateWords)
+                                   .wrappers({{"set", "pd_set_state_storcli64"}}),
+                               custom(Tool::sorbctl, state_or_eed, kStateWords)
+                                   .wrappers({{"set", "set_controller_pd_state_sorbctl"}}),
+                               checked(Tool::arcconf, "pd_set_state_arcconf")}));
   ops.push_back(
       Op("set_disk_offline")
           .params(kDriveParams)

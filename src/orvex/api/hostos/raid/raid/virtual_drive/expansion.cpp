@@ -32,6 +32,24 @@ Ref task_arcconf(const Call& c) {
   return c.format_with(found.get(), c.word(RAID_WORD(kTaskWords, "template")));
 }
 
+// arcconf's maxCache drives: the entries of its logical device information
+// as a list ([] when it has none), formatted.
+constexpr const char* kMaxCacheWords[] = {"query", "template"};
+
+Ref maxcache_arcconf(const Call& c) {
+  Ref parser = c.parsed(c.word(RAID_WORD(kMaxCacheWords, "query")));
+  Ref drives = get(parser.get(), "logical_device_information");
+  if (!drives) return nullptr;
+  const int any = drives.get() == Py_None ? 0 : truthy(drives.get());
+  if (any < 0) return nullptr;
+  Ref listed = list();
+  if (any == 1) {
+    Ref entries = call_method(drives.get(), "values");
+    listed = entries ? Ref::steal(PySequence_List(entries.get())) : nullptr;
+  }
+  return c.format_with(listed.get(), c.word(RAID_WORD(kMaxCacheWords, "template")));
+}
+
 constexpr ParamDef kVidParams[] = {kw("vid"), kwargs()};
 
 }  // namespace
@@ -147,10 +165,9 @@ void add_vd_expansion_ops(OpList& ops) {
           .variants({query(Tool::storcli64, "ctr_get_ssd_caching_storcli64")
                          .get("VD LIST")
                          .format("get_ssd_caching_info_format"),
-                     query(Tool::arcconf, "ctr_get_maxcache_arcconf")
-                         .get("logical_device_information")
-                         .values()
-                         .format("get_ssd_caching_info_format"),
+                     custom(Tool::arcconf, maxcache_arcconf, kMaxCacheWords)
+                         .wrappers({{"query", "ctr_get_maxcache_arcconf"}})
+                         .words({{"template", "get_ssd_caching_info_format"}}),
                      refuse(Tool::sorbctl, "7460卡不支持SSD caching查询功能")}));
 }
 

@@ -93,6 +93,7 @@ constexpr const char* kListWords[] = {"query", "template"};
 constexpr const char* kDetailWords[] = {"query", "template"};
 constexpr const char* kNoSuchWords[] = {"no_such_vid", "list"};
 constexpr const char* kAllSorbctlWords[] = {"list", "one"};
+constexpr const char* kAllArcconfWords[] = {"list"};
 constexpr const char* kQueryWords[] = {"query"};
 constexpr const char* kMembersSorbctlWords[] = {"query", "failed"};
 constexpr const char* kMembersArcconfWords[] = {"query", "not_found", "no_members", "found"};
@@ -223,6 +224,11 @@ Ref all_storcli64(const Call& c) {
     return nullptr;
   }
   return out;
+}
+
+// arcconf's listing already holds every detail it reports: the list is the answer.
+Ref all_arcconf(const Call& c) {
+  return c.method(c.word(RAID_WORD(kAllArcconfWords, "list")), c.params);
 }
 
 // sorbctl has no bulk detail query: one detail request per listed drive.
@@ -459,7 +465,8 @@ void add_vd_lifecycle_ops(OpList& ops) {
                     .variants({custom(Tool::storcli64, all_storcli64, kDetailWords)
                                    .wrappers({{"query", "ctr_get_vd_cfg_storcli64"}})
                                    .words({{"template", "get_one_virtual_drive_info_format"}}),
-                               same_as(Tool::arcconf, "_get_virtual_drive_list"),
+                               custom(Tool::arcconf, all_arcconf, kAllArcconfWords)
+                                   .calls({{"list", "_get_virtual_drive_list"}}),
                                custom(Tool::sorbctl, all_sorbctl, kAllSorbctlWords)
                                    .calls({{"list", "_get_virtual_drive_list"},
                                            {"one", "get_one_virtual_drive_info"}})}));

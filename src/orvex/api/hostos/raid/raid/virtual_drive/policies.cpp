@@ -16,6 +16,13 @@ const Regex kDriveProperties("VD(\\w+) Properties");
 constexpr const char* kQueryWords[] = {"query"};
 constexpr const char* kBootWords[] = {"query", "shape"};
 
+// sorbctl spells its cache policies in capitals: params["policy"].upper().
+int upper_policy(const Call& c) {
+  Ref policy = c.p_get("policy");
+  Ref upper = py::upper(policy.get());
+  return upper ? c.p_set("policy", upper.get()) : -1;
+}
+
 // --- I/O policy and emulation ------------------------------------------------------
 
 // The last letter of storcli64's Cache column: D direct, C cached.
@@ -158,7 +165,7 @@ void add_vd_policies_ops(OpList& ops) {
                                            Missing::fallback, "policy", "coff"),
                                action(Tool::sorbctl, "set_controller_vd_wcache_sorbctl")
                                    .rename("wrcache", "policy")
-                                   .apply("policy", "upper")
+                                   .prep(upper_policy)
                                    .lookup("policy", {{"AWB", "WBE"}})}));
   ops.push_back(Op("set_virtual_drive_rdcache")
                     .params({arg("vid"), arg("rdcache"), kwargs()})
