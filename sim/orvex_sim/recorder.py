@@ -41,6 +41,20 @@ def call_of(route: str, wrapper: str, params: Optional[Dict[str, Any]]) -> Call:
     return Call(route, wrapper, None if params is None else dict(params))
 
 
+def recorded(calls: List[Call], route: str, wrapper: str, params: Optional[Dict[str, Any]],
+             answer: Callable[[str, Optional[Dict[str, Any]]], Any]) -> Call:
+    """Appends the call to `calls` and runs `answer(wrapper, params)`,
+    keeping what it answered or raised on the call (and raising it again)."""
+    call = call_of(route, wrapper, params)
+    calls.append(call)
+    try:
+        call.answer = answer(wrapper, params)
+    except BaseException as error:
+        call.error = error
+        raise
+    return call
+
+
 Answer = Union[Dict[str, Any], List[Any], Tuple[Any, ...], BaseException,
                Callable[[Optional[Dict[str, Any]]], Any]]
 
@@ -84,14 +98,7 @@ class RecordingHost:
 
     def dispatch(self, route: str, wrapper: str,
                  params: Optional[Dict[str, Any]] = None) -> Any:
-        call = call_of(route, wrapper, params)
-        self.calls.append(call)
-        try:
-            call.answer = self._answer(wrapper, params)
-        except BaseException as error:
-            call.error = error
-            raise
-        return call.answer
+        return recorded(self.calls, route, wrapper, params, self._answer).answer
 
     def _answer(self, wrapper: str, params: Optional[Dict[str, Any]]) -> Any:
         queue = self._answers.get(wrapper)

@@ -65,7 +65,7 @@ import importlib
 import logging
 from typing import Any, Dict, List, Mapping, Optional, Sequence, Tuple, Type
 
-from orvex_sim.recorder import Call, call_of
+from orvex_sim.recorder import Call, recorded
 from orvex_sim.simhost import reads
 from orvex_sim.simhost.reads import UndeclaredRead, UnexpectedParams  # noqa: F401
 from orvex_sim.simhost.common import HostCommands
@@ -168,16 +168,11 @@ class SimulatedHost:
 
     def dispatch(self, route: str, wrapper: str,
                  params: Optional[Dict[str, Any]] = None) -> Any:
-        call = call_of(route, wrapper, params)
-        self.calls.append(call)
         try:
-            call.answer = self._answer(wrapper, params)
-        except BaseException as error:
-            call.error = error
+            return recorded(self.calls, route, wrapper, params, self._answer).answer
+        finally:
+            call = self.calls[-1]
             LOG.debug("%s %s -> %s", wrapper, call.params, call.outcome)
-            raise
-        LOG.debug("%s %s -> %s", wrapper, call.params, call.outcome)
-        return call.answer
 
     def _answer(self, wrapper: str, params: Optional[Dict[str, Any]]) -> Any:
         if wrapper in self._common.WRAPPERS:
