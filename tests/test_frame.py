@@ -271,17 +271,14 @@ BAD_ROWS = {
     "default": ('{arg("a").or_("None"), arg("b")}',
                 "Raid.bad: a required parameter after one with a default: b"),
     "literal": ('{arg("a").or_("eug")}', "Raid.bad: unknown default literal eug"),
-    "word": ('{kwargs()}', "Raid.bad: a word its row lacks: gone"),
     # extras arrive only through a catch-all, under names of their own
     "extra": ('{arg("mode")}).extras({kAdapterId}', "Raid.bad: an extra without a catch-all: adapter_id"),
     "extra_twice": ('{arg("adapter_id"), kwargs()}).extras({kAdapterId}',
                     "Raid.bad: duplicate parameter adapter_id"),
     "note": ('{kwargs()}).extras({kAdapterId}', "Raid.bad: a note on an undeclared extra: adp_id"),
 }
-# A prep reading the word "gone", which its row does not give; a note on an
-# extra the row does not declare.
-BAD_VARIANT = {"word": 'refuse(Tool::arcconf, "x").prep([](const Call&) { return 0; }, kWords)',
-               "note": 'refuse(Tool::arcconf, "x").reads("adp_id")'}
+# A note on an extra the row does not declare.
+BAD_VARIANT = {"note": 'refuse(Tool::arcconf, "x").reads("adp_id")'}
 
 # A body that calls the params accessor named by RAID_PROBE, in an operation
 # that builds no params.
@@ -304,20 +301,37 @@ LOOKUPS = {
     "fallback_into": 'lookup("v", {{"a", "x"}}, Missing::fallback, "w", "z")',
     "keep_into": 'lookup("v", {{"a", "x"}}, Missing::keep, "w")',
 }
-# Bodies that read their row's words, one per kind of word.
-WORD_BODIES = r"""
-constexpr const char* kSay[] = {"m"};
-Ref say(const Call& c) {
+# Bodies and a prep that read their typed texts, one per kind of text.
+TEXT_BODIES = r"""
+Ref say(const Call& c, const Message& m) {
   Ref a = c.p_get("a");
   Ref b = c.p_get("b");
-  return a && b ? c.word_with(RAID_WORD(kSay, "m"), {a.get(), b.get()}) : nullptr;
+  return a && b ? c.message(m, {a.get(), b.get()}) : nullptr;
 }
-constexpr const char* kSend[] = {"wr"};
-Ref send(const Call& c) { return c.parsed(c.word(RAID_WORD(kSend, "wr"))); }
-constexpr const char* kDeny[] = {"no"};
-Ref deny(const Call& c) { return c.refuse(c.word(RAID_WORD(kDeny, "no"))); }
-constexpr const char* kAsk[] = {"op"};
-Ref ask(const Call& c) { return c.method(c.word(RAID_WORD(kAsk, "op")), c.params); }
+Ref send(const Call& c, const Wrapper& w) { return c.parsed(w); }
+Ref deny(const Call& c, const Message& m) { return c.refuse(m); }
+Ref ask(const Call& c, const Operation& o) { return c.method(o, c.params); }
+struct Tag {
+  Text key;
+  Text value;
+};
+int tag(const Call& c, const Tag& t) { return c.p_set(t.key.text, t.value.text); }
+constexpr Message kSay{"from {} to {}"};
+constexpr Wrapper kSend{"wr_real", Route::host};
+constexpr Message kDeny{"not today"};
+constexpr Operation kAsk{"_merge_output"};
+constexpr Tag kTag{{"k"}, {"tagged"}};
+struct Every {
+  Wrapper send;
+  Wrapper read;
+  Message no;
+  Operation op;
+  Text note;
+  int own;
+};
+Ref every(const Call&, const Every&) { return py::none(); }
+constexpr Every kHost{{"wr_a", Route::host}, {"wr_b", Route::host}, {"no {}"}, {"op"}, {"n"}, 7};
+constexpr Every kMixed{{"wr_a", Route::host}, {"wr_b"}, {"no"}, {"op"}, {"n"}, 0};
 """
 
 
@@ -362,23 +376,19 @@ WORDS = {
     "rename": (ON + '.rename("a", "b")', [], ["r.w(a='1', c='2')", "r.w()"],
                [{"c": "2", "b": "1"}, err("KeyError", "'a'")], []),
     "copy": (ON + '.copy("a", "b")', [], ["r.w(a='1')", "r.w()"], [{"a": "1", "b": "1"}, {"b": None}], []),
-    "attempt": (ON + '.attempt("first", "first failed: ").put("k", "v")',
-                ["host.on('first', RuntimeError('busy'), parser('ok'))"], ["r.w(a='1')", "r.w()"],
-                [{"a": "1", "k": "v"}, {"k": "v"}], [sent("first", ("a", "1")), sent("first")],
-                ["first failed: busy"]),
-    "attempt_error": (ON + '.attempt("first", "x")', ["host.on('first', KeyboardInterrupt('stop'))"],
-                      ["r.w()"], [err("KeyboardInterrupt", "stop")], [sent("first")]),
     "prep": (ON + '.put("k", "v").prep([](const Call& c) { return c.p_set("k", "set"); })', [],
              ["r.w(a='1')"], [{"a": "1", "k": "set"}], []),
-    "words": ('custom(Tool::arcconf, say, kSay).words({{"m", "from {} to {}"}})', [],
-              ["r.w(a='1', b='2')", "r.w(a=1, b='2')"],
-              ["from 1 to 2", err("TypeError", 'can only concatenate str (not "int") to str')], []),
-    "wrappers": ('custom(Tool::arcconf, send, kSend).wrappers({{"wr", "wr_real"}})',
-                 ["host.on('wr_real', parser(5))"], ["r.w(a='1')"], [5], [sent("wr_real", ("a", "1"))]),
-    "messages": ('custom(Tool::arcconf, deny, kDeny).messages({{"no", "not today"}})', [], ["r.w()"],
-                 [err("OrvexException", "not today")], []),
-    "calls": ('custom(Tool::arcconf, ask, kAsk).calls({{"op", "_merge_output"}})', [],
-              ["r.w(raw_output={'a': {'b': 1}})"], [{"b": 1}], []),
+    # typed texts, for a body and for a prep
+    "message": ('custom<say, kSay>(Tool::arcconf)', [], ["r.w(a='1', b='2')", "r.w(a=1, b='2')"],
+                ["from 1 to 2", err("TypeError", 'can only concatenate str (not "int") to str')], []),
+    "wrapper": ('custom<send, kSend>(Tool::arcconf)', ["host.on('wr_real', parser(5))"], ["r.w(a='1')"],
+                [5], [sent("wr_real", ("a", "1"), route="host")]),
+    "refusal_text": ('custom<deny, kDeny>(Tool::arcconf)', [], ["r.w()"],
+                     [err("OrvexException", "not today")], []),
+    "operation": ('custom<ask, kAsk>(Tool::arcconf)', [], ["r.w(raw_output={'a': {'b': 1}})"], [{"b": 1}],
+                  []),
+    "prep_texts": (ON + '.put("k", "v").prep<tag, kTag>()', [], ["r.w(a='1')"], [{"a": "1", "k": "tagged"}],
+                   []),
     # where a query starts
     "strict": (Q + ".strict()", ["host.on('wr', {'stdout': 'x'}, parser(None))"], ["r.w()", "r.w()"],
                [err("KeyError", "'parser'"), None], [sent("wr")] * 2),
@@ -397,8 +407,11 @@ WORDS = {
     "method": (Q + '.method("upper")', ["host.on('wr', parser('on'))"], ["r.w()"], ["ON"], [sent("wr")]),
     "wrap": (Q + '.wrap("/c{a}")', ["host.on('wr', parser(3))"], ["r.w(a='0')"], [{"/c0": 3}],
              [sent("wr", ("a", "0"))]),
-    "map": (Q + '.map({{"RAW", "ON"}, {"HIDE", "OFF"}})', ["host.on('wr', parser('HIDE'), parser('Mixed'))"],
-            ["r.w()", "r.w()"], ["OFF", "Mixed"], [sent("wr")] * 2),
+    "lookup": (Q + '.lookup({{"RAW", "ON"}, {"HIDE", "OFF"}})', ["host.on('wr', parser('HIDE'), parser('Mixed'))"],
+               ["r.w()", "r.w()"], ["OFF", "Mixed"], [sent("wr")] * 2),
+    "lookup_fallback": (Q + '.lookup({{"RAW", "ON"}}, Missing::fallback, "OFF")',
+                        ["host.on('wr', parser('RAW'), parser('Mixed'))"], ["r.w()", "r.w()"], ["ON", "OFF"],
+                        [sent("wr")] * 2),
     "refuse_on": (Q + '.refuse_on("fail", "query failed")', ["host.on('wr', parser('fail'), parser('ok'))"],
                   ["r.w()", "r.w()"], [err("OrvexException", "query failed"), "ok"], [sent("wr")] * 2),
     "refuse_on_empty": (Q + '.refuse_on_empty("nothing")',
@@ -418,8 +431,7 @@ def bad_module(tmp_path_factory):
     adders = re.findall(r"void (add_\w+_ops)\(OpList&\);", (FRAME / "frame.hpp").read_text())
     (tmp / "rows.cpp").write_text(
         '#include <cstdlib>\n#include <cstring>\n#include <string>\n#include "frame.hpp"\nnamespace raid {\n'
-        'constexpr const char* kWords[] = {"gone"};\n'
-        + PROBE_BODY + WORD_BODIES
+        + PROBE_BODY + TEXT_BODIES
         + "".join("void %s(OpList&) {}\n" % a for a in adders
                   if a not in ("add_frame_ops", "add_normalise_ops", "add_controller_discovery_ops"))
         + "void add_controller_discovery_ops(OpList& ops) {\n"
@@ -430,6 +442,8 @@ def bad_module(tmp_path_factory):
         + "".join('  if (std::strcmp(which, "%s") == 0) ops.push_back(Op("look")'
                          '.params({arg("v")}).variants({custom(Tool::arcconf, echo).%s}));\n'
                          % (key, edit) for key, edit in LOOKUPS.items())
+        + '  if (std::strcmp(which, "reference") == 0) ops.push_back(Op("w").params({kwargs()}).variants('
+          '{custom<every, kHost>(Tool::arcconf), custom<every, kMixed>(Tool::sorbctl)}));\n'
         + '  if (std::strcmp(which, "probe") == 0)'
                  ' ops.push_back(Op("probe").variants({custom(Tool::arcconf, probe)}));\n'
         + "}\n}\n")
@@ -490,6 +504,13 @@ def test_lookup_policy_for_a_value_the_table_lacks(bad_module, policy, listed, u
                                             "    try: print(m.Raid().look(v))",
                                             "    except KeyError as e: print(repr(e))"])
     assert out == [listed, unlisted], err
+
+
+def test_typed_texts_listed_by_kind_in_the_reference(bad_module):
+    out, err = run_row(bad_module, "reference", ["print(repr(vars(m.Raid)['w'].variants))"])
+    # wrappers that all go through the host show that route; the int is the body's own
+    assert out == [repr((("arcconf", "custom", ("wr_a", "wr_b"), ("no {}",), "host", ("op",), ()),
+                         ("sorbctl", "custom", ("wr_a", "wr_b"), ("no",), "self", ("op",), ())))], err
 
 
 @pytest.mark.parametrize("word", list(WORDS))

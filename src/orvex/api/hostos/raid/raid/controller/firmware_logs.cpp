@@ -41,14 +41,14 @@ int each_piece(PyObject* text, F&& f) {
 }
 
 // The parser value of a generic host command run with its own arguments.
-Ref host_parsed(const Call& c, const char* command, PyObject* p) {
+Ref command_parsed(const Call& c, const Wrapper& command, PyObject* p) {
   if (p == nullptr) return nullptr;
   Ref answer = c.dispatch_with(command, p);
   Ref first = item(answer.get(), 0);
   return get(first.get(), "parser");
 }
 
-int remove_file(const Call& c, const char* remove, PyObject* path) {
+int remove_file(const Call& c, const Wrapper& remove, PyObject* path) {
   Ref p = dict({{"path", path}});
   if (!p) return -1;
   return c.dispatch_with(remove, p.get()) ? 0 : -1;
@@ -57,12 +57,15 @@ int remove_file(const Call& c, const char* remove, PyObject* path) {
 // ---------------------------------------------------------------- logs
 
 // The export, the reading of a file and the refusal when nothing was written.
-constexpr const char* kLogWords[] = {"export", "read", "failed"};
+struct LogTexts {
+  Wrapper export_log;
+  Wrapper read;
+  Message failed;
+};
 
 // The tool names the two files it wrote; both are read back, flash first.
-Ref detail_log_sorbctl(const Call& c) {
-  const char* read = c.word(RAID_WORD(kLogWords, "read"));
-  Ref reported = c.parsed(c.word(RAID_WORD(kLogWords, "export")));
+Ref detail_log_sorbctl(const Call& c, const LogTexts& t) {
+  Ref reported = c.parsed(t.export_log);
   if (!reported) return nullptr;
   Ref flash_path = str(kFlashLog);
   Ref ram_path = str(kRamLog);
@@ -71,24 +74,24 @@ Ref detail_log_sorbctl(const Call& c) {
   if (written == 1) written = contains(reported.get(), flash_path.get());
   if (written == 1) written = contains(reported.get(), ram_path.get());
   if (written < 0) return nullptr;
-  if (written == 0) return c.refuse(c.word(RAID_WORD(kLogWords, "failed")));
+  if (written == 0) return c.refuse(t.failed);
   if (c.p_set("file_path", flash_path.get()) < 0) return nullptr;
-  Ref flash = c.parsed(read);
+  Ref flash = c.parsed(t.read);
   if (!flash || c.p_set("file_path", ram_path.get()) < 0) return nullptr;
-  Ref ram = c.parsed(read);
+  Ref ram = c.parsed(t.read);
   Ref lines = lines_of(flash.get());
   Ref more = lines_of(ram.get());
   if (!lines || !more) return nullptr;
   return Ref::steal(PySequence_Concat(lines.get(), more.get()));
 }
 
-Ref detail_log_arcconf(const Call& c) {
-  Ref reported = c.parsed(c.word(RAID_WORD(kLogWords, "export")));
+Ref detail_log_arcconf(const Call& c, const LogTexts& t) {
+  Ref reported = c.parsed(t.export_log);
   const int written = truthy(reported.get());
   if (written < 0) return nullptr;
-  if (written == 0) return c.refuse(c.word(RAID_WORD(kLogWords, "failed")));
+  if (written == 0) return c.refuse(t.failed);
   if (c.p_set("file_path", kArcconfLog) < 0) return nullptr;
-  return c.parsed(c.word(RAID_WORD(kLogWords, "read")));
+  return c.parsed(t.read);
 }
 
 // ---------------------------------------------------------------- pass-through
@@ -134,12 +137,19 @@ int collect_storelib_bytes(PyObject* parsed, PyObject* out) {
   });
 }
 
-// The command sent; sorbctl and arcconf then read the data back from a file
-// and remove it.
-constexpr const char* kSendWords[] = {"send", "drive"};
-constexpr const char* kSendReadWords[] = {"send", "read", "remove"};
+// The command sent; storcli64 first reads the drive's device id, sorbctl
+// and arcconf then read the data back from a file and remove it.
+struct SendTexts {
+  Wrapper send;
+  Operation drive;
+};
+struct SendReadTexts {
+  Wrapper send;
+  Wrapper read;
+  Wrapper remove;
+};
 
-Ref passthru_storcli64(const Call& c) {
+Ref passthru_storcli64(const Call& c, const SendTexts& t) {
   Ref bytes = list();
   if (!bytes) return nullptr;
   Ref eid = c.p_get("eid");
@@ -147,16 +157,18 @@ Ref passthru_storcli64(const Call& c) {
   if (!eid || !sid) return nullptr;
   Ref kw = dict({{"eid", eid.get()}, {"sid", sid.get()}});
   if (!kw) return nullptr;
-  Ref drive = c.method(c.word(RAID_WORD(kSendWords, "drive")), kw.get());
+  Ref drive = c.method(t.drive, kw.get());
   if (!drive) return nullptr;
-  if (kit::translate(c, "data_transfer",
-                     {{"write", "1"}, {"read", "2"}, {"readwrite", "3"}, {"notransfer", "0"}}) <
-      0) {
-    return nullptr;
-  }
+  // the tool's code of the transfer; other values go as given
+  Ref transfer = c.p_get("data_transfer");
+  bool listed = false;
+  Ref code = lookup(transfer.get(),
+                    {{"write", "1"}, {"read", "2"}, {"readwrite", "3"}, {"notransfer", "0"}},
+                    Missing::keep, nullptr, &listed);
+  if (!code || (listed && c.p_set("data_transfer", code.get()) < 0)) return nullptr;
   Ref did = index(drive.get(), "did");
   if (!did || c.p_set("did", did.get()) < 0) return nullptr;
-  Ref raw = c.raw(c.word(RAID_WORD(kSendWords, "send")));
+  Ref raw = c.raw(t.send);
   Ref parsed = get(raw.get(), "parser");
   if (!parsed) return nullptr;
   Ref assign = c.exec_format(raw.get());
@@ -180,34 +192,32 @@ int collect_hexdump_words(PyObject* dump, PyObject* out) {
   });
 }
 
-Ref passthru_sorbctl(const Call& c) {
-  const char* send = c.word(RAID_WORD(kSendReadWords, "send"));
-  const char* remove = c.word(RAID_WORD(kSendReadWords, "remove"));
+Ref passthru_sorbctl(const Call& c, const SendReadTexts& t) {
   Ref bytes = list();
   Ref kind = c.p_get("data_transfer");
   const int only_send = equal(kind.get(), "notransfer");
   if (!bytes || only_send < 0) return nullptr;
   if (only_send == 1) {
     if (c.p_set("data_transfer", "set") < 0) return nullptr;
-    Ref assign = c.parsed(send);
+    Ref assign = c.parsed(t.send);
     if (!assign) return nullptr;
     return tuple({assign.get(), bytes.get()});
   }
   Ref scratch = str(kSorbctlScratch);
   if (!scratch || c.p_set("file_path", scratch.get()) < 0) return nullptr;
-  Ref assign = c.parsed(send);
+  Ref assign = c.parsed(t.send);
   if (!assign) return nullptr;
   Ref v = str("v");
   Ref p = dict({{"param", v.get()}, {"file_path", scratch.get()}});
-  Ref dump = host_parsed(c, c.word(RAID_WORD(kSendReadWords, "read")), p.get());
+  Ref dump = command_parsed(c, t.read, p.get());
   if (collect_hexdump_words(dump.get(), bytes.get()) < 0) {
     // The scratch file goes away whatever happened while it was read; the
     // reading's error is the one reported.
     Fetched error;
-    if (remove_file(c, remove, scratch.get()) < 0) PyErr_Clear();
+    if (remove_file(c, t.remove, scratch.get()) < 0) PyErr_Clear();
     return error.restore();
   }
-  if (remove_file(c, remove, scratch.get()) < 0) return nullptr;
+  if (remove_file(c, t.remove, scratch.get()) < 0) return nullptr;
   return tuple({assign.get(), bytes.get()});
 }
 
@@ -220,9 +230,9 @@ int collect_words(PyObject* text, PyObject* out) {
   });
 }
 
-Ref passthru_arcconf(const Call& c) {
+Ref passthru_arcconf(const Call& c, const SendReadTexts& t) {
   Ref bytes = list();
-  Ref answer = c.parsed(c.word(RAID_WORD(kSendReadWords, "send")));
+  Ref answer = c.parsed(t.send);
   const int sent = truthy(answer.get());
   if (!bytes || sent < 0) return nullptr;
   Ref assign = boolean(sent == 1);
@@ -235,9 +245,8 @@ Ref passthru_arcconf(const Call& c) {
   if (named < 0) return nullptr;
   if (named == 1) {
     Ref p = dict({{"file_path", file.get()}});
-    Ref text = host_parsed(c, c.word(RAID_WORD(kSendReadWords, "read")), p.get());
-    if (collect_words(text.get(), bytes.get()) < 0 ||
-        remove_file(c, c.word(RAID_WORD(kSendReadWords, "remove")), file.get()) < 0) {
+    Ref text = command_parsed(c, t.read, p.get());
+    if (collect_words(text.get(), bytes.get()) < 0 || remove_file(c, t.remove, file.get()) < 0) {
       return nullptr;
     }
   } else if (collect_words(answer.get(), bytes.get()) < 0) {
@@ -259,16 +268,15 @@ Ref passthru_params(PyObject* const* args, PyObject* extra) {
 }
 
 // The tool's output as the command wrapper read it: answer[0].get("stdout").
-constexpr const char* kStdoutWords[] = {"query"};
-
-Ref stdout_of(const Call& c) {
-  Ref first = c.raw(c.word(RAID_WORD(kStdoutWords, "query")));
+Ref stdout_of(const Call& c, const Wrapper& query) {
+  Ref first = c.raw(query);
   return get(first.get(), "stdout");
 }
 
 }  // namespace
 
 void add_firmware_logs_ops(OpList& ops) {
+  static constexpr Wrapper kFwLog{"ctr_get_log_storcli64"};
   ops.push_back(Op("export_fw_logs")
                     .params(kKeywordsOnly)
                     .extras({kAdapterId})
@@ -276,8 +284,12 @@ void add_firmware_logs_ops(OpList& ops) {
                          "参数:\n"
                          "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                          "返回:\n    工具输出的日志（命令结果的 stdout 部分，逐行）。")
-                    .variants({custom(Tool::storcli64, stdout_of, kStdoutWords)
-                                   .wrappers({{"query", "ctr_get_log_storcli64"}})}));
+                    .variants({custom<stdout_of, kFwLog>(Tool::storcli64)}));
+  static constexpr Wrapper kAliLog{"ctr_get_alilog_storcli64"};
+  static constexpr LogTexts kSorbctlDetailLog{
+      {"get_controller_log_sorbctl"}, {"cat"}, {"导出日志文件失败"}};
+  static constexpr LogTexts kArcconfDetailLog{
+      {"get_controller_log_arcconf"}, {"cat"}, {"导出日志文件失败"}};
   ops.push_back(
       Op("get_controller_detail_log")
           .params(kKeywordsOnly)
@@ -291,14 +303,9 @@ void add_firmware_logs_ops(OpList& ops) {
                "返回:\n    list: 日志行；sorbctl 为 flash 日志行在前、ram 日志行在后。\n\n"
                "异常:\n    OrvexException: 工具未导出日志文件时抛出 \"导出日志文件失败\"。")
           .returns_doc("list")
-          .variants({custom(Tool::storcli64, stdout_of, kStdoutWords)
-                         .wrappers({{"query", "ctr_get_alilog_storcli64"}}),
-                     custom(Tool::sorbctl, detail_log_sorbctl, kLogWords)
-                         .wrappers({{"export", "get_controller_log_sorbctl"}, {"read", "cat"}})
-                         .messages({{"failed", "导出日志文件失败"}}),
-                     custom(Tool::arcconf, detail_log_arcconf, kLogWords)
-                         .wrappers({{"export", "get_controller_log_arcconf"}, {"read", "cat"}})
-                         .messages({{"failed", "导出日志文件失败"}})}));
+          .variants({custom<stdout_of, kAliLog>(Tool::storcli64),
+                     custom<detail_log_sorbctl, kSorbctlDetailLog>(Tool::sorbctl),
+                     custom<detail_log_arcconf, kArcconfDetailLog>(Tool::arcconf)}));
   ops.push_back(Op("update_controller_fw")
                     .params({arg("fw_file"), kwargs()})
                     .extras({kAdapterId})
@@ -334,6 +341,12 @@ void add_firmware_logs_ops(OpList& ops) {
                     .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 固件热激活 功能"),
                                checked(Tool::sorbctl, "active_controller_fw_sorbctl"),
                                refuse(Tool::arcconf, "PMC卡arcconf工具没有 固件热激活 功能")}));
+  static constexpr SendTexts kStorcliSend{{"send_ctr_storelibtest_passthru"},
+                                          {"get_one_physical_drive_info"}};
+  static constexpr SendReadTexts kSorbctlSend{
+      {"send_controller_pd_passthru_sorbctl"}, {"hexdump"}, {"rm"}};
+  static constexpr SendReadTexts kArcconfSend{
+      {"send_controller_pd_passthru_arcconf"}, {"cat"}, {"rm"}};
   ops.push_back(
       Op("controller_command_passthru")
           .params(kPassthruParams)
@@ -354,18 +367,10 @@ void add_firmware_logs_ops(OpList& ops) {
                "\"05\"]；无数据传输时列表为空。")
           .returns_doc("tuple")
           .build(passthru_params)
-          .variants({custom(Tool::storcli64, passthru_storcli64, kSendWords)
-                         .wrappers({{"send", "send_ctr_storelibtest_passthru"}})
-                         .calls({{"drive", "get_one_physical_drive_info"}})
+          .variants({custom<passthru_storcli64, kStorcliSend>(Tool::storcli64)
                          .ignores("adapter_id", "读取硬盘 did 时不传 adapter_id"),
-                     custom(Tool::sorbctl, passthru_sorbctl, kSendReadWords)
-                         .wrappers({{"send", "send_controller_pd_passthru_sorbctl"},
-                                    {"read", "hexdump"},
-                                    {"remove", "rm"}}),
-                     custom(Tool::arcconf, passthru_arcconf, kSendReadWords)
-                         .wrappers({{"send", "send_controller_pd_passthru_arcconf"},
-                                    {"read", "cat"},
-                                    {"remove", "rm"}})}));
+                     custom<passthru_sorbctl, kSorbctlSend>(Tool::sorbctl),
+                     custom<passthru_arcconf, kArcconfSend>(Tool::arcconf)}));
 }
 
 }  // namespace raid

@@ -108,11 +108,11 @@ void add_controller_settings_ops(OpList& ops) {
                      query(Tool::sorbctl, "get_controller_jbod_sorbctl")
                          .at("Jbod")
                          .method("upper")
-                         .map({{"RAWDRIVE", "ON"}}),
+                         .lookup({{"RAWDRIVE", "ON"}}),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
                          .at("controller_information")
                          .at("controller_mode")
-                         .map({{"RAID (Hide RAW)", "OFF"}, {"Mixed", "ON"}})}));
+                         .lookup({{"RAID (Hide RAW)", "OFF"}, {"Mixed", "ON"}})}));
   ops.push_back(
       Op("get_ctl_current_time")
           .params(kKeywordsOnly)

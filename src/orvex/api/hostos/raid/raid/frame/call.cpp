@@ -154,7 +154,11 @@ const char* Call::word(const char* name) const {
 }
 
 Ref Call::word_with(const char* name, std::initializer_list<PyObject*> values) const {
-  const char* text = word(name);
+  return message(Message{word(name)}, values);
+}
+
+Ref Call::message(const Message& m, std::initializer_list<PyObject*> values) const {
+  const char* text = m.text;
   Ref out = str("");
   for (PyObject* value : values) {
     const char* place = std::strstr(text, "{}");

@@ -279,9 +279,6 @@ int compile_variants(CompiledOp& op) {
       if (e.op == Edit::Op::fn) {
         if (e.prep == nullptr)
           return declaration_error(name, "a prep edit without its function", nullptr), -1;
-      } else if (e.op == Edit::Op::attempt) {
-        if (e.text == nullptr)
-          return declaration_error(name, "an attempt without its log text", nullptr), -1;
       } else if (e.key == nullptr) {
         declaration_error(name, "an edit without its key", nullptr);
         return -1;
@@ -331,6 +328,10 @@ int compile_variants(CompiledOp& op) {
       if (!closed) return declaration_error(name, "an unclosed brace in ", s.name), -1;
       if (!cs.key.pieces.empty() && !op.builds_params)
         return declaration_error(name, "params values named in an operation without", nullptr), -1;
+      if (s.op == Shape::Op::lookup && (s.missing == Missing::fallback) != (s.text != nullptr))
+        return declaration_error(name, "a lookup's fallback without Missing::fallback", nullptr),
+               -1;
+      cs.missing = s.missing;
       cs.table = compile_pairs(s.table, &ok);
       c.shapes.push_back(std::move(cs));
     }

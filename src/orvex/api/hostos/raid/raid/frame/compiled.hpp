@@ -52,8 +52,9 @@ struct CShape {
   Shape::Op op;
   Ref name;
   CText key;  // at/get/wrap
-  Ref text;   // refuse_on: the message
+  Ref text;   // refuse_on: the message; lookup: the fallback
   std::vector<CPair> table;
+  Missing missing;
 };
 
 struct CVariant {

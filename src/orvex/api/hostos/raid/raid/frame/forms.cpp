@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "helpers.hpp"
+#include "lookup.hpp"
 #include "runtime.hpp"
 
 namespace raid {
@@ -20,20 +21,6 @@ Ref dispatch_name(const Call& c, PyObject* wrapper, PyObject* p, Route r) {
 }
 
 namespace {
-
-// 1 with *to = table[value] (borrowed) when the table lists value, 0 when
-// it does not, -1 on error.
-int listed(const std::vector<CPair>& table, PyObject* value, PyObject** to) {
-  for (const CPair& p : table) {
-    const int eq = equal(value, p.from.get());
-    if (eq < 0) return -1;
-    if (eq == 1) {
-      *to = p.to.get();
-      return 1;
-    }
-  }
-  return 0;
-}
 
 // The text with the params values it names filled in.
 Ref expand(const Call& c, const CText& t) {
@@ -71,34 +58,12 @@ int apply_edits(const Call& c, const CVariant& v) {
       }
       case Edit::Op::lookup: {
         Ref value = get(params, e.key.get());
-        if (!value) return -1;
-        PyObject* to = nullptr;
-        const int found = listed(e.table, value.get(), &to);
-        if (found < 0) return -1;
-        if (found == 0) {
-          if (e.missing == Missing::keep) break;
-          if (e.missing == Missing::key_error) {
-            Ref key_args = tuple({value.get()});
-            if (key_args) PyErr_SetObject(PyExc_KeyError, key_args.get());
-            return -1;
-          }
-          to = e.missing == Missing::none ? Py_None : e.text.get();
-        }
+        bool listed = false;
+        Ref to = lookup(value.get(), e.table, e.missing, e.text.get(), &listed);
+        if (!to) return -1;
+        if (!listed && e.missing == Missing::keep) break;
         PyObject* target = e.other ? e.other.get() : e.key.get();
-        if (PyDict_SetItem(params, target, to) < 0) return -1;
-        break;
-      }
-      case Edit::Op::attempt: {
-        Ref done = dispatch_name(c, e.other.get(), params, c.variant.route);
-        if (done) break;
-        Fetched error;
-        if (!error.matches(PyExc_Exception)) {
-          error.restore();
-          return -1;
-        }
-        Ref text = to_str(error.value() != nullptr ? error.value() : Py_None);
-        Ref message = concat({e.text.get(), text.get()});
-        if (!message || c.log_error(message.get()) < 0) return -1;
+        if (PyDict_SetItem(params, target, to.get()) < 0) return -1;
         break;
       }
       case Edit::Op::fn:
@@ -146,13 +111,9 @@ Ref shape(const Call& c, const CVariant& v, Ref x) {
         x = std::move(out);
         break;
       }
-      case Shape::Op::map: {
-        PyObject* to = nullptr;
-        const int found = listed(s.table, x.get(), &to);
-        if (found < 0) return nullptr;
-        if (found == 1) x = Ref::borrow(to);
+      case Shape::Op::lookup:
+        x = lookup(x.get(), s.table, s.missing, s.text.get());
         break;
-      }
       case Shape::Op::refuse_on: {
         int hit = 0;
         if (s.name) {

@@ -29,13 +29,13 @@
 #include <vector>
 
 #include "py.hpp"
+#include "texts.hpp"
 
 namespace raid {
 
 using py::Ref;
 
 enum class Tool : std::uint8_t { storcli64, arcconf, sorbctl, storelibtest };
-enum class Route : std::uint8_t { self, host, dispatcher };
 enum class ResultType : std::uint8_t { any, dict, list };
 
 // ---------------------------------------------------------------------------
@@ -171,6 +171,13 @@ struct ExtraNote {
   const char* detail = nullptr;
 };
 
+// A text of a computed variant (texts.hpp) as the reference lists it.
+struct TextNote {
+  const char* text;
+  WordKind kind;
+  Route route;
+};
+
 struct WordNames {  // the names a body or prep reads (see RAID_WORD)
   const char* const* names;
   std::size_t count;
@@ -187,23 +194,19 @@ enum class Missing : std::uint8_t {
 // One edit of params before the dispatch, applied in the row's order.
 struct Edit {
   enum class Op : std::uint8_t {
-    put,      // params[key] = text
-    rename,   // params[other] = params.pop(key)
-    copy,     // params[other] = params.get(key)
-    lookup,   // params[other, or key when null] = table[params.get(key)];
-              //     a value the table lacks as `missing` says
-    attempt,  // dispatch wrapper `other` first (the variant's route); an
-              //     Exception it raises is logged at error level as
-              //     text + str(error), and the variant goes on
-    fn,       // prep(call)
+    put,     // params[key] = text
+    rename,  // params[other] = params.pop(key)
+    copy,    // params[other] = params.get(key)
+    lookup,  // params[other, or key when null] = table[params.get(key)];
+             //     a value the table lacks as `missing` says
+    fn,      // prep(call)
   };
   Op op;
   const char* key = nullptr;
-  const char* other = nullptr;  // put: the text; rename/copy/lookup: the new key;
-                                // attempt: the wrapper
+  const char* other = nullptr;  // put: the text; rename/copy/lookup: the new key
   std::vector<Pair> table;
   Prep prep = nullptr;
-  const char* text = nullptr;       // lookup: the fallback; attempt: the log head
+  const char* text = nullptr;       // lookup: the fallback
   Missing missing = Missing::keep;  // lookup
 };
 
@@ -221,13 +224,14 @@ struct Shape {
     post,       // x = formatter.<name>(x)
     method,     // x = x.<name>()   (e.g. "upper")
     wrap,       // x = {key: x}
-    map,        // x = table[x] when listed; other values stay
+    lookup,     // x = table[x]; a value the table lacks as `missing` says
     refuse_on,  // x == name (name null: x empty or None): OrvexException(text)
   };
   Op op;
   const char* name = nullptr;
-  const char* text = nullptr;  // refuse_on: the message
-  std::vector<Pair> table;     // map
+  const char* text = nullptr;  // refuse_on: the message; lookup: the fallback
+  std::vector<Pair> table;     // lookup
+  Missing missing = Missing::keep;
 };
 
 // What a variant does when called.  Every form but refusal first applies the
@@ -268,6 +272,7 @@ struct VariantDef {
   std::vector<WordKind> word_kinds;   // one per word text
   std::vector<ExtraNote> notes;       // for the reference of operations
   std::vector<WordNames> word_names;  // what the body and preps declare they read
+  std::vector<TextNote> texts;        // the typed texts of the body and preps
 
   // Modifiers, so a row says only what differs.
   VariantDef via(Route r) &&;
@@ -278,12 +283,21 @@ struct VariantDef {
   // value the table lacks: see Missing (Missing::fallback writes `fallback`).
   VariantDef lookup(const char* key, std::vector<Pair> table, Missing missing = Missing::keep,
                     const char* into = nullptr, const char* fallback = nullptr) &&;
-  VariantDef attempt(const char* wrapper, const char* log_head) &&;
   VariantDef prep(Prep fn) &&;
   template <std::size_t N>
   VariantDef prep(Prep fn, const char* const (&names)[N]) && {
     word_names.push_back(WordNames{names, N});
     return std::move(*this).prep(fn);
+  }
+  // A prep reading a texts struct: fn(call, texts).
+  template <auto fn, const auto& texts>
+  VariantDef prep() && {
+    note_texts(texts);
+    return std::move(*this).prep(+[](const Call& c) -> int { return fn(c, texts); });
+  }
+  template <class T>
+  void note_texts(const T& t) {
+    each_field(t, [this](const auto& field) { note_text(field); });
   }
   VariantDef words(const std::vector<Pair>& named) &&;
   VariantDef wrappers(const std::vector<Pair>& named) &&;  // words that are wrapper names
@@ -301,9 +315,18 @@ struct VariantDef {
   VariantDef post(const char* formatter_method) &&;
   VariantDef method(const char* name) &&;
   VariantDef wrap(const char* key) &&;
-  VariantDef map(std::vector<Pair> table) &&;
+  // The answer at hand looked up in table (see Missing).
+  VariantDef lookup(std::vector<Pair> table, Missing missing = Missing::keep,
+                    const char* fallback = nullptr) &&;
   VariantDef refuse_on(const char* text, const char* message) &&;
   VariantDef refuse_on_empty(const char* message) &&;
+
+  void note_text(const Wrapper& w) { texts.push_back({w.name, WordKind::wrapper, w.route}); }
+  void note_text(const Message& m) { texts.push_back({m.text, WordKind::message, Route::self}); }
+  void note_text(const Operation& o) { texts.push_back({o.name, WordKind::call, Route::self}); }
+  void note_text(const Text& t) { texts.push_back({t.text, WordKind::text, Route::self}); }
+  template <class Data>
+  void note_text(const Data&) {}  // the body's own data, not a text
 };
 
 VariantDef refuse(Tool t, const char* message);
@@ -315,6 +338,15 @@ template <std::size_t N>
 VariantDef custom(Tool t, Body body, const char* const (&names)[N], const void* data = nullptr) {
   VariantDef v = custom(t, body, data);
   v.word_names.push_back(WordNames{names, N});
+  return v;
+}
+// A variant computed by body(call, texts), texts a constexpr struct of
+// typed texts (texts.hpp).
+template <auto body, const auto& texts>
+VariantDef custom(Tool t) {
+  VariantDef v = custom(
+      t, +[](const Call& c) -> Ref { return body(c, texts); });
+  v.note_texts(texts);
   return v;
 }
 // checked/action whose wrapper is chosen by params[key] (see VariantDef::choose)
@@ -459,6 +491,24 @@ struct Call {
   // OrvexException(message); returns an empty Ref for `return c.refuse(...)`.
   Ref refuse(const char* message) const;
   Ref refuse(PyObject* message) const;
+
+  // The same with the typed texts of texts.hpp; a wrapper goes through its
+  // own route.
+  Ref dispatch(const Wrapper& w) const { return dispatch(w.name, w.route); }
+  Ref dispatch_with(const Wrapper& w, PyObject* p) const {
+    return dispatch_with(w.name, p, w.route);
+  }
+  Ref raw(const Wrapper& w) const { return raw(w.name, w.route); }
+  Ref parsed(const Wrapper& w) const { return parsed(w.name, w.route); }
+  Ref parsed_index(const Wrapper& w) const { return parsed_index(w.name, w.route); }
+  Ref checked(const Wrapper& w) const { return checked(w.name, w.route); }
+  Ref method(const Operation& o, PyObject* kwargs = nullptr) const {
+    return method(o.name, kwargs);
+  }
+  Ref refuse(const Message& m) const { return refuse(m.text); }
+  // The message with its "{}" places filled by the values in order (str
+  // concatenation: a value that is not a str fails with TypeError).
+  Ref message(const Message& m, std::initializer_list<PyObject*> values) const;
 };
 
 PyObject* tool_string(Tool t);  // the tool kind string (interned, borrowed)

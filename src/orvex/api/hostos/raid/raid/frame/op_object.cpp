@@ -111,7 +111,7 @@ Ref text_tuple(const std::vector<const char*>& texts) {
 
 // One variant as the reference of operations reads it: (tool, form,
 // wrappers, messages, route, calls, notes).  wrappers: what it dispatches,
-// in order (a first attempt, the wrapper, the choices by value, a computed
+// in order (a prep's first try, the wrapper, the choices by value, a computed
 // variant's wrapper words); messages: what it raises (a message with "{}"
 // is completed by a value); calls: other operations of the object it calls;
 // notes: ((extra, "reads" or "ignores", detail or None), ...).
@@ -122,9 +122,20 @@ Ref variant_record(const VariantDef& v) {
   std::vector<const char*> messages;
   std::vector<const char*> calls;
   std::vector<std::string> composed;  // keeps the composed messages alive
-  for (const Edit& e : v.edits) {
-    if (e.op == Edit::Op::attempt) wrappers.push_back(e.other);
+  // The typed texts; a computed variant whose wrappers all go one way
+  // shows that route.
+  Route route = v.route;
+  bool one_route = true;
+  for (const TextNote& t : v.texts) {
+    if (t.kind == WordKind::wrapper) {
+      one_route = one_route && (wrappers.empty() || t.route == route);
+      route = t.route;
+      wrappers.push_back(t.text);
+    }
+    if (t.kind == WordKind::message) messages.push_back(t.text);
+    if (t.kind == WordKind::call) calls.push_back(t.text);
   }
+  if (v.text != nullptr || !one_route) route = v.route;
   if (v.form == Form::refusal) {
     messages.push_back(v.text);
   } else if (v.text != nullptr) {
@@ -158,7 +169,7 @@ Ref variant_record(const VariantDef& v) {
   Ref c = text_tuple(calls);
   if (!w || !m || !c) return nullptr;
   return Ref::steal(Py_BuildValue("(OsOOsOO)", tool_string(v.tool), forms[static_cast<int>(v.form)],
-                                  w.get(), m.get(), routes[static_cast<int>(v.route)], c.get(),
+                                  w.get(), m.get(), routes[static_cast<int>(route)], c.get(),
                                   notes.get()));
 }
 

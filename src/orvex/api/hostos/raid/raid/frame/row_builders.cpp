@@ -70,10 +70,6 @@ VariantDef VariantDef::lookup(const char* key, std::vector<Pair> table, Missing 
   e.missing = missing;
   return with_edit(std::move(*this), std::move(e));
 }
-VariantDef VariantDef::attempt(const char* wrapper, const char* log_head) && {
-  return with_edit(std::move(*this),
-                   Edit{Edit::Op::attempt, nullptr, wrapper, {}, nullptr, log_head});
-}
 VariantDef VariantDef::prep(Prep fn) && {
   return with_edit(std::move(*this), Edit{Edit::Op::fn, nullptr, nullptr, {}, fn});
 }
@@ -140,8 +136,11 @@ VariantDef VariantDef::method(const char* name) && {
 VariantDef VariantDef::wrap(const char* key) && {
   return with_shape(std::move(*this), Shape::Op::wrap, key);
 }
-VariantDef VariantDef::map(std::vector<Pair> table) && {
-  return with_shape(std::move(*this), Shape::Op::map, nullptr, nullptr, std::move(table));
+VariantDef VariantDef::lookup(std::vector<Pair> table, Missing missing, const char* fallback) && {
+  VariantDef v =
+      with_shape(std::move(*this), Shape::Op::lookup, nullptr, fallback, std::move(table));
+  v.shapes.back().missing = missing;
+  return v;
 }
 VariantDef VariantDef::refuse_on(const char* text, const char* message) && {
   return with_shape(std::move(*this), Shape::Op::refuse_on, text, message);

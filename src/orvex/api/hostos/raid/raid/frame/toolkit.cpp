@@ -71,25 +71,16 @@ Ref head_before(PyObject* text, char sep) {
   return call_method(head.get(), "strip");
 }
 
-Ref lookup(PyObject* value, std::initializer_list<Pair> table) {
-  if (value == nullptr) return nullptr;
-  for (const Pair& p : table) {
-    const int eq = equal(value, p.from);
-    if (eq < 0) return nullptr;
-    if (eq == 1) return str(p.to);
+int try_first(const Call& c, const FirstTry& t) {
+  if (c.dispatch_with(t.wrapper.name, c.params, c.variant.route)) return 0;
+  Fetched error;
+  if (!error.matches(PyExc_Exception)) {
+    error.restore();
+    return -1;
   }
-  return none();
-}
-
-int translate(const Call& c, const char* key, std::initializer_list<Pair> table) {
-  Ref v = c.p_get(key);
-  if (!v) return -1;
-  for (const Pair& p : table) {
-    const int eq = equal(v.get(), p.from);
-    if (eq < 0) return -1;
-    if (eq == 1) return c.p_set(key, p.to);
-  }
-  return 0;
+  Ref text = to_str(error.value() != nullptr ? error.value() : Py_None);
+  Ref message = concat({py::text(t.log_head.text).get(), text.get()});
+  return message ? c.log_error(message.get()) : -1;
 }
 
 Ref days_as_hours(PyObject* days) {

@@ -10,6 +10,7 @@
 
 #include "frame.hpp"
 #include "helpers.hpp"
+#include "lookup.hpp"
 
 namespace raid::kit {
 
@@ -38,11 +39,18 @@ class Framed {
 // whitespace around it.
 Ref head_before(PyObject* text, char sep);
 
-// table[value], or None for a value outside the table.
-Ref lookup(PyObject* value, std::initializer_list<Pair> table);
+// A wrapper dispatched (through the variant's route, with params) before
+// the variant's own; an Exception it raises is only logged at error level,
+// as log_head + str(error), and the variant goes on.
+struct FirstTry {
+  Wrapper wrapper;
+  Text log_head;
+};
+int try_first(const Call& c, const FirstTry& t);  // a prep: 0, or -1 on error
 
-// params[key] = table[params[key]] when listed; other values stay as given.
-int translate(const Call& c, const char* key, std::initializer_list<Pair> table);
+// storcli64 asks for the boot order by firmware before it sets a boot drive.
+inline constexpr FirstTry kOrderByFirmware{{"ctr_set_device_order_by_firmware"},
+                                           {"不支持order_by_firmware功能,"}};
 
 // storcli64's property table as one dict:
 // {row["Ctrl_Prop"]: row["Value"] for row in parser["Controller Properties"]}.

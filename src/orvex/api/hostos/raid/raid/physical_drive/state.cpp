@@ -273,16 +273,15 @@ void add_pd_state_ops(OpList& ops) {
           .returns_doc("bool")
           // storcli64 asks for the boot order by firmware first; a controller
           // that refuses it is only logged
-          .variants(
-              {checked(Tool::storcli64, "pd_set_bootdrive_storcli64")
-                   .lookup("state", {{"primary", "on"}, {"secondary", "on"}})
-                   .rename("state", "bootdrive")
-                   .copy("bootdrive", "status")
-                   .attempt("ctr_set_device_order_by_firmware", "不支持order_by_firmware功能,"),
-               checked(Tool::sorbctl, "set_controller_pd_boot_sorbctl")
-                   .lookup("state", {{"primary", "on"}, {"secondary", "on"}}),
-               checked(Tool::arcconf, "set_controller_pd_boot_arcconf")
-                   .lookup("state", {{"off", "none"}})}));
+          .variants({checked(Tool::storcli64, "pd_set_bootdrive_storcli64")
+                         .lookup("state", {{"primary", "on"}, {"secondary", "on"}})
+                         .rename("state", "bootdrive")
+                         .copy("bootdrive", "status")
+                         .prep<try_first, kOrderByFirmware>(),
+                     checked(Tool::sorbctl, "set_controller_pd_boot_sorbctl")
+                         .lookup("state", {{"primary", "on"}, {"secondary", "on"}}),
+                     checked(Tool::arcconf, "set_controller_pd_boot_arcconf")
+                         .lookup("state", {{"off", "none"}})}));
   ops.push_back(Op("set_pd_pdcache")
                     .params(kStateParams)
                     .extras({kAdapterId})

@@ -83,7 +83,7 @@ int create_arcconf(const Call& c) {
   if (given <= 0) return given;
   const int parity = is_one_of(level.get(), {"5", "6", "50", "60"});
   if (parity <= 0) return parity < 0 ? -1 : c.p_del_if("init");
-  Ref method = lookup(init.get(), {{"front", "build"}, {"background", "default"}});
+  Ref method = lookup(init.get(), {{"front", "build"}, {"background", "default"}}, Missing::none);
   return c.p_set("init", method.get());
 }
 

@@ -40,7 +40,7 @@ Ref iopolicy_storcli64(const Call& c) {
     Ref cache = index(row.get(), "Cache");
     Ref cache_upper = upper(cache.get());
     Ref last = index(cache_upper.get(), last_index.get());
-    Ref label = lookup(last.get(), {{"D", "Direct IO"}, {"C", "Cached IO"}});
+    Ref label = lookup(last.get(), {{"D", "Direct IO"}, {"C", "Cached IO"}}, Missing::none);
     if (!label) return -1;
     if (label.get() != Py_None && set_item(row.get(), "Cache", label.get()) < 0) return -1;
     Ref whole = call_method(m.get(), "group", {zero.get()});
@@ -297,7 +297,7 @@ void add_vd_policies_ops(OpList& ops) {
                    .lookup("state", {{"primary", "on"}, {"secondary", "on"}})
                    .rename("state", "bootdrive")
                    .copy("bootdrive", "status")
-                   .attempt("ctr_set_device_order_by_firmware", "不支持order_by_firmware功能,"),
+                   .prep<try_first, kOrderByFirmware>(),
                checked(Tool::sorbctl, "set_controller_vd_boot_sorbctl")
                    .lookup("state", {{"primary", "on"}, {"secondary", "on"}}),
                checked(Tool::arcconf, "set_vd_boot_arcconf").lookup("state", {{"off", "none"}})}));
