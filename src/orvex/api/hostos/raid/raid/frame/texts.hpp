@@ -65,15 +65,21 @@ auto braces(int) -> decltype(void(T{std::declval<F>()...}), std::true_type{});
 template <class T, class... F>
 std::false_type braces(...);
 
-// The number of fields of the aggregate T: the most initialisers its braces
-// take (a field is initialised by one Any, never by brace elision, since an
-// Any converts to the field's own type).
-template <class T, class... F>
+template <class T, std::size_t... I>
+constexpr bool takes(std::index_sequence<I...>) {
+  return decltype(braces<T, decltype(static_cast<void>(I), Any{})...>(0))::value;
+}
+
+// The number of fields of the aggregate T: the most initialisers (up to N)
+// its braces take.  Each initialiser sets one field, never a field's own
+// fields, since an Any converts to the field's type; and counting down
+// counts a struct whose fields cannot be left out (references) too.
+template <class T, std::size_t N = 8>
 constexpr std::size_t count() {
-  if constexpr (decltype(braces<T, F..., Any>(0))::value) {
-    return count<T, F..., Any>();
+  if constexpr (N == 0 || takes<T>(std::make_index_sequence<N>{})) {
+    return N;
   } else {
-    return sizeof...(F);
+    return count<T, N - 1>();
   }
 }
 
