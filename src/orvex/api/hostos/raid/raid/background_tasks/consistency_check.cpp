@@ -14,28 +14,30 @@ namespace {
 // switch_status goes into params under a key of each variant's own.
 constexpr ParamDef kSwitchParams[] = {arg("switch_status").unstored(), kwargs()};
 
-constexpr const char* kClockWords[] = {"clock"};
-
 // The start of the next full hour on the controller's clock, as
 // "%Y/%m/%d %H".  The clock is read from the default controller: no
-// adapter_id is passed to get_ctl_current_time.
-Ref next_hour_on_controller(const Call& c) {
-  Ref clock = c.method(c.word(RAID_WORD(kClockWords, "clock")));
-  return shift_time(clock.get(), "%Y/%m/%d %H:%M:%S", "hours", 1, "%Y/%m/%d %H");
+// adapter_id is passed to the clock's operation.
+Ref next_hour_on_controller(const Call& c, const Operation& clock) {
+  Ref now = c.method(clock);
+  return shift_time(now.get(), "%Y/%m/%d %H:%M:%S", "hours", 1, "%Y/%m/%d %H");
 }
 
-int schedule_start(const Call& c) {
-  Ref start = next_hour_on_controller(c);
+int schedule_start(const Call& c, const Operation& clock) {
+  Ref start = next_hour_on_controller(c, clock);
   return start ? c.p_set("start_time", start.get()) : -1;
 }
 
-constexpr const char* kScheduleWords[] = {"schedule", "clock"};  // clock: next_hour_on_controller
+// The schedule's command, and the operation reading the controller's clock.
+struct ScheduleTexts {
+  Wrapper schedule;
+  Operation clock;
+};
 
 // The mode is the switch, put in params as cc by the row ("on" meaning
 // sequential); only the modes seq and conc are scheduled, but the clock is read for every switch,
 // "off" too.
-Ref switch_storcli64(const Call& c) {
-  Ref start = next_hour_on_controller(c);
+Ref switch_storcli64(const Call& c, const ScheduleTexts& t) {
+  Ref start = next_hour_on_controller(c, t.clock);
   Ref cc = c.p_get("cc");
   if (!start || !cc) return nullptr;
   for (const char* mode : {"seq", "conc"}) {
@@ -46,7 +48,7 @@ Ref switch_storcli64(const Call& c) {
       break;
     }
   }
-  return c.checked(c.word(RAID_WORD(kScheduleWords, "schedule")));
+  return c.checked(t.schedule);
 }
 
 // storcli64 takes the period in hours; it is given in days.
@@ -65,18 +67,23 @@ int switch_kept(const Call& c) {
   return c.p_set("switch_status", c.arg(RAID_ARG(kSwitchParams, "switch_status")));
 }
 
-// storcli64's property table as one dict, formatted.
-constexpr const char* kPropsWords[] = {"query", "template"};
+// A query and the template its answer is formatted with.
+struct FormattedTexts {
+  Wrapper query;
+  Text format_name;
+};
 
-Ref props_storcli64(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kPropsWords, "query")));
+// storcli64's property table as one dict, formatted.
+Ref props_storcli64(const Call& c, const FormattedTexts& t) {
+  Ref parser = c.parsed(t.query);
   Ref table = parser ? props_table(parser.get()) : nullptr;
-  return c.format_with(table.get(), c.word(RAID_WORD(kPropsWords, "template")));
+  return c.format_with(table.get(), t.format_name.text);
 }
 
 }  // namespace
 
 void add_consistency_check_ops(OpList& ops) {
+  static constexpr ScheduleTexts kSchedule{{"ctr_set_cc_cfg_storcli64"}, {"get_ctl_current_time"}};
   ops.push_back(
       Op("set_ccheck_switch")
           .params(kSwitchParams)
@@ -93,11 +100,9 @@ void add_consistency_check_ops(OpList& ops) {
                "OrvexException。")
           .returns_doc("bool")
           .variants(
-              {custom(Tool::storcli64, switch_storcli64, kScheduleWords)
+              {custom<switch_storcli64, kSchedule>(Tool::storcli64)
                    .prep(switch_as_cc)
                    .lookup("cc", {{"on", "seq"}})
-                   .wrappers({{"schedule", "ctr_set_cc_cfg_storcli64"}})
-                   .calls({{"clock", "get_ctl_current_time"}})
                    .ignores("adapter_id", "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
                checked_by(Tool::sorbctl, "switch_status",
                           {{"on", "start_controller_ccheck_sorbctl"},
@@ -105,6 +110,7 @@ void add_consistency_check_ops(OpList& ops) {
                           "请输入正确的switch_status: ", "错误, 应为on或者off.")
                    .prep(switch_kept),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置一致性校验开关 功能")}));
+  static constexpr Operation kClock{"get_ctl_current_time"};
   ops.push_back(
       Op("set_ctl_ccheck_state")
           .params({kw("cc_state").as("cc"), kwargs()})
@@ -118,8 +124,7 @@ void add_consistency_check_ops(OpList& ops) {
           .returns_doc("bool")
           .variants(
               {checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64")
-                   .prep(schedule_start, kClockWords)
-                   .calls({{"clock", "get_ctl_current_time"}})
+                   .prep<schedule_start, kClock>()
                    .ignores("adapter_id", "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
                refuse(Tool::sorbctl, "7460卡sorbctl工具没有 RAID-设置一致性校验功能模式状态 功能"),
                refuse(Tool::arcconf,
@@ -138,8 +143,7 @@ void add_consistency_check_ops(OpList& ops) {
           .variants(
               {checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64")
                    .put("cc", "conc")
-                   .prep(schedule_start, kClockWords)
-                   .calls({{"clock", "get_ctl_current_time"}})
+                   .prep<schedule_start, kClock>()
                    .ignores("adapter_id", "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
                refuse(Tool::sorbctl,
                       "7460卡sorbctl工具没有 "
@@ -182,8 +186,7 @@ void add_consistency_check_ops(OpList& ops) {
               {checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64")
                    .put("cc", "conc")
                    .prep(period_in_hours)
-                   .prep(schedule_start, kClockWords)
-                   .calls({{"clock", "get_ctl_current_time"}})
+                   .prep<schedule_start, kClock>()
                    .ignores("adapter_id", "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
                checked(Tool::sorbctl, "set_controller_ccheck_sorbctl").copy("delay", "period_time"),
                refuse(Tool::arcconf,
@@ -262,6 +265,7 @@ void add_consistency_check_ops(OpList& ops) {
                             "RAID-设置一致性校验功能参数_parallelcount(并行硬盘数) 功能"),
                      checked(Tool::arcconf, "ctl_set_cc_parallelcount_arcconf")
                          .rename("parallelcount", "pd_count")}));
+  static constexpr FormattedTexts kInfo{{"ctr_get_cc_storcli64"}, {"get_controller_ccheck_format"}};
   ops.push_back(
       Op("query_ctl_ccheck_info")
           .params({kwargs()})
@@ -276,9 +280,7 @@ void add_consistency_check_ops(OpList& ops) {
                "'0'）、CC Excluded VDs（如 'None'）和 raw_data（工具的原始输出；arcconf "
                "为控制器信息部分）。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, props_storcli64, kPropsWords)
-                         .wrappers({{"query", "ctr_get_cc_storcli64"}})
-                         .words({{"template", "get_controller_ccheck_format"}}),
+          .variants({custom<props_storcli64, kInfo>(Tool::storcli64),
                      query(Tool::sorbctl, "get_controller_ccheck_sorbctl")
                          .format("get_controller_ccheck_format"),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")

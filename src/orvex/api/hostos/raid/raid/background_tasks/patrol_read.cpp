@@ -12,51 +12,66 @@ namespace {
 
 // The wrapper of each operation, and the refusal of any other; the message
 // names the operation given, whatever its type.
-constexpr const char* kOperWords[] = {"start", "stop", "unknown"};
+struct OperTexts {
+  Wrapper start;
+  Wrapper stop;
+  Message unknown;
+};
 
-Ref pd_oper_sorbctl(const Call& c) {
+// An accepted value and the wrapper it picks.
+struct Choice {
+  const char* value;
+  const Wrapper& wrapper;
+};
+
+Ref pd_oper_sorbctl(const Call& c, const OperTexts& t) {
   Ref oper = c.p_get("oper");
-  const Pair wrappers[] = {{"start", c.word(RAID_WORD(kOperWords, "start"))},
-                           {"stop", c.word(RAID_WORD(kOperWords, "stop"))}};
-  for (const Pair& p : wrappers) {
-    const int hit = equal(oper.get(), p.from);
+  const Choice choices[] = {{"start", t.start}, {"stop", t.stop}};
+  for (const Choice& choice : choices) {
+    const int hit = equal(oper.get(), choice.value);
     if (hit < 0) return nullptr;
-    if (hit == 1) return c.checked(p.to);
+    if (hit == 1) return c.checked(choice.wrapper);
   }
   Ref text = to_str(oper.get());
   if (!text) return nullptr;
-  Ref message = c.word_with(RAID_WORD(kOperWords, "unknown"), {text.get()});
+  Ref message = c.message(t.unknown, {text.get()});
   if (!message) return nullptr;
   return c.refuse(message.get());
 }
 
 // The switch leaves params and picks the command: start for "on", stop for
 // "off"; any other value refuses.
-constexpr const char* kSwitchWords[] = {"on", "off", "other"};
+struct SwitchTexts {
+  Wrapper on;
+  Wrapper off;
+  Message other;
+};
 
-Ref switch_sorbctl(const Call& c) {
+Ref switch_sorbctl(const Call& c, const SwitchTexts& t) {
   Ref state = c.p_pop("switch_status");
   if (!state) return nullptr;
-  const char* const choices[] = {RAID_WORD(kSwitchWords, "on"), RAID_WORD(kSwitchWords, "off")};
-  for (const char* choice : choices) {
-    const int hit = equal(state.get(), choice);
+  const Choice choices[] = {{"on", t.on}, {"off", t.off}};
+  for (const Choice& choice : choices) {
+    const int hit = equal(state.get(), choice.value);
     if (hit < 0) return nullptr;
-    if (hit == 1) return c.checked(c.word(choice));
+    if (hit == 1) return c.checked(choice.wrapper);
   }
-  return c.refuse(c.word(RAID_WORD(kSwitchWords, "other")));
+  return c.refuse(t.other);
 }
 
-// The query, and the template of one drive's entry.
-constexpr const char* kStatusWords[] = {"query", "template"};
+// A query and the template its answer is formatted with.
+struct FormattedTexts {
+  Wrapper query;
+  Text format_name;
+};
 
 // One entry per drive, keyed by the drive's path ("all" lists them all).
-Ref pd_status_storcli64(const Call& c) {
-  const char* tmpl = c.word(RAID_WORD(kStatusWords, "template"));
-  Ref parser = c.parsed(c.word(RAID_WORD(kStatusWords, "query")));
+Ref pd_status_storcli64(const Call& c, const FormattedTexts& t) {
+  Ref parser = c.parsed(t.query);
   Ref result = dict();
   if (!parser || !result) return nullptr;
   const int r = each(parser.get(), [&](PyObject* entry) {
-    Ref shaped = c.format_with(entry, tmpl);
+    Ref shaped = c.format_with(entry, t.format_name.text);
     if (!shaped) return -1;
     Ref drive = index(entry, "Drive-ID");
     return set_item(result.get(), drive.get(), shaped.get());
@@ -83,17 +98,17 @@ int delay_as_period(const Call& c) {
 }
 
 // storcli64's property table as one dict, formatted.
-constexpr const char* kPropsWords[] = {"query", "template"};
-
-Ref props_storcli64(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kPropsWords, "query")));
+Ref props_storcli64(const Call& c, const FormattedTexts& t) {
+  Ref parser = c.parsed(t.query);
   Ref table = parser ? props_table(parser.get()) : nullptr;
-  return c.format_with(table.get(), c.word(RAID_WORD(kPropsWords, "template")));
+  return c.format_with(table.get(), t.format_name.text);
 }
 
 }  // namespace
 
 void add_patrol_read_ops(OpList& ops) {
+  static constexpr FormattedTexts kStatus{{"ctr_get_patrolread_storcli64"},
+                                          {"get_ctl_patrolread_status_format"}};
   ops.push_back(
       Op("get_ctl_patrolread_status")
           .params({kwargs()})
@@ -108,13 +123,14 @@ void add_patrol_read_ops(OpList& ops) {
                "run_status（运行状态，如 'Stopped'）、raw_data（工具的原始输出）。\n"
                "    sorbctl 无任何输出时抛出 OrvexException；arcconf 不支持。")
           .returns(ResultType::dict)
-          .variants({custom(Tool::storcli64, props_storcli64, kPropsWords)
-                         .wrappers({{"query", "ctr_get_patrolread_storcli64"}})
-                         .words({{"template", "get_ctl_patrolread_status_format"}}),
+          .variants({custom<props_storcli64, kStatus>(Tool::storcli64),
                      query(Tool::sorbctl, "get_controller_patrolread_sorbctl")
                          .refuse_on_empty("Command execution failed, nothing returned.")
                          .format("get_ctl_patrolread_status_format"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询巡读功能状态 功能")}));
+  static constexpr OperTexts kPdOper{{"start_controller_pd_patrolread_sorbctl"},
+                                     {"stop_controller_pd_patrolread_sorbctl"},
+                                     {"传入的{}操作不存在, 请输入合法操作: start/stop"}};
   ops.push_back(
       Op("set_pd_patrolread_oper")
           .params({arg("oper"), arg("eid"), arg("sid"), kwargs()})
@@ -132,10 +148,7 @@ void add_patrol_read_ops(OpList& ops) {
               "    bool: 设置是否成功。oper 不是 start/stop 时抛出 OrvexException 并指出传入的值。")
           .returns_doc("bool")
           .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置硬盘巡读功能操作 功能"),
-                     custom(Tool::sorbctl, pd_oper_sorbctl, kOperWords)
-                         .wrappers({{"start", "start_controller_pd_patrolread_sorbctl"},
-                                    {"stop", "stop_controller_pd_patrolread_sorbctl"}})
-                         .messages({{"unknown", "传入的{}操作不存在, 请输入合法操作: start/stop"}}),
+                     custom<pd_oper_sorbctl, kPdOper>(Tool::sorbctl),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置硬盘巡读功能操作 功能")}));
   ops.push_back(
       Op("set_patrolread_oper")
@@ -158,6 +171,8 @@ void add_patrol_read_ops(OpList& ops) {
                                  {"stop", "stop_controller_patrolread_sorbctl"}},
                                 "7460卡sorbctl工具没有 设置巡读功能操作 功能", nullptr),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能操作 功能")}));
+  static constexpr FormattedTexts kPdStatus{{"ctr_get_patrolread_cfg_storcli64"},
+                                            {"get_pd_patrolread_status_format"}};
   ops.push_back(
       Op("get_pd_patrolread_status")
           .params({arg("eid"), arg("sid"), kwargs()})
@@ -172,9 +187,7 @@ void add_patrol_read_ops(OpList& ops) {
                "Estimated_time_left（如 '32 min'）、Progress（如 '2'）和 raw_data。"
                "storcli64 每块硬盘一项；sorbctl 只有一项，键为 /c<adapter_id>/e<eid>/s<sid>。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, pd_status_storcli64, kStatusWords)
-                         .wrappers({{"query", "ctr_get_patrolread_cfg_storcli64"}})
-                         .words({{"template", "get_pd_patrolread_status_format"}}),
+          .variants({custom<pd_status_storcli64, kPdStatus>(Tool::storcli64),
                      // sorbctl answers for the one drive asked for, keyed by the caller's ids
                      query(Tool::sorbctl, "get_controller_pd_patrolread_sorbctl")
                          .format("get_pd_patrolread_status_format")
@@ -235,6 +248,9 @@ void add_patrol_read_ops(OpList& ops) {
               {checked(Tool::storcli64, "ctr_set_patrolread_storcli64").prep(delay_in_hours),
                checked(Tool::sorbctl, "set_controller_patrolread_sorbctl").prep(delay_as_period),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能参数 功能")}));
+  static constexpr SwitchTexts kSwitch{{"start_controller_patrolread_sorbctl"},
+                                       {"stop_controller_patrolread_sorbctl"},
+                                       {"7460卡sorbctl工具没有 设置巡读功能开关 功能"}};
   ops.push_back(
       Op("set_patrolread_switch")
           .params({arg("switch_status"), kwargs()})
@@ -251,10 +267,7 @@ void add_patrol_read_ops(OpList& ops) {
           .variants({checked(Tool::storcli64, "ctr_set_pr_switch_storcli64"),
                      // sorbctl has no switch of its own: start and stop stand for on
                      // and off, and switch_status is not passed on
-                     custom(Tool::sorbctl, switch_sorbctl, kSwitchWords)
-                         .wrappers({{"on", "start_controller_patrolread_sorbctl"},
-                                    {"off", "stop_controller_patrolread_sorbctl"}})
-                         .messages({{"other", "7460卡sorbctl工具没有 设置巡读功能开关 功能"}}),
+                     custom<switch_sorbctl, kSwitch>(Tool::sorbctl),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能开关 功能")}));
 }
 
