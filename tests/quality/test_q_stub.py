@@ -160,6 +160,8 @@ def test_mypy_rejects_a_keyword_the_operation_does_not_take(mypy_errors, index):
     ("get_one_physical_drive_info", 1, (
         "arcconf", "custom", (), ("Physical drive not found. eid: [{}], sid: [{}]",), "self",
         ("get_all_physical_drive_info",), (("adapter_id", "ignores", "总是在第一个控制器的硬盘中查找"),))),
+    ("get_all_physical_drive_info", 1, ("storcli64", "custom", ("ctr_get_pd_cfg_storcli64",), (),
+                                        "host", (), ())),
     ("controller_command_passthru", 1, ("sorbctl", "custom", (
         "send_controller_pd_passthru_sorbctl", "hexdump", "rm"), (), "self", (), ())),
     ("query_raid_config", 2, ("arcconf", "query", ("ctr_get_adpt_cfg_arcconf",), (), "self", (),

@@ -11,14 +11,12 @@ using namespace kit;
 
 namespace {
 
-constexpr const char* kQueryWords[] = {"query"};
-
 // The controller property rows: 0 Copy Back, 1 SSD SMARTer, 2 SMARTer.
-Ref status_storcli64(const Call& c) {
+Ref status_storcli64(const Call& c, const Wrapper& query) {
   const int has = c.p_has("index");
   if (has < 0) return nullptr;
   if (has == 0 && c.p_set("index", integer(0).get()) < 0) return nullptr;
-  Ref p = c.parsed_index(c.word(RAID_WORD(kQueryWords, "query")));
+  Ref p = c.parsed_index(query);
   Ref rows = index(p.get(), "Controller Properties");
   Ref at = c.p_get("index");
   Ref row = index(rows.get(), at.get());
@@ -27,8 +25,8 @@ Ref status_storcli64(const Call& c) {
 }
 
 // "Precopy Switch" becomes the lower-case "precopy_switch"; the rest stays.
-Ref precopy_sorbctl(const Call& c) {
-  Ref p = c.parsed_index(c.word(RAID_WORD(kQueryWords, "query")));
+Ref precopy_sorbctl(const Call& c, const Wrapper& query) {
+  Ref p = c.parsed_index(query);
   Ref key = str("Precopy Switch");
   Ref value = call_method(p.get(), "pop", {key.get()});
   Ref low = lower(value.get());
@@ -43,14 +41,18 @@ constexpr ParamDef kPrecopyParams[] = {kw("state"), kwargs()};
 constexpr ParamDef kDriveOperParams[] = {arg("eid"), arg("sid"), arg("oper"), kwargs()};
 constexpr ParamDef kDriveParams[] = {kw("eid"), kw("sid"), kwargs()};
 
-// sorbctl: the drive's details, with its id, formatted.
-constexpr const char* kCopybackWords[] = {"query", "template"};
+// The drive's detail query and the formatter template of the result.
+struct CopybackTexts {
+  Wrapper query;
+  Text format_name;
+};
 
-Ref copyback_sorbctl(const Call& c) {
-  Ref parser = c.parsed_index(c.word(RAID_WORD(kCopybackWords, "query")));
+// sorbctl: the drive's details, with its id, formatted.
+Ref copyback_sorbctl(const Call& c, const CopybackTexts& t) {
+  Ref parser = c.parsed_index(t.query);
   Ref record = index(parser.get(), "DriveDetailInformation");
   if (!record || put_drive_id(c, record.get()) < 0) return nullptr;
-  return c.format_with(record.get(), c.word(RAID_WORD(kCopybackWords, "template")));
+  return c.format_with(record.get(), t.format_name.text);
 }
 
 }  // namespace
@@ -69,6 +71,7 @@ void add_pd_copyback_ops(OpList& ops) {
                          .strict()
                          .at("Copyback Switch"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 RAID-查询回拷功能状态 功能")}));
+  static constexpr Wrapper kStorcliCopyback{"ctr_get_copyback_storcli64"};
   ops.push_back(
       Op("get_copyback_status")
           .params(kNoParams)
@@ -80,8 +83,7 @@ void add_pd_copyback_ops(OpList& ops) {
                "SMARTer、2 SMARTer；sorbctl 忽略。\n\n"
                "返回:\n    str: 大写的开关状态，如 \"OFF\"。")
           .returns_doc("str")
-          .variants({custom(Tool::storcli64, status_storcli64, kQueryWords)
-                         .wrappers({{"query", "ctr_get_copyback_storcli64"}}),
+          .variants({custom<status_storcli64, kStorcliCopyback>(Tool::storcli64),
                      query(Tool::sorbctl, "get_controller_copyback_sorbctl")
                          .strict()
                          .at("Copyback Switch")
@@ -126,6 +128,7 @@ void add_pd_copyback_ops(OpList& ops) {
                          .at("CopyBack Rate")
                          .wrap("CopyBack Rate"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询回拷功能后台速率 功能")}));
+  static constexpr Wrapper kSorbctlPrecopy{"get_controller_precopy_sorbctl"};
   ops.push_back(
       Op("get_precopy_info")
           .params(kNoParams)
@@ -136,8 +139,7 @@ void add_pd_copyback_ops(OpList& ops) {
           .returns_doc("dict")
           .variants(
               {refuse(Tool::storcli64, "LSI卡storcli64工具没有 获取raid控制器预拷贝配置信息 功能"),
-               custom(Tool::sorbctl, precopy_sorbctl, kQueryWords)
-                   .wrappers({{"query", "get_controller_precopy_sorbctl"}}),
+               custom<precopy_sorbctl, kSorbctlPrecopy>(Tool::sorbctl),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 获取raid控制器预拷贝配置信息 功能")}));
   ops.push_back(
       Op("set_precopy")
@@ -165,6 +167,8 @@ void add_pd_copyback_ops(OpList& ops) {
                     .variants({query(Tool::storcli64, "pd_copyback_func_storcli64"),
                                refuse(Tool::sorbctl, "There is no such command in sorbctl"),
                                refuse(Tool::arcconf, "There is no such command in arcconf")}));
+  static constexpr CopybackTexts kSorbctlPdCopyback{{"get_controller_pd_info_sorbctl"},
+                                                    {"get_pd_copyback_info_raid"}};
   ops.push_back(
       Op("get_pd_copyback_info")
           .params(kDriveParams)
@@ -182,9 +186,7 @@ void add_pd_copyback_ops(OpList& ops) {
                          .strict()
                          .first()
                          .format("get_pd_copyback_info_raid"),
-                     custom(Tool::sorbctl, copyback_sorbctl, kCopybackWords)
-                         .wrappers({{"query", "get_controller_pd_info_sorbctl"}})
-                         .words({{"template", "get_pd_copyback_info_raid"}}),
+                     custom<copyback_sorbctl, kSorbctlPdCopyback>(Tool::sorbctl),
                      refuse(Tool::arcconf, "There is no such command in arcconf")}));
 }
 

@@ -26,29 +26,33 @@ Ref start_erase_params(PyObject* const* args, PyObject* extra) {
   return p;
 }
 
-constexpr const char* kQueryWords[] = {"query"};
-
 // arcconf lists erases among the controller's background tasks; the
 // formatter picks this drive's task.
-Ref erase_arcconf(const Call& c) {
-  Ref p = c.parsed(c.word(RAID_WORD(kQueryWords, "query")));
+Ref erase_arcconf(const Call& c, const Wrapper& query) {
+  Ref p = c.parsed(query);
   Ref kw = dict({{"eid", c.arg(RAID_ARG(kDriveParams, "eid"))},
                  {"sid", c.arg(RAID_ARG(kDriveParams, "sid"))}});
   if (!p || !kw) return nullptr;
   return c.formatter_call("get_controller_pd_erase_raid", {p.get()}, kw.get());
 }
 
+// The erase query, the tool's answer when it knows no erase and the
+// formatter template of a record.
+struct EraseTexts {
+  Wrapper query;
+  Text failed;
+  Text format_name;
+};
+
 // sorbctl answers "fail" when it knows no erase of the drive: that text is
 // the result.  Else its record gains the drive's id and is formatted.
-constexpr const char* kEraseWords[] = {"query", "failed", "template"};
-
-Ref erase_sorbctl(const Call& c) {
-  Ref record = c.parsed(c.word(RAID_WORD(kEraseWords, "query")));
+Ref erase_sorbctl(const Call& c, const EraseTexts& t) {
+  Ref record = c.parsed(t.query);
   if (!record) return nullptr;
-  const int failed = equal(record.get(), c.word(RAID_WORD(kEraseWords, "failed")));
+  const int failed = equal(record.get(), t.failed.text);
   if (failed != 0) return failed < 0 ? nullptr : record;
   if (put_drive_id(c, record.get()) < 0) return nullptr;
-  return c.format_with(record.get(), c.word(RAID_WORD(kEraseWords, "template")));
+  return c.format_with(record.get(), t.format_name.text);
 }
 
 }  // namespace
@@ -113,6 +117,9 @@ void add_pd_erase_sanitize_ops(OpList& ops) {
           .variants({checked(Tool::storcli64, "pd_set_erase_storcli64").put("oper", "stop"),
                      checked(Tool::sorbctl, "stop_controller_pd_erase_sorbctl").put("oper", "stop"),
                      checked(Tool::arcconf, "set_ctr_pd_erase_arcconf").put("oper", "stop")}));
+  static constexpr EraseTexts kSorbctlErase{
+      {"get_controller_pd_erase_sorbctl"}, {"fail"}, {"get_controller_pd_erase_raid"}};
+  static constexpr Wrapper kArcconfErase{"ctr_get_controller_bgtask_arcconf"};
   ops.push_back(
       Op("get_pd_erase")
           .params(kDriveParams)
@@ -131,11 +138,8 @@ void add_pd_erase_sanitize_ops(OpList& ops) {
                          .first()
                          .format("get_controller_pd_erase_raid"),
                      // sorbctl answers "fail" when no erase is known; that text is the result
-                     custom(Tool::sorbctl, erase_sorbctl, kEraseWords)
-                         .wrappers({{"query", "get_controller_pd_erase_sorbctl"}})
-                         .words({{"failed", "fail"}, {"template", "get_controller_pd_erase_raid"}}),
-                     custom(Tool::arcconf, erase_arcconf, kQueryWords)
-                         .wrappers({{"query", "ctr_get_controller_bgtask_arcconf"}})}));
+                     custom<erase_sorbctl, kSorbctlErase>(Tool::sorbctl),
+                     custom<erase_arcconf, kArcconfErase>(Tool::arcconf)}));
 }
 
 }  // namespace raid

@@ -15,38 +15,46 @@ constexpr ParamDef kDriveParams[] = {kw("eid"), kw("sid"), kwargs()};
 
 const Framed kDetailedSection("Drive", "Detailed Information", "^Drive.*Detailed Information$");
 
-constexpr const char* kQueryWords[] = {"query"};
-constexpr const char* kNotFoundWords[] = {"not_found", "all"};
-constexpr const char* kAllSorbctlWords[] = {"list", "one"};
-constexpr const char* kOneWords[] = {"query", "layers", "shape"};
-constexpr const char* kOneSorbctlWords[] = {"query", "shape"};
+// The drive's detail query and the formatter method that shapes the
+// formatted record.
+struct OneTexts {
+  Wrapper query;
+  Text shape;
+};
 
 // sorbctl (through host): the drive's sections flattened, then formatted
 // and shaped.
-Ref one_sorbctl(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kOneSorbctlWords, "query")), Route::host);
+Ref one_sorbctl(const Call& c, const OneTexts& t) {
+  Ref parser = c.parsed(t.query);
   Ref flat = parser ? merge_output(parser.get(), nullptr, nullptr) : nullptr;
   Ref formatted = c.format(flat.get());
   if (!formatted) return nullptr;
-  return c.formatter_call(c.word(RAID_WORD(kOneSorbctlWords, "shape")), {formatted.get()});
+  return c.formatter_call(t.shape.text, {formatted.get()});
 }
+
+// The same, with the formatter method that draws the layer map.
+struct OneLayeredTexts {
+  Wrapper query;
+  Text layers;
+  Text shape;
+};
 
 // storcli64 (through host): the drive's sections flattened by the layer map
 // the formatter draws for this answer, then formatted and shaped.
-Ref one_storcli64(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kOneWords, "query")), Route::host);
+Ref one_storcli64(const Call& c, const OneLayeredTexts& t) {
+  Ref parser = c.parsed(t.query);
   if (!parser) return nullptr;
-  Ref layers = c.formatter_call(c.word(RAID_WORD(kOneWords, "layers")), {parser.get()});
+  Ref layers = c.formatter_call(t.layers.text, {parser.get()});
   Ref flat = layers ? merge_output(parser.get(), nullptr, layers.get()) : nullptr;
   Ref formatted = c.format(flat.get());
   if (!formatted) return nullptr;
-  return c.formatter_call(c.word(RAID_WORD(kOneWords, "shape")), {formatted.get()});
+  return c.formatter_call(t.shape.text, {formatted.get()});
 }
 
 // arcconf lists enclosure services devices among the drives: leave them out
 // and keep each drive's key as its "eid:sid".
-Ref list_arcconf(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")));
+Ref list_arcconf(const Call& c, const Wrapper& query) {
+  Ref parser = c.parsed(query);
   Ref devices = get(parser.get(), "physical_device_information");
   Ref records = list();
   if (!records) return nullptr;
@@ -70,11 +78,17 @@ Ref treated_storcli64(const Call& c, PyObject* sections) {
   return merge_output(sections, nullptr, layers.get());
 }
 
+// The refusal when the listing lacks the drive, and the listing.
+struct NotFoundTexts {
+  Message not_found;
+  Operation all;
+};
+
 // arcconf answers one drive from the full listing of the first controller.
-Ref one_arcconf(const Call& c) {
+Ref one_arcconf(const Call& c, const NotFoundTexts& t) {
   PyObject* eid = c.arg(RAID_ARG(kDriveParams, "eid"));
   PyObject* sid = c.arg(RAID_ARG(kDriveParams, "sid"));
-  Ref all = c.method(c.word(RAID_WORD(kNotFoundWords, "all")));
+  Ref all = c.method(t.all);
   Ref found;
   const int r = each(all.get(), [&](PyObject* record) {
     Ref r_eid = get(record, "eid");
@@ -91,16 +105,21 @@ Ref one_arcconf(const Call& c) {
   Ref eid_text = to_str(eid);
   Ref sid_text = to_str(sid);
   if (!eid_text || !sid_text) return nullptr;
-  Ref message =
-      c.word_with(RAID_WORD(kNotFoundWords, "not_found"), {eid_text.get(), sid_text.get()});
+  Ref message = c.message(t.not_found, {eid_text.get(), sid_text.get()});
   if (!message) return nullptr;
   return c.refuse(message.get());
 }
 
+// The short list of drives and the detail of one.
+struct EachDriveTexts {
+  Operation list;
+  Operation one;
+};
+
 // sorbctl has no bulk detail query: one detail request per listed drive.
 // The detail requests carry only eid and sid.
-Ref all_sorbctl(const Call& c) {
-  Ref drives = c.method(c.word(RAID_WORD(kAllSorbctlWords, "list")), c.params);
+Ref all_sorbctl(const Call& c, const EachDriveTexts& t) {
+  Ref drives = c.method(t.list, c.params);
   Ref out = list();
   if (!out) return nullptr;
   const int r = each(drives.get(), [&](PyObject* record) {
@@ -109,7 +128,7 @@ Ref all_sorbctl(const Call& c) {
     if (!eid || !sid) return -1;
     Ref address = dict({{"eid", eid.get()}, {"sid", sid.get()}});
     if (!address) return -1;
-    Ref one = c.method(c.word(RAID_WORD(kAllSorbctlWords, "one")), address.get());
+    Ref one = c.method(t.one, address.get());
     return append(out.get(), one.get());
   });
   if (r < 0) return nullptr;
@@ -118,9 +137,9 @@ Ref all_sorbctl(const Call& c) {
 
 // Each "Drive ... Detailed Information" section goes with its summary
 // section, named by the part of its key before the dash.
-Ref all_storcli64(const Call& c) {
+Ref all_storcli64(const Call& c, const Wrapper& query) {
   if (c.p_set("eid", "all") < 0 || c.p_set("sid", "all") < 0) return nullptr;
-  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")), Route::host);
+  Ref parser = c.parsed(query);
   Ref out = list();
   if (!parser || !out) return nullptr;
   const int r = each_item(parser.get(), [&](PyObject* key, PyObject* value) {
@@ -142,8 +161,8 @@ Ref all_storcli64(const Call& c) {
 }
 
 // Enclosure records (those carrying enclosure_id) are not drives.
-Ref all_arcconf(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")), Route::host);
+Ref all_arcconf(const Call& c, const Wrapper& query) {
+  Ref parser = c.parsed(query);
   Ref groups = get(parser.get(), "physical_device_information");
   Ref group_list = call_method(groups.get(), "values");
   Ref enclosure = str("enclosure_id");
@@ -165,6 +184,7 @@ Ref all_arcconf(const Call& c) {
 }  // namespace
 
 void add_pd_list_details_ops(OpList& ops) {
+  static constexpr Wrapper kArcconfList{"ctr_get_cfg_arcconf"};
   ops.push_back(
       Op("_get_physical_drive_list")
           .params(kNoParams)
@@ -182,8 +202,14 @@ void add_pd_list_details_ops(OpList& ops) {
                          .get("PD LIST")
                          .format()
                          .post("get_physical_drive_list_format"),
-                     custom(Tool::arcconf, list_arcconf, kQueryWords)
-                         .wrappers({{"query", "ctr_get_cfg_arcconf"}})}));
+                     custom<list_arcconf, kArcconfList>(Tool::arcconf)}));
+  static constexpr OneLayeredTexts kStorcliOne{{"ctr_get_pd_cfg_storcli64", Route::host},
+                                               {"storcli64_get_one_physical_drive_treatments"},
+                                               {"get_one_physical_drive_info_format"}};
+  static constexpr NotFoundTexts kArcconfOne{{"Physical drive not found. eid: [{}], sid: [{}]"},
+                                             {"get_all_physical_drive_info"}};
+  static constexpr OneTexts kSorbctlOne{{"get_controller_pd_info_sorbctl", Route::host},
+                                        {"get_one_physical_drive_info_format"}};
   ops.push_back(
       Op("get_one_physical_drive_info")
           .params(kDriveParams)
@@ -202,18 +228,14 @@ void add_pd_list_details_ops(OpList& ops) {
                "异常:\n    OrvexException: arcconf 下找不到该硬盘时抛出。")
           .returns(ResultType::dict)
           .variant_name("get_one_physical_drive_info_raid")
-          .variants(
-              {custom(Tool::storcli64, one_storcli64, kOneWords)
-                   .wrappers({{"query", "ctr_get_pd_cfg_storcli64"}})
-                   .words({{"layers", "storcli64_get_one_physical_drive_treatments"},
-                           {"shape", "get_one_physical_drive_info_format"}}),
-               custom(Tool::arcconf, one_arcconf, kNotFoundWords)
-                   .messages({{"not_found", "Physical drive not found. eid: [{}], sid: [{}]"}})
-                   .calls({{"all", "get_all_physical_drive_info"}})
-                   .ignores("adapter_id", "总是在第一个控制器的硬盘中查找"),
-               custom(Tool::sorbctl, one_sorbctl, kOneSorbctlWords)
-                   .wrappers({{"query", "get_controller_pd_info_sorbctl"}})
-                   .words({{"shape", "get_one_physical_drive_info_format"}})}));
+          .variants({custom<one_storcli64, kStorcliOne>(Tool::storcli64),
+                     custom<one_arcconf, kArcconfOne>(Tool::arcconf)
+                         .ignores("adapter_id", "总是在第一个控制器的硬盘中查找"),
+                     custom<one_sorbctl, kSorbctlOne>(Tool::sorbctl)}));
+  static constexpr EachDriveTexts kSorbctlAll{{"_get_physical_drive_list"},
+                                              {"get_one_physical_drive_info"}};
+  static constexpr Wrapper kStorcliAll{"ctr_get_pd_cfg_storcli64", Route::host};
+  static constexpr Wrapper kArcconfAll{"ctr_get_pd_cfg_arcconf", Route::host};
   ops.push_back(
       Op("get_all_physical_drive_info")
           .params(kNoParams)
@@ -227,14 +249,10 @@ void add_pd_list_details_ops(OpList& ops) {
                "logical_sector_size, physical_sector_size, write_cache, raw_data）。")
           .returns(ResultType::list)
           .variant_name("get_all_physical_drive_info_raid")
-          .variants({custom(Tool::sorbctl, all_sorbctl, kAllSorbctlWords)
-                         .calls({{"list", "_get_physical_drive_list"},
-                                 {"one", "get_one_physical_drive_info"}})
+          .variants({custom<all_sorbctl, kSorbctlAll>(Tool::sorbctl)
                          .ignores("adapter_id", "逐盘查询详细信息时不传 adapter_id"),
-                     custom(Tool::storcli64, all_storcli64, kQueryWords)
-                         .wrappers({{"query", "ctr_get_pd_cfg_storcli64"}}),
-                     custom(Tool::arcconf, all_arcconf, kQueryWords)
-                         .wrappers({{"query", "ctr_get_pd_cfg_arcconf"}})}));
+                     custom<all_storcli64, kStorcliAll>(Tool::storcli64),
+                     custom<all_arcconf, kArcconfAll>(Tool::arcconf)}));
 }
 
 }  // namespace raid

@@ -14,10 +14,6 @@ constexpr ParamDef kDriveParams[] = {kw("eid"), kw("sid"), kwargs()};
 constexpr ParamDef kStateParams[] = {kw("eid"), kw("sid"), kw("state"), kwargs()};
 constexpr ParamDef kOperParams[] = {kw("eid"), kw("sid"), kw("oper"), kwargs()};
 
-constexpr const char* kNoDriveWords[] = {"no_drive", "drives"};
-constexpr const char* kRebuildWords[] = {"query", "failed", "template"};
-constexpr const char* kRebuildTaskWords[] = {"tasks", "template", "drive", "members"};
-
 // Leaving pass-through forces the drive back to good.
 int jbod_storcli64(const Call& c) {
   Ref state = c.p_get("state");
@@ -29,20 +25,26 @@ int jbod_storcli64(const Call& c) {
   return c.p_set("force", Py_True);
 }
 
+// The refusal when there is no logical drive, and the logical drives.
+struct NoDriveTexts {
+  Message no_drive;
+  Operation drives;
+};
+
 // Releasing a spare needs its array: the caller's ar_id, else the array of
 // the first logical drive.
-int hotspare_array_arcconf(const Call& c) {
+int hotspare_array_arcconf(const Call& c, const NoDriveTexts& t) {
   Ref oper = c.p_get("oper");
   const int release = equal(oper.get(), "rdy");
   if (release != 1) return release;
   Ref ar_id = c.p_get("ar_id");
   const int given = truthy(ar_id.get());
   if (given != 0) return given < 0 ? -1 : 0;
-  Ref drives = c.method(c.word(RAID_WORD(kNoDriveWords, "drives")));
+  Ref drives = c.method(t.drives);
   const int any = truthy(drives.get());
   if (any < 0) return -1;
   if (any == 0) {
-    c.refuse(c.word(RAID_WORD(kNoDriveWords, "no_drive")));
+    c.refuse(t.no_drive);
     return -1;
   }
   Ref first = item(drives.get(), 0);
@@ -50,33 +52,49 @@ int hotspare_array_arcconf(const Call& c) {
   return c.p_set("ar_id", array.get());
 }
 
-Ref rebuild_status_storcli64(const Call& c) {
-  Ref p = c.parsed(c.word(RAID_WORD(kRebuildWords, "query")));
+// The rebuild query, the refusal when it finds nothing and the formatter
+// template of the result.
+struct RebuildTexts {
+  Wrapper query;
+  Message failed;
+  Text format_name;
+};
+
+Ref rebuild_status_storcli64(const Call& c, const RebuildTexts& t) {
+  Ref p = c.parsed(t.query);
   const int found = truthy(p.get());
   if (found < 0) return nullptr;
   if (found == 0) {
-    Ref message =
-        c.word_with(RAID_WORD(kRebuildWords, "failed"),
-                    {c.arg(RAID_ARG(kDriveParams, "eid")), c.arg(RAID_ARG(kDriveParams, "sid"))});
+    Ref message = c.message(
+        t.failed, {c.arg(RAID_ARG(kDriveParams, "eid")), c.arg(RAID_ARG(kDriveParams, "sid"))});
     if (!message) return nullptr;
     return c.refuse(message.get());
   }
-  return c.format_with(p.get(), c.word(RAID_WORD(kRebuildWords, "template")));
+  return c.format_with(p.get(), t.format_name.text);
 }
+
+// The background tasks, the formatter template of the result, the drive's
+// detail and the members of a logical drive.
+struct RebuildTaskTexts {
+  Wrapper tasks;
+  Text format_name;
+  Operation drive;
+  Operation members;
+};
 
 // arcconf shows rebuilds only as background tasks of logical devices: find
 // the rebuild task whose logical device has this drive as a member.
-Ref rebuild_status_arcconf(const Call& c) {
+Ref rebuild_status_arcconf(const Call& c, const RebuildTaskTexts& t) {
   Ref address = dict({{"eid", c.arg(RAID_ARG(kDriveParams, "eid"))},
                       {"sid", c.arg(RAID_ARG(kDriveParams, "sid"))}});
   if (!address) return nullptr;
-  Ref drive = c.method(c.word(RAID_WORD(kRebuildTaskWords, "drive")), address.get());
+  Ref drive = c.method(t.drive, address.get());
   Ref data = dict();
   Ref status = get(drive.get(), "status");
   const int rebuilding = equal(status.get(), "reconstructing");
   if (rebuilding < 0 || !data) return nullptr;
   if (rebuilding == 1) {
-    Ref p = c.parsed(c.word(RAID_WORD(kRebuildTaskWords, "tasks")));
+    Ref p = c.parsed(t.tasks);
     Ref tasks = index(p.get(), "logical_device_task");
     const int r = each(tasks.get(), [&](PyObject* task) {
       Ref op = get(task, "current_operation");
@@ -86,30 +104,30 @@ Ref rebuild_status_arcconf(const Call& c) {
       if (!vid) return -1;
       Ref kw = dict({{"vid", vid.get()}});
       if (!kw) return -1;
-      Ref members = c.method(c.word(RAID_WORD(kRebuildTaskWords, "members")), kw.get());
+      Ref members = c.method(t.members, kw.get());
       const int member = contains(members.get(), address.get());
       if (member == 1) data = Ref::borrow(task);
       return member;
     });
     if (r < 0) return nullptr;
   }
-  return c.format_with(data.get(), c.word(RAID_WORD(kRebuildTaskWords, "template")));
+  return c.format_with(data.get(), t.format_name.text);
 }
 
 // "eed" is a placeholder state the tools do not know: True, and nothing
 // runs.  Any other state is set by the checked command.
-constexpr const char* kStateWords[] = {"set"};
-
-Ref state_or_eed(const Call& c) {
+Ref state_or_eed(const Call& c, const Wrapper& set) {
   Ref state = c.p_get("state");
   const int eed = equal(state.get(), "eed");
   if (eed != 0) return eed < 0 ? nullptr : boolean(true);
-  return c.checked(c.word(RAID_WORD(kStateWords, "set")));
+  return c.checked(set);
 }
 
 }  // namespace
 
 void add_pd_state_ops(OpList& ops) {
+  static constexpr Wrapper kStorcliState{"pd_set_state_storcli64"};
+  static constexpr Wrapper kSorbctlState{"set_controller_pd_state_sorbctl"};
   ops.push_back(Op("set_disk_state")
                     .params(kStateParams)
                     .extras({extra("force").typed("bool"), kAdapterId})
@@ -125,10 +143,8 @@ void add_pd_state_ops(OpList& ops) {
                     .returns_doc("bool")
                     // "eed" is a placeholder state that the tools do not know: it
                     // is accepted without running anything.
-                    .variants({custom(Tool::storcli64, state_or_eed, kStateWords)
-                                   .wrappers({{"set", "pd_set_state_storcli64"}}),
-                               custom(Tool::sorbctl, state_or_eed, kStateWords)
-                                   .wrappers({{"set", "set_controller_pd_state_sorbctl"}}),
+                    .variants({custom<state_or_eed, kStorcliState>(Tool::storcli64),
+                               custom<state_or_eed, kSorbctlState>(Tool::sorbctl),
                                checked(Tool::arcconf, "pd_set_state_arcconf")}));
   ops.push_back(
       Op("set_disk_offline")
@@ -175,6 +191,8 @@ void add_pd_state_ops(OpList& ops) {
                     .variants({refuse(Tool::storcli64, "博通卡 暂未提供设置硬盘定位灯 功能"),
                                checked(Tool::sorbctl, "set_controller_pd_led_sorbctl"),
                                refuse(Tool::arcconf, "PMC卡 暂未提供设置硬盘定位灯 功能")}));
+  static constexpr NoDriveTexts kNoLogicalDrive{{"当前环境不存在逻辑盘"},
+                                                {"get_all_virtual_drive_info"}};
   ops.push_back(
       Op("set_pd_hotspare_drive")
           .params({arg("eid"), arg("sid"), arg("oper"), kwargs()})
@@ -196,9 +214,7 @@ void add_pd_state_ops(OpList& ops) {
                      checked(Tool::arcconf, "set_controller_pd_hotspare_arcconf")
                          .via(Route::host)
                          .lookup("oper", {{"add", "hsp"}, {"delete", "rdy"}}, Missing::key_error)
-                         .prep(hotspare_array_arcconf, kNoDriveWords)
-                         .messages({{"no_drive", "当前环境不存在逻辑盘"}})
-                         .calls({{"drives", "get_all_virtual_drive_info"}})
+                         .prep<hotspare_array_arcconf, kNoLogicalDrive>()
                          .ignores("adapter_id", "未传 ar_id 时在第一个控制器的逻辑盘中取阵列")}));
   ops.push_back(
       Op("set_disk_rebuild")
@@ -214,6 +230,13 @@ void add_pd_state_ops(OpList& ops) {
           .variants({checked(Tool::storcli64, "ctr_set_rebuild_storcli64"),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置硬盘重构功能操作 功能"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置硬盘重构功能操作 功能")}));
+  static constexpr RebuildTexts kStorcliRebuild{{"ctr_get_rebuild_cfg_storcli64"},
+                                                {"获取[eid:{}, sid:{}]硬盘重构功能状态失败"},
+                                                {"get_pd_rebuild_status_format"}};
+  static constexpr RebuildTaskTexts kArcconfRebuild{{"ctr_get_controller_bgtask_arcconf"},
+                                                    {"get_pd_rebuild_status_format"},
+                                                    {"get_one_physical_drive_info"},
+                                                    {"get_virtual_drive_member_drives"}};
   ops.push_back(
       Op("get_pd_rebuild_status")
           .params(kDriveParams)
@@ -228,18 +251,11 @@ void add_pd_state_ops(OpList& ops) {
                "下硬盘不在重构时各项为空。\n\n"
                "异常:\n    OrvexException: storcli64 查询结果为空时抛出。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, rebuild_status_storcli64, kRebuildWords)
-                         .wrappers({{"query", "ctr_get_rebuild_cfg_storcli64"}})
-                         .messages({{"failed", "获取[eid:{}, sid:{}]硬盘重构功能状态失败"}})
-                         .words({{"template", "get_pd_rebuild_status_format"}}),
+          .variants({custom<rebuild_status_storcli64, kStorcliRebuild>(Tool::storcli64),
                      query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
                          .at("DriveDetailInformation")
                          .format("get_pd_rebuild_status_format"),
-                     custom(Tool::arcconf, rebuild_status_arcconf, kRebuildTaskWords)
-                         .wrappers({{"tasks", "ctr_get_controller_bgtask_arcconf"}})
-                         .words({{"template", "get_pd_rebuild_status_format"}})
-                         .calls({{"drive", "get_one_physical_drive_info"},
-                                 {"members", "get_virtual_drive_member_drives"}})
+                     custom<rebuild_status_arcconf, kArcconfRebuild>(Tool::arcconf)
                          .ignores("adapter_id", "硬盘与逻辑盘成员总是在第一个控制器中查找")}));
   ops.push_back(
       Op("set_pd_insert")
