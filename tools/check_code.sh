@@ -16,7 +16,10 @@ if ! command -v clang-format >/dev/null || ! command -v clang-tidy >/dev/null; t
 fi
 
 if [ $# -gt 0 ]; then
-  FILES=("$@")
+  FILES=()
+  for f in "$@"; do
+    case "$f" in *.cpp | *.hpp) FILES+=("$f") ;; *) echo "skipped (not C++): $f" >&2 ;; esac
+  done
 else
   mapfile -t FILES < <(find src -name '*.cpp' -o -name '*.hpp' | sort)
 fi
