@@ -166,6 +166,8 @@ def test_mypy_rejects_a_keyword_the_operation_does_not_take(mypy_errors, index):
         "send_controller_pd_passthru_sorbctl", "hexdump", "rm"), (), "self", (), ())),
     ("query_raid_config", 2, ("arcconf", "query", ("ctr_get_adpt_cfg_arcconf",), (), "self", (),
                               (("adp_id", "reads", None),))),
+    ("get_controller_ehsp", 0, ("storcli64", "custom", ("ctr_get_eghs_storcli64",), (), "host", (),
+                                ())),
 ])
 def test_variants_as_the_reference_reads_them(name, index, expected):
     assert vars(Raid)[name].variants[index] == expected

@@ -11,13 +11,11 @@ namespace {
 constexpr ParamDef kKeywordsOnly[] = {kwargs()};
 
 // The driver's name and the version the module query reports for it.
-constexpr const char* kDriverWords[] = {"query"};
-
-Ref driver_info_sorbctl(const Call& c) {
+Ref driver_info_sorbctl(const Call& c, const Wrapper& query) {
   Ref modname = str("sorbdrv");
   Ref p = dict({{"modname", modname.get()}});
   if (!p) return nullptr;
-  Ref answer = c.dispatch_with(c.word(RAID_WORD(kDriverWords, "query")), p.get());
+  Ref answer = c.dispatch_with(query, p.get());
   Ref first = item(answer.get(), 0);
   Ref parser = get(first.get(), "parser");
   Ref version = get(parser.get(), "version");
@@ -27,22 +25,24 @@ Ref driver_info_sorbctl(const Call& c) {
 
 // storcli64 reports the controller in sections: flattened by the formatter's
 // layer map, then formatted and shaped as the other tools' records.
-constexpr const char* kStatusWords[] = {"query", "layers", "shape"};
+struct StatusTexts {
+  Wrapper query;
+  Text layers;  // the formatter's method giving the layer map
+  Text shape;   // the formatter's method shaping the formatted record
+};
 
-Ref status_storcli64(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kStatusWords, "query")));
+Ref status_storcli64(const Call& c, const StatusTexts& t) {
+  Ref parser = c.parsed(t.query);
   if (!parser) return nullptr;
-  Ref layers = c.formatter_call(c.word(RAID_WORD(kStatusWords, "layers")), {});
+  Ref layers = c.formatter_call(t.layers.text, {});
   Ref flat = layers ? merge_output(parser.get(), nullptr, layers.get()) : nullptr;
   Ref formatted = c.format(flat.get());
   if (!formatted) return nullptr;
-  return c.formatter_call(c.word(RAID_WORD(kStatusWords, "shape")), {formatted.get()});
+  return c.formatter_call(t.shape.text, {formatted.get()});
 }
 
 // The wrapper's whole answer, as it stands.
-constexpr const char* kWholeWords[] = {"query"};
-
-Ref whole_answer(const Call& c) { return c.dispatch(c.word(RAID_WORD(kWholeWords, "query"))); }
+Ref whole_answer(const Call& c, const Wrapper& query) { return c.dispatch(query); }
 
 }  // namespace
 
@@ -62,14 +62,15 @@ void add_controller_discovery_ops(OpList& ops) {
                     .variants({query(Tool::sorbctl, "get_controller_number_sorbctl"),
                                query(Tool::arcconf, "get_controller_number_arcconf"),
                                query(Tool::storcli64, "get_controller_number_storcli64")}));
+  static constexpr Wrapper kModinfo{"modinfo"};
   ops.push_back(
       Op("query_controller_driver_info")
           .doc("查询控制卡驱动信息（仅 sorbctl，驱动 sorbdrv）。\n\n"
                "返回:\n    dict: {\"DriverName\": \"sorbdrv\", \"DriverVersion\": 驱动版本}。")
           .returns_doc("dict")
           .variant_name("_query_controller_driver_info")
-          .variants({custom(Tool::sorbctl, driver_info_sorbctl, kDriverWords)
-                         .wrappers({{"query", "modinfo"}})}));
+          .variants({custom<driver_info_sorbctl, kModinfo>(Tool::sorbctl)}));
+  static constexpr Wrapper kDetailConfig{"storcli64_get_lsi_raid_detail_config"};
   ops.push_back(
       Op("query_raid_config")
           .params(kKeywordsOnly)
@@ -84,9 +85,11 @@ void add_controller_discovery_ops(OpList& ops) {
           .variant_name("get_raid_config_info")
           .variants({query(Tool::sorbctl, "get_controller_config_sorbctl").strict().reads("adp_id"),
                      // storcli64 hands back the whole answer
-                     custom(Tool::storcli64, whole_answer, kWholeWords)
-                         .wrappers({{"query", "storcli64_get_lsi_raid_detail_config"}}),
+                     custom<whole_answer, kDetailConfig>(Tool::storcli64),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf").strict().reads("adp_id")}));
+  static constexpr StatusTexts kStorcliStatus{{"ctr_get_all_cfg_storcli64"},
+                                              {"storcli64_get_controller_status_raid_treatments"},
+                                              {"get_controller_status_raid_format"}};
   ops.push_back(
       Op("get_controller_status_raid")
           .params(kKeywordsOnly)
@@ -104,11 +107,7 @@ void add_controller_discovery_ops(OpList& ops) {
                          .format()
                          .post("get_controller_status_raid_format"),
                      // storcli64 flattens its sections by the formatter's layer map first
-                     custom(Tool::storcli64, status_storcli64, kStatusWords)
-                         .wrappers({{"query", "ctr_get_all_cfg_storcli64"}})
-                         .words({{"layers", "storcli64_get_controller_status_raid_treatments"},
-                                 {"shape", "get_controller_status_raid_format"}})
-                         .reads("adp_id"),
+                     custom<status_storcli64, kStorcliStatus>(Tool::storcli64).reads("adp_id"),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
                          .via(Route::host)
                          .reads("adp_id")

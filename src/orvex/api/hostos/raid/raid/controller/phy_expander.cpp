@@ -22,13 +22,19 @@ Ref entries_of(PyObject* o) {
 
 // ---------------------------------------------------------------- expander
 
-// The queries, and the template of the records found.
-constexpr const char* kExpanderStorcli64Words[] = {"query", "template"};
-constexpr const char* kExpanderArcconfWords[] = {"expanders", "devices", "template"};
-constexpr const char* kPhyErrorWords[] = {"query"};
+// The queries, and the formatter's template of the records found.
+struct EnclosureTexts {
+  Wrapper query;
+  Text format_name;
+};
+struct ExpanderTexts {
+  Wrapper expanders;
+  Wrapper devices;
+  Text format_name;
+};
 
-Ref expander_cfg_storcli64(const Call& c) {
-  Ref parsed = c.parsed(c.word(RAID_WORD(kExpanderStorcli64Words, "query")));
+Ref expander_cfg_storcli64(const Call& c, const EnclosureTexts& t) {
+  Ref parsed = c.parsed(t.query);
   Ref enclosures = entries_of(parsed.get());
   if (!enclosures) return nullptr;
   Ref layers = dict({{"Information//Device ID", Py_False},
@@ -48,7 +54,7 @@ Ref expander_cfg_storcli64(const Call& c) {
     return append(found.get(), merged.get());
   });
   if (walked < 0) return nullptr;
-  return c.format_with(found.get(), c.word(RAID_WORD(kExpanderStorcli64Words, "template")));
+  return c.format_with(found.get(), t.format_name.text);
 }
 
 // Group `group` of the pattern's first finding in `text`, or None.
@@ -89,13 +95,13 @@ Ref expander_id_for(PyObject* expanders, PyObject* channel_device) {
   return walked < 0 ? nullptr : id;
 }
 
-Ref expander_cfg_arcconf(const Call& c) {
+Ref expander_cfg_arcconf(const Call& c, const ExpanderTexts& t) {
   static const kit::Regex kPhysical("Physical (\\d+),(\\d+)");
   static const kit::Regex kConnector("Connector (\\d+):.*");
-  Ref expander_answer = c.parsed(c.word(RAID_WORD(kExpanderArcconfWords, "expanders")));
+  Ref expander_answer = c.parsed(t.expanders);
   Ref expanders = entries_of(expander_answer.get());
   if (!expanders) return nullptr;
-  Ref cfg = c.parsed(c.word(RAID_WORD(kExpanderArcconfWords, "devices")));
+  Ref cfg = c.parsed(t.devices);
   Ref devices = get(cfg.get(), "physical_device_information");
   if (!devices) return nullptr;
   Ref found = list();
@@ -140,15 +146,15 @@ Ref expander_cfg_arcconf(const Call& c) {
     });
   }
   if (walked < 0) return nullptr;
-  return c.format_with(found.get(), c.word(RAID_WORD(kExpanderArcconfWords, "template")));
+  return c.format_with(found.get(), t.format_name.text);
 }
 
 // ---------------------------------------------------------------- PHY errors
 
 // arcconf reports one record per PHY; the records are keyed by their
 // phy_id, and the template picks the PHYs by id.
-Ref phyerror_arcconf(const Call& c) {
-  Ref parsed = c.parsed(c.word(RAID_WORD(kPhyErrorWords, "query")));
+Ref phyerror_arcconf(const Call& c, const Wrapper& query) {
+  Ref parsed = c.parsed(query);
   Ref phys = entries_of(parsed.get());
   if (!phys) return nullptr;
   Ref by_id = dict();
@@ -240,8 +246,8 @@ Ref resolve_phys(PyObject* phy_input, long count) {
 
 // Every selected PHY must exist: numbers run from 0 to count - 1; else
 // OrvexException(no_such_phy).
-int check_phys(PyObject* phys, long count, const char* no_such_phy) {
-  auto refuse = [&] { return raise_orvex(no_such_phy), -1; };
+int check_phys(PyObject* phys, long count, const Message& no_such_phy) {
+  auto refuse = [&] { return raise_orvex(no_such_phy.text), -1; };
   if (PyList_Size(phys) == 0) return refuse();
   return kit::each(phys, [&](PyObject* phy) {
     const long v = PyLong_AsLong(phy);
@@ -265,33 +271,40 @@ Ref non_empty_lines(PyObject* parsed) {
 
 // storelibtest PHY work: only behind an expander backplane (else the
 // refusal no_expander), and only on PHYs the controller has (counted by
-// count; else the refusal no_such_phy); then run.  The data is the position
-// of the selection text among the arguments.
-constexpr const char* kStorelibWords[] = {"expander", "no_expander", "count", "no_such_phy", "run"};
-constexpr std::size_t kPhyInfoInput = RAID_ARG(kPhyInfoParams, "phy_input");
-constexpr std::size_t kPhyControlInput = RAID_ARG(kPhyControlParams, "phy_input");
+// count; else the refusal no_such_phy); then run.
+struct StorelibTexts {
+  Operation expander;
+  Message no_expander;
+  Wrapper count;
+  Message no_such_phy;
+  Wrapper run;
+  std::size_t phy_input;  // the position of the selection text among the arguments
+};
 
-Ref storelib_phys(const Call& c) {
-  Ref expander = c.method(c.word(RAID_WORD(kStorelibWords, "expander")));
+Ref storelib_phys(const Call& c, const StorelibTexts& t) {
+  Ref expander = c.method(t.expander);
   const int present = truthy(expander.get());
   if (present < 0) return nullptr;
-  if (present == 0) return c.refuse(c.word(RAID_WORD(kStorelibWords, "no_expander")));
-  Ref counted = c.parsed(c.word(RAID_WORD(kStorelibWords, "count")));
+  if (present == 0) return c.refuse(t.no_expander);
+  Ref counted = c.parsed(t.count);
   long count = 0;
   if (!counted || phy_count(counted.get(), &count) < 0) return nullptr;
-  Ref phys = resolve_phys(c.arg(c.data<std::size_t>()), count);
-  if (!phys ||
-      check_phys(phys.get(), count, c.word(RAID_WORD(kStorelibWords, "no_such_phy"))) < 0 ||
+  Ref phys = resolve_phys(c.arg(t.phy_input), count);
+  if (!phys || check_phys(phys.get(), count, t.no_such_phy) < 0 ||
       c.p_set("phy_list", phys.get()) < 0) {
     return nullptr;
   }
-  Ref parsed = c.parsed(c.word(RAID_WORD(kStorelibWords, "run")));
+  Ref parsed = c.parsed(t.run);
   return non_empty_lines(parsed.get());
 }
 
 }  // namespace
 
 void add_phy_expander_ops(OpList& ops) {
+  static constexpr EnclosureTexts kStorcliExpanders{{"ctr_get_enclosure_storcli64"},
+                                                    {"get_expander_cfg_format"}};
+  static constexpr ExpanderTexts kArcconfExpanders{
+      {"ctr_get_expander_cfg_arcconf"}, {"ctr_get_cfg_arcconf"}, {"get_expander_cfg_format"}};
   ops.push_back(
       Op("get_expander_cfg")
           .params(kKeywordsOnly)
@@ -306,14 +319,10 @@ void add_phy_expander_ops(OpList& ops) {
                "        arcconf: expander_id、product_id、connector、channel_device；\n"
                "        另有 raw_data（合并后的原始记录）。")
           .returns_doc("list")
-          .variants({custom(Tool::storcli64, expander_cfg_storcli64, kExpanderStorcli64Words)
-                         .wrappers({{"query", "ctr_get_enclosure_storcli64"}})
-                         .words({{"template", "get_expander_cfg_format"}}),
+          .variants({custom<expander_cfg_storcli64, kStorcliExpanders>(Tool::storcli64),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询expander背板信息 功能"),
-                     custom(Tool::arcconf, expander_cfg_arcconf, kExpanderArcconfWords)
-                         .wrappers({{"expanders", "ctr_get_expander_cfg_arcconf"},
-                                    {"devices", "ctr_get_cfg_arcconf"}})
-                         .words({{"template", "get_expander_cfg_format"}})}));
+                     custom<expander_cfg_arcconf, kArcconfExpanders>(Tool::arcconf)}));
+  static constexpr Wrapper kPhyErrors{"get_controller_pd_phyerror_arcconf"};
   ops.push_back(Op("get_ctl_phyerror")
                     .params(kKeywordsOnly)
                     .extras({kAdapterId})
@@ -331,8 +340,7 @@ void add_phy_expander_ops(OpList& ops) {
                                    .at("Phy Error Counters")
                                    .format(),
                                query(Tool::sorbctl, "get_ctl_phyinfo_sorbctl").format(),
-                               custom(Tool::arcconf, phyerror_arcconf, kPhyErrorWords)
-                                   .wrappers({{"query", "get_controller_pd_phyerror_arcconf"}})}));
+                               custom<phyerror_arcconf, kPhyErrors>(Tool::arcconf)}));
   ops.push_back(
       Op("set_ctl_phy_func")
           .params({arg("eid"), arg("sid"), arg("oper"), kwargs()})
@@ -347,6 +355,10 @@ void add_phy_expander_ops(OpList& ops) {
           .variants({refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置控制器PHY连接状态 功能"),
                      checked(Tool::sorbctl, "set_controller_phy_func_sorbctl"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置控制器PHY连接状态 功能")}));
+  static constexpr StorelibTexts kPhyInfo{
+      {"get_expander_cfg"},           {"该环境无exp背板, 无法查询所有phy信息"},
+      {"get_phy_count_storelibtest"}, {"输入的phy数目错误, 请重试"},
+      {"get_phy_info_storelibtest"},  RAID_ARG(kPhyInfoParams, "phy_input")};
   ops.push_back(
       Op("ctl_get_phy_info_storelibtest")
           .params(kPhyInfoParams)
@@ -361,15 +373,16 @@ void add_phy_expander_ops(OpList& ops) {
                "    OrvexException: 无 expander 背板时为 \"该环境无exp背板, 无法查询所有phy信息\"；"
                "phy 编号超出控制器 phy 数目时为 \"输入的phy数目错误, 请重试\"。")
           .returns_doc("list")
-          .variants({custom(Tool::storcli64, storelib_phys, kStorelibWords, &kPhyInfoInput)
-                         .calls({{"expander", "get_expander_cfg"}})
-                         .ignores("adapter_id", "检查expander背板时不传 adapter_id")
-                         .wrappers({{"count", "get_phy_count_storelibtest"},
-                                    {"run", "get_phy_info_storelibtest"}})
-                         .messages({{"no_expander", "该环境无exp背板, 无法查询所有phy信息"},
-                                    {"no_such_phy", "输入的phy数目错误, 请重试"}}),
+          .variants({custom<storelib_phys, kPhyInfo>(Tool::storcli64)
+                         .ignores("adapter_id", "检查expander背板时不传 adapter_id"),
                      refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具查询所有phy信息"),
                      refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具查询所有phy信息")}));
+  static constexpr StorelibTexts kPhyControl{{"get_expander_cfg"},
+                                             {"该环境无exp背板, 无法进行phy control操作"},
+                                             {"get_phy_count_storelibtest"},
+                                             {"输入的phy数目错误, 请重试"},
+                                             {"send_phy_control_storelibtest"},
+                                             RAID_ARG(kPhyControlParams, "phy_input")};
   ops.push_back(
       Op("ctl_phy_control_storelibtest")
           .params(kPhyControlParams)
@@ -387,13 +400,8 @@ void add_phy_expander_ops(OpList& ops) {
                "control操作\"；"
                "phy 编号超出控制器 phy 数目时为 \"输入的phy数目错误, 请重试\"。")
           .returns_doc("list")
-          .variants({custom(Tool::storcli64, storelib_phys, kStorelibWords, &kPhyControlInput)
-                         .calls({{"expander", "get_expander_cfg"}})
-                         .ignores("adapter_id", "检查expander背板时不传 adapter_id")
-                         .wrappers({{"count", "get_phy_count_storelibtest"},
-                                    {"run", "send_phy_control_storelibtest"}})
-                         .messages({{"no_expander", "该环境无exp背板, 无法进行phy control操作"},
-                                    {"no_such_phy", "输入的phy数目错误, 请重试"}}),
+          .variants({custom<storelib_phys, kPhyControl>(Tool::storcli64)
+                         .ignores("adapter_id", "检查expander背板时不传 adapter_id"),
                      refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具进行phy control测试"),
                      refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具进行phy control测试")}));
   ops.push_back(

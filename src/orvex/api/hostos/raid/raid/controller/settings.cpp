@@ -14,14 +14,11 @@ constexpr ParamDef kStateParams[] = {arg("state"), kwargs()};
 constexpr ParamDef kEhspSwitchParams[] = {arg("switch"), arg("option").or_("'eug'").unstored(),
                                           kwargs()};
 
-constexpr const char* kSetModeWords[] = {"set_mode"};
-constexpr const char* kQueryWords[] = {"query"};
-
 // arcconf switches pass-through through the work mode (the row makes the
 // state that mode) and needs time to settle before the next command; the
 // result is True whatever the tool said.
-Ref jbod_arcconf(const Call& c) {
-  if (!c.parsed(c.word(RAID_WORD(kSetModeWords, "set_mode")))) return nullptr;
+Ref jbod_arcconf(const Call& c, const Wrapper& set_mode) {
+  if (!c.parsed(set_mode)) return nullptr;
   Ref time = Ref::steal(PyImport_ImportModule("time"));
   Ref seconds = integer(10);
   if (!seconds || !call_method(time.get(), "sleep", {seconds.get()})) return nullptr;
@@ -29,8 +26,8 @@ Ref jbod_arcconf(const Call& c) {
 }
 
 // The first EmergencyUG row of the controller properties; nothing when absent.
-Ref ehsp_storcli64(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")), Route::host);
+Ref ehsp_storcli64(const Call& c, const Wrapper& query) {
+  Ref parser = c.parsed(query);
   Ref rows = index(parser.get(), "Controller Properties");
   Ref found = none();
   const int walked = kit::each(rows.get(), [&](PyObject* row) {
@@ -53,8 +50,8 @@ int ehsp_switch_storcli64(const Call& c) {
 
 // storcli64 reports JBOD as a property among sections: the answer
 // flattened, its "Value".
-Ref jbod_storcli64(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")));
+Ref jbod_storcli64(const Call& c, const Wrapper& query) {
+  Ref parser = c.parsed(query);
   Ref flat = parser ? merge_output(parser.get(), nullptr, nullptr) : nullptr;
   return index(flat.get(), "Value");
 }
@@ -74,6 +71,7 @@ void add_controller_settings_ops(OpList& ops) {
           .variants({action(Tool::arcconf, "ctr_set_ctrl_mode_arcconf"),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置控制卡工作模式 功能"),
                      refuse(Tool::storcli64, "LSI卡storcli64工具没有 设置控制卡工作模式 功能")}));
+  static constexpr Wrapper kSetMode{"ctr_set_ctrl_mode_arcconf"};
   ops.push_back(
       Op("set_jbod_state")
           .params(kStateParams)
@@ -90,10 +88,10 @@ void add_controller_settings_ops(OpList& ops) {
                      checked(Tool::sorbctl, "set_controller_jbod_sorbctl")
                          .rename("state", "jbod")
                          .lookup("jbod", {{"on", "rawdrive"}}),
-                     custom(Tool::arcconf, jbod_arcconf, kSetModeWords)
+                     custom<jbod_arcconf, kSetMode>(Tool::arcconf)
                          .rename("state", "mode")
-                         .lookup("mode", {{"on", "5"}, {"off", "3"}})
-                         .wrappers({{"set_mode", "ctr_set_ctrl_mode_arcconf"}})}));
+                         .lookup("mode", {{"on", "5"}, {"off", "3"}})}));
+  static constexpr Wrapper kJbodQuery{"ctr_get_jbod_storcli64"};
   ops.push_back(
       Op("query_jbod_info")
           .params(kKeywordsOnly)
@@ -102,8 +100,7 @@ void add_controller_settings_ops(OpList& ops) {
                "参数:\n    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
                "返回:\n    str: 直通状态，如 \"ON\" 或 \"OFF\"；arcconf 的其他工作模式原样返回。")
           .returns_doc("str")
-          .variants({custom(Tool::storcli64, jbod_storcli64, kQueryWords)
-                         .wrappers({{"query", "ctr_get_jbod_storcli64"}}),
+          .variants({custom<jbod_storcli64, kJbodQuery>(Tool::storcli64),
                      // as "ON"/"OFF" where the tools' words allow
                      query(Tool::sorbctl, "get_controller_jbod_sorbctl")
                          .at("Jbod")
@@ -175,6 +172,7 @@ void add_controller_settings_ops(OpList& ops) {
           .variants({checked(Tool::storcli64, "set_ctl_auto_rebuild_storcli64").via(Route::host),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置控制器自动重构开关 功能"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置控制器自动重构开关 功能")}));
+  static constexpr Wrapper kEhspQuery{"ctr_get_eghs_storcli64", Route::host};
   ops.push_back(
       Op("get_controller_ehsp")
           .params(kKeywordsOnly)
@@ -184,8 +182,7 @@ void add_controller_settings_ops(OpList& ops) {
                "返回:\n    str: \"ON\" 或 \"OFF\"（大写）；storcli64 未报告 EmergencyUG 时返回 "
                "None。")
           .returns_doc("str")
-          .variants({custom(Tool::storcli64, ehsp_storcli64, kQueryWords)
-                         .wrappers({{"query", "ctr_get_eghs_storcli64"}}),
+          .variants({custom<ehsp_storcli64, kEhspQuery>(Tool::storcli64),
                      query(Tool::sorbctl, "get_controller_ehsp_sorbctl")
                          .via(Route::host)
                          .at("Ehsp Switch")

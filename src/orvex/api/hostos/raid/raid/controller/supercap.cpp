@@ -31,16 +31,23 @@ int add_properties(PyObject* sections, PyObject* info) {
   });
 }
 
-// The query, the template of the answer and the refusals.
-constexpr const char* kCapacitanceWords[] = {"query", "template", "bad_information"};
-constexpr const char* kShapedWords[] = {"query", "template"};
-constexpr const char* kLearnWords[] = {"clock", "learn", "failed"};
+// The query and the formatter's template of the answer; storcli64 refuses
+// an information kind it does not know.
+struct ShapedTexts {
+  Wrapper query;
+  Text format_name;
+};
+struct CapacitanceTexts {
+  Wrapper query;
+  Text format_name;
+  Message bad_information;
+};
 
 // storcli64 flattens its property tables ("all") or merges its rows
 // ("simple") into one record.
-Ref capacitance_storcli64(const Call& c) {
+Ref capacitance_storcli64(const Call& c, const CapacitanceTexts& t) {
   Ref info = dict();
-  Ref parser = c.parsed(c.word(RAID_WORD(kCapacitanceWords, "query")));
+  Ref parser = c.parsed(t.query);
   if (!info || !parser) return nullptr;
   Ref failure = get(parser.get(), "fail_Info");
   const int failed = truthy(failure.get());
@@ -54,18 +61,16 @@ Ref capacitance_storcli64(const Call& c) {
   } else {
     const int simple = equal(information, "simple");
     if (simple < 0) return nullptr;
-    if (simple == 0) {
-      return c.refuse(c.word(RAID_WORD(kCapacitanceWords, "bad_information")));
-    }
+    if (simple == 0) return c.refuse(t.bad_information);
     walked = each_row(parser.get(), [&](PyObject* row) { return update(info.get(), row); });
   }
   if (walked < 0) return nullptr;
-  return c.format_with(info.get(), c.word(RAID_WORD(kCapacitanceWords, "template")));
+  return c.format_with(info.get(), t.format_name.text);
 }
 
 // A missing pack is reported as the status, whatever the tool's own status.
-Ref capacitance_sorbctl(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kShapedWords, "query")));
+Ref capacitance_sorbctl(const Call& c, const ShapedTexts& t) {
+  Ref parser = c.parsed(t.query);
   Ref missing = get(parser.get(), "Pack Missing");
   const int gone = equal(missing.get(), "Yes");
   if (gone < 0) return nullptr;
@@ -73,16 +78,17 @@ Ref capacitance_sorbctl(const Call& c) {
     Ref status = str("Pack Missing");
     if (!status || set_item(parser.get(), "Status", status.get()) < 0) return nullptr;
   }
-  return c.format_with(parser.get(), c.word(RAID_WORD(kShapedWords, "template")));
+  return c.format_with(parser.get(), t.format_name.text);
 }
 
-// The host clock, read through the dispatcher, in the comma form.
-Ref host_clock(const Call& c) {
+// The host clock, read through the dispatcher (its params given by keyword),
+// in the comma form.
+Ref host_clock(const Call& c, const Wrapper& clock) {
   Ref dispatcher = getattr(c.self, "dispatcher");
   Ref dispatch = getattr(dispatcher.get(), "dispatch");
   if (!dispatch) return nullptr;
   Ref date_format = str("\"+%Y-%m-%d,%H:%M:%S\"");
-  Ref name = str(c.word(RAID_WORD(kLearnWords, "clock")));
+  Ref name = str(clock.name);
   if (!date_format || !name) return nullptr;
   Ref clock_params = dict({{"formatter", date_format.get()}});
   Ref kwargs = dict({{"params", clock_params.get()}});
@@ -96,37 +102,50 @@ Ref host_clock(const Call& c) {
   return kit::shift_time(text.get(), kClockFormat, "seconds", 0, kClockFormat);
 }
 
+// The host clock, the self-learn command and the refusal of its "fail".
+struct LearnTexts {
+  Wrapper clock;  // through the dispatcher
+  Wrapper learn;
+  Message failed;
+};
+
 // Fills the start time (now) and the cycle (30 days) when not given; the
 // tool's plain "fail" is raised.
-Ref supercap_learn_sorbctl(const Call& c) {
+Ref supercap_learn_sorbctl(const Call& c, const LearnTexts& t) {
   Ref starttime = c.p_get("starttime");
   const int given = truthy(starttime.get());
   if (given < 0) return nullptr;
   if (given == 0) {
-    Ref clock = host_clock(c);
+    Ref clock = host_clock(c, t.clock);
     if (!clock || c.p_set("starttime", clock.get()) < 0) return nullptr;
   }
   Ref cycle = c.p_get("cycle");
   const int cycled = truthy(cycle.get());
   if (cycled < 0 || (cycled == 0 && c.p_set("cycle", "30") < 0)) return nullptr;
-  Ref parser = c.parsed(c.word(RAID_WORD(kLearnWords, "learn")));
+  Ref parser = c.parsed(t.learn);
   const int failed = equal(parser.get(), "fail");
   if (failed < 0) return nullptr;
-  if (failed == 1) return c.refuse(c.word(RAID_WORD(kLearnWords, "failed")));
+  if (failed == 1) return c.refuse(t.failed);
   const int done = Call::success(parser.get());
   return done < 0 ? nullptr : boolean(done == 1);
 }
 
-Ref self_learn_storcli64(const Call& c) {
+Ref self_learn_storcli64(const Call& c, const ShapedTexts& t) {
   Ref info = dict();
-  Ref parser = c.parsed(c.word(RAID_WORD(kShapedWords, "query")));
+  Ref parser = c.parsed(t.query);
   if (!info || !parser || add_properties(parser.get(), info.get()) < 0) return nullptr;
-  return c.format_with(info.get(), c.word(RAID_WORD(kShapedWords, "template")));
+  return c.format_with(info.get(), t.format_name.text);
 }
 
 }  // namespace
 
 void add_supercap_ops(OpList& ops) {
+  static constexpr CapacitanceTexts kStorcliCapacitance{
+      {"ctr_get_cv_all_storcli64"},
+      {"get_capacitance_info_format"},
+      {"LSI卡查询电容all参数错误: 全部信息all=\"all\" 简要信息all=\"simple\""}};
+  static constexpr ShapedTexts kSorbctlCapacitance{{"get_controller_supercap_sorbctl"},
+                                                   {"get_capacitance_info_format"}};
   ops.push_back(
       Op("get_capacitance_info")
           .params(kCapacitanceParams)
@@ -142,19 +161,14 @@ void add_supercap_ops(OpList& ops) {
               "Device Name、Temperature（\"34 C\"）、SN、Supercap SN、Module Version、"
               "Supercap Date of Manufacture、Date of Manufacture、PCB Version 等，以及 raw_data。")
           .returns_doc("dict")
-          .variants(
-              {custom(Tool::storcli64, capacitance_storcli64, kCapacitanceWords)
-                   .wrappers({{"query", "ctr_get_cv_all_storcli64"}})
-                   .words({{"template", "get_capacitance_info_format"}})
-                   .messages(
-                       {{"bad_information",
-                         "LSI卡查询电容all参数错误: 全部信息all=\"all\" 简要信息all=\"simple\""}}),
-               custom(Tool::sorbctl, capacitance_sorbctl, kShapedWords)
-                   .wrappers({{"query", "get_controller_supercap_sorbctl"}})
-                   .words({{"template", "get_capacitance_info_format"}}),
-               query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
-                   .at("controller_information")
-                   .format("get_capacitance_info_format")}));
+          .variants({custom<capacitance_storcli64, kStorcliCapacitance>(Tool::storcli64),
+                     custom<capacitance_sorbctl, kSorbctlCapacitance>(Tool::sorbctl),
+                     query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
+                         .at("controller_information")
+                         .format("get_capacitance_info_format")}));
+  static constexpr LearnTexts kSorbctlLearn{{"system_clock", Route::dispatcher},
+                                            {"set_supercap_self_learn_sorbctl"},
+                                            {"设置超级电容自学习失败，请检查回显报错信息"}};
   ops.push_back(
       Op("set_supercap_learn")
           .params(kKeywordsOnly)
@@ -168,11 +182,10 @@ void add_supercap_ops(OpList& ops) {
                "返回:\n    bool: 设置是否成功；sorbctl 回显 fail 时抛出异常。")
           .returns_doc("bool")
           .variants({checked(Tool::storcli64, "ctr_start_cv_learn_storcli64"),
-                     custom(Tool::sorbctl, supercap_learn_sorbctl, kLearnWords)
-                         .wrappers({{"clock", "system_clock"},
-                                    {"learn", "set_supercap_self_learn_sorbctl"}})
-                         .messages({{"failed", "设置超级电容自学习失败，请检查回显报错信息"}}),
+                     custom<supercap_learn_sorbctl, kSorbctlLearn>(Tool::sorbctl),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置超级电容自学习 功能")}));
+  static constexpr ShapedTexts kStorcliSelfLearn{{"ctr_get_cv_learn_storcli64"},
+                                                 {"get_supercap_self_learn_info_format"}};
   ops.push_back(
       Op("get_supercap_self_learn_info")
           .params(kKeywordsOnly)
@@ -185,9 +198,7 @@ void add_supercap_ops(OpList& ops) {
                "11:10:15\"）、Learn_cycle（\"30day\"）、Next_learn_time、Present（\"Yes\"）"
                "以及 raw_data；sorbctl 回显 fail 时抛出异常。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, self_learn_storcli64, kShapedWords)
-                         .wrappers({{"query", "ctr_get_cv_learn_storcli64"}})
-                         .words({{"template", "get_supercap_self_learn_info_format"}}),
+          .variants({custom<self_learn_storcli64, kStorcliSelfLearn>(Tool::storcli64),
                      query(Tool::sorbctl, "get_supercap_self_learn_sorbctl")
                          .refuse_on("fail", "查询超级电容自学习信息失败，请检查回显报错信息")
                          .format("get_supercap_self_learn_info_format"),
