@@ -19,14 +19,18 @@ constexpr const char* kArcconfDrive = "logical_device_number_{vid}";
 // "Background Init...").
 const Regex kBgiTask("(?i)^\\s*(bgi|back\\s*ground\\s*init)");
 
-constexpr const char* kBgiWords[] = {"tasks", "template"};
+// The background tasks query and the template of the state.
+struct TaskTexts {
+  Wrapper tasks;
+  Text format_name;
+};
 
 // sorbctl lists the background tasks of all drives: the one of this drive
 // whose name says background initialisation.
-Ref bgi_sorbctl(const Call& c) {
+Ref bgi_sorbctl(const Call& c, const TaskTexts& t) {
   if (c.p_del_if("vid") < 0) return nullptr;
   PyObject* vid = c.arg(RAID_ARG(kVidParams, "vid"));
-  Ref parser = c.parsed(c.word(RAID_WORD(kBgiWords, "tasks")));
+  Ref parser = c.parsed(t.tasks);
   Ref groups = get(parser.get(), "Groups");
   Ref found = find_task(groups.get(), vid, "ID", "Name", kBgiTask);
   Ref state = dict();
@@ -41,7 +45,7 @@ Ref bgi_sorbctl(const Call& c) {
       return nullptr;
     }
   }
-  return c.format_with(state.get(), c.word(RAID_WORD(kBgiWords, "template")));
+  return c.format_with(state.get(), t.format_name.text);
 }
 
 }  // namespace
@@ -106,6 +110,8 @@ void add_vd_background_ops(OpList& ops) {
               {checked(Tool::storcli64, "vd_state_init_storcli64"),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘初始化功能操作 功能"),
                refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置逻辑磁盘初始化功能操作 功能")}));
+  static constexpr TaskTexts kSorbctlBgi{{"get_controller_bgtask_sorbctl"},
+                                         {"get_virtual_drive_bgi_state_format"}};
   ops.push_back(
       Op("get_virtual_drive_bgi_state")
           .params(kVidParams)
@@ -126,9 +132,7 @@ void add_vd_background_ops(OpList& ops) {
                          .at(kArcconfDrives)
                          .at(kArcconfDrive)
                          .format("get_virtual_drive_bgi_state_format"),
-                     custom(Tool::sorbctl, bgi_sorbctl, kBgiWords)
-                         .wrappers({{"tasks", "get_controller_bgtask_sorbctl"}})
-                         .words({{"template", "get_virtual_drive_bgi_state_format"}})}));
+                     custom<bgi_sorbctl, kSorbctlBgi>(Tool::sorbctl)}));
   ops.push_back(
       Op("set_virtual_drive_autobgi_switch")
           .params({arg("vid"), arg("state"), kwargs()})

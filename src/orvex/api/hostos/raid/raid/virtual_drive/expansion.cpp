@@ -11,17 +11,21 @@ namespace {
 
 // arcconf shows expansion and migration only as background tasks of its
 // logical devices: the task of this drive whose operation matches, or the
-// idle record when none runs.  The data is the pattern of the operation.
-constexpr const char* kTaskWords[] = {"tasks", "template"};
+// idle record when none runs.
 const Regex kExpansion("(?i)expan|reconfig");
 const Regex kMigration("(?i)migrat|reconfig");
 
-Ref task_arcconf(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kTaskWords, "tasks")));
+struct TaskTexts {
+  Wrapper tasks;
+  Text format_name;
+  const Regex& operation;  // matches the task's current operation
+};
+
+Ref task_arcconf(const Call& c, const TaskTexts& t) {
+  Ref parser = c.parsed(t.tasks);
   Ref tasks = get(parser.get(), "logical_device_task");
   Ref vid = c.p_get("vid");
-  Ref found =
-      find_task(tasks.get(), vid.get(), "logical_device", "current_operation", c.data<Regex>());
+  Ref found = find_task(tasks.get(), vid.get(), "logical_device", "current_operation", t.operation);
   if (!found) return nullptr;
   if (found.get() == Py_None) {
     Ref idle = str("Not in progress");
@@ -29,15 +33,18 @@ Ref task_arcconf(const Call& c) {
     found = dict({{"logical_device", vid.get()}, {"status", idle.get()}});
     if (!found) return nullptr;
   }
-  return c.format_with(found.get(), c.word(RAID_WORD(kTaskWords, "template")));
+  return c.format_with(found.get(), t.format_name.text);
 }
 
 // arcconf's maxCache drives: the entries of its logical device information
 // as a list ([] when it has none), formatted.
-constexpr const char* kMaxCacheWords[] = {"query", "template"};
+struct MaxCacheTexts {
+  Wrapper query;
+  Text format_name;
+};
 
-Ref maxcache_arcconf(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kMaxCacheWords, "query")));
+Ref maxcache_arcconf(const Call& c, const MaxCacheTexts& t) {
+  Ref parser = c.parsed(t.query);
   Ref drives = get(parser.get(), "logical_device_information");
   if (!drives) return nullptr;
   const int any = drives.get() == Py_None ? 0 : truthy(drives.get());
@@ -47,7 +54,7 @@ Ref maxcache_arcconf(const Call& c) {
     Ref entries = call_method(drives.get(), "values");
     listed = entries ? Ref::steal(PySequence_List(entries.get())) : nullptr;
   }
-  return c.format_with(listed.get(), c.word(RAID_WORD(kMaxCacheWords, "template")));
+  return c.format_with(listed.get(), t.format_name.text);
 }
 
 constexpr ParamDef kVidParams[] = {kw("vid"), kwargs()};
@@ -83,6 +90,8 @@ void add_vd_expansion_ops(OpList& ops) {
                     .variants({checked(Tool::storcli64, "vd_add_pd_expand_array_storcli64"),
                                checked(Tool::arcconf, "vd_add_pd_expand_array_arcconf"),
                                checked(Tool::sorbctl, "add_controller_vd_pd_sorbctl")}));
+  static constexpr TaskTexts kArcconfExpansion{
+      {"ctr_get_controller_bgtask_arcconf"}, {"get_expand_array_info_format"}, kExpansion};
   ops.push_back(
       Op("get_expand_array_info")
           .params(kVidParams)
@@ -98,9 +107,7 @@ void add_vd_expansion_ops(OpList& ops) {
           .variants({query(Tool::storcli64, "vd_get_expand_info_storcli64")
                          .get("VD Operation Status")
                          .format("get_expand_array_info_format"),
-                     custom(Tool::arcconf, task_arcconf, kTaskWords, &kExpansion)
-                         .wrappers({{"tasks", "ctr_get_controller_bgtask_arcconf"}})
-                         .words({{"template", "get_expand_array_info_format"}}),
+                     custom<task_arcconf, kArcconfExpansion>(Tool::arcconf),
                      query(Tool::sorbctl, "get_controller_vd_expand_sorbctl")
                          .format("get_expand_array_info_format")}));
   ops.push_back(Op("migrate_raid")
@@ -118,6 +125,8 @@ void add_vd_expansion_ops(OpList& ops) {
                     .variants({checked(Tool::storcli64, "vd_start_migrate_storcli64"),
                                checked(Tool::arcconf, "vd_start_migrate_arcconf"),
                                checked(Tool::sorbctl, "migrate_controller_vd_sorbctl")}));
+  static constexpr TaskTexts kArcconfMigration{
+      {"ctr_get_controller_bgtask_arcconf"}, {"get_migrate_info_format"}, kMigration};
   ops.push_back(
       Op("get_migrate_info")
           .params(kVidParams)
@@ -133,9 +142,7 @@ void add_vd_expansion_ops(OpList& ops) {
           .variants({query(Tool::storcli64, "vd_get_migrate_info_storcli64")
                          .get("VD Operation Status")
                          .format("get_migrate_info_format"),
-                     custom(Tool::arcconf, task_arcconf, kTaskWords, &kMigration)
-                         .wrappers({{"tasks", "ctr_get_controller_bgtask_arcconf"}})
-                         .words({{"template", "get_migrate_info_format"}}),
+                     custom<task_arcconf, kArcconfMigration>(Tool::arcconf),
                      query(Tool::sorbctl, "get_controller_vd_migrate_sorbctl")
                          .format("get_migrate_info_format")}));
   ops.push_back(Op("get_vd_smartinfo_smartctl")
@@ -151,6 +158,8 @@ void add_vd_expansion_ops(OpList& ops) {
                     .variants({query(Tool::storcli64, "vd_get_smartinfo_smartctl_storcli64"),
                                query(Tool::arcconf, "vd_get_smartinfo_smartctl_arcconf"),
                                query(Tool::sorbctl, "get_controller_vd_smartinfo_sorbctl")}));
+  static constexpr MaxCacheTexts kArcconfMaxCache{{"ctr_get_maxcache_arcconf"},
+                                                  {"get_ssd_caching_info_format"}};
   ops.push_back(
       Op("get_ssd_caching_info")
           .params({kwargs()})
@@ -165,9 +174,7 @@ void add_vd_expansion_ops(OpList& ops) {
           .variants({query(Tool::storcli64, "ctr_get_ssd_caching_storcli64")
                          .get("VD LIST")
                          .format("get_ssd_caching_info_format"),
-                     custom(Tool::arcconf, maxcache_arcconf, kMaxCacheWords)
-                         .wrappers({{"query", "ctr_get_maxcache_arcconf"}})
-                         .words({{"template", "get_ssd_caching_info_format"}}),
+                     custom<maxcache_arcconf, kArcconfMaxCache>(Tool::arcconf),
                      refuse(Tool::sorbctl, "7460卡不支持SSD caching查询功能")}));
 }
 

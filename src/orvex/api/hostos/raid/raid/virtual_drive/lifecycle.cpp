@@ -33,9 +33,9 @@ int is_one_of(PyObject* v, std::initializer_list<const char*> texts) {
   return 0;
 }
 
-// OrvexException(the word with vid in its place).
-Ref refuse_about(const Call& c, const char* word, PyObject* vid) {
-  Ref message = c.word_with(word, {vid});
+// OrvexException(the message with vid in its place).
+Ref refuse_about(const Call& c, const Message& m, PyObject* vid) {
+  Ref message = c.message(m, {vid});
   return message ? c.refuse(message.get()) : nullptr;
 }
 
@@ -89,19 +89,16 @@ int create_arcconf(const Call& c) {
 
 // --- list --------------------------------------------------------------------
 
-constexpr const char* kListWords[] = {"query", "template"};
-constexpr const char* kDetailWords[] = {"query", "template"};
-constexpr const char* kNoSuchWords[] = {"no_such_vid", "list"};
-constexpr const char* kAllSorbctlWords[] = {"list", "one"};
-constexpr const char* kAllArcconfWords[] = {"list"};
-constexpr const char* kQueryWords[] = {"query"};
-constexpr const char* kMembersSorbctlWords[] = {"query", "failed"};
-constexpr const char* kMembersArcconfWords[] = {"query", "not_found", "no_members", "found"};
+// A query whose answer goes through a template of the formatter.
+struct FormattedQuery {
+  Wrapper query;
+  Text format_name;
+};
 
 // arcconf keys each drive as logical_device_number_<n>; the number becomes
 // the entry's vd.
-Ref list_arcconf(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kListWords, "query")));
+Ref list_arcconf(const Call& c, const FormattedQuery& t) {
+  Ref parser = c.parsed(t.query);
   Ref devices = get(parser.get(), "logical_device_information");
   Ref records = list();
   Ref sep = str("_");
@@ -113,7 +110,7 @@ Ref list_arcconf(const Call& c) {
     return append(records.get(), value);
   });
   if (r < 0) return nullptr;
-  return c.format_with(records.get(), c.word(RAID_WORD(kListWords, "template")));
+  return c.format_with(records.get(), t.format_name.text);
 }
 
 // --- details -------------------------------------------------------------------
@@ -121,7 +118,7 @@ Ref list_arcconf(const Call& c) {
 // One drive's storcli64 sections -> the details record.  The formatter
 // regroups the sections; the drive's own table contributes its first row,
 // the property table its entries, and the member table is kept whole.
-Ref details_storcli64(const Call& c, PyObject* sections) {
+Ref details_storcli64(const Call& c, const Text& format_name, PyObject* sections) {
   Ref treated = c.formatter_call("storcli64_get_one_virtual_drive_treatments", {sections});
   if (!treated) return nullptr;
   Ref wrapped = dict({{"vd_info", treated.get()}});
@@ -143,16 +140,16 @@ Ref details_storcli64(const Call& c, PyObject* sections) {
   if (r < 0) return nullptr;
   Ref merged = merge_output(wrapped.get(), nullptr, structure.get());
   if (!merged) return nullptr;
-  return c.format_with(merged.get(), c.word(RAID_WORD(kDetailWords, "template")));
+  return c.format_with(merged.get(), format_name.text);
 }
 
-Ref one_storcli64(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kDetailWords, "query")));
-  return parser ? details_storcli64(c, parser.get()) : nullptr;
+Ref one_storcli64(const Call& c, const FormattedQuery& t) {
+  Ref parser = c.parsed(t.query);
+  return parser ? details_storcli64(c, t.format_name, parser.get()) : nullptr;
 }
 
-Ref one_sorbctl(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kDetailWords, "query")));
+Ref one_sorbctl(const Call& c, const FormattedQuery& t) {
+  Ref parser = c.parsed(t.query);
   Ref sections = dict();
   if (!parser || !sections) return nullptr;
   const int r = each_item(parser.get(), [&](PyObject* key, PyObject* value) {
@@ -163,11 +160,17 @@ Ref one_sorbctl(const Call& c) {
   if (r < 0) return nullptr;
   Ref merged = merge_output(sections.get(), nullptr, nullptr);
   if (!merged) return nullptr;
-  return c.format_with(merged.get(), c.word(RAID_WORD(kDetailWords, "template")));
+  return c.format_with(merged.get(), t.format_name.text);
 }
 
-Ref one_arcconf(const Call& c) {
-  Ref drives = c.method(c.word(RAID_WORD(kNoSuchWords, "list")), c.params);
+// arcconf's listing holds the drive's record; a vid it lacks is refused.
+struct ListedTexts {
+  Operation listing;
+  Message not_listed;
+};
+
+Ref one_arcconf(const Call& c, const ListedTexts& t) {
+  Ref drives = c.method(t.listing, c.params);
   Ref vid = c.p_get("vid");
   if (!drives || !vid) return nullptr;
   Ref found;
@@ -181,14 +184,13 @@ Ref one_arcconf(const Call& c) {
   if (found) return found;
   Ref vid_text = to_str(vid.get());
   if (!vid_text) return nullptr;
-  Ref message = c.word_with(RAID_WORD(kNoSuchWords, "no_such_vid"), {vid_text.get()});
-  return message ? c.refuse(message.get()) : nullptr;
+  return refuse_about(c, t.not_listed, vid_text.get());
 }
 
 // storcli64 answers all drives at once: a drive's own table (/c<n>/v<m>)
 // opens its group, its member and property tables follow it.
-Ref all_storcli64(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kDetailWords, "query")));
+Ref all_storcli64(const Call& c, const FormattedQuery& t) {
+  Ref parser = c.parsed(t.query);
   Ref groups = dict();
   Ref two = integer(2);
   if (!parser || !groups || !two) return nullptr;
@@ -218,7 +220,7 @@ Ref all_storcli64(const Call& c) {
   Ref values = call_method(groups.get(), "values");
   if (!out) return nullptr;
   if (each(values.get(), [&](PyObject* group) {
-        Ref details = details_storcli64(c, group);
+        Ref details = details_storcli64(c, t.format_name, group);
         return details ? append(out.get(), details.get()) : -1;
       }) < 0) {
     return nullptr;
@@ -227,13 +229,16 @@ Ref all_storcli64(const Call& c) {
 }
 
 // arcconf's listing already holds every detail it reports: the list is the answer.
-Ref all_arcconf(const Call& c) {
-  return c.method(c.word(RAID_WORD(kAllArcconfWords, "list")), c.params);
-}
+Ref all_arcconf(const Call& c, const Operation& listing) { return c.method(listing, c.params); }
 
 // sorbctl has no bulk detail query: one detail request per listed drive.
-Ref all_sorbctl(const Call& c) {
-  Ref drives = c.method(c.word(RAID_WORD(kAllSorbctlWords, "list")), c.params);
+struct EachDriveTexts {
+  Operation listing;
+  Operation details;
+};
+
+Ref all_sorbctl(const Call& c, const EachDriveTexts& t) {
+  Ref drives = c.method(t.listing, c.params);
   Ref out = list();
   if (!drives || !out) return nullptr;
   if (each(drives.get(), [&](PyObject* entry) {
@@ -241,7 +246,7 @@ Ref all_sorbctl(const Call& c) {
         if (!vd) return -1;
         Ref kw = dict({{"vid", vd.get()}});
         if (!kw || update(kw.get(), c.params) < 0) return -1;
-        Ref one = c.method(c.word(RAID_WORD(kAllSorbctlWords, "one")), kw.get());
+        Ref one = c.method(t.details, kw.get());
         return one ? append(out.get(), one.get()) : -1;
       }) < 0) {
     return nullptr;
@@ -258,8 +263,8 @@ int add_member(PyObject* out, PyObject* eid, PyObject* sid) {
   return member ? append(out, member.get()) : -1;
 }
 
-Ref members_storcli64(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")));
+Ref members_storcli64(const Call& c, const Wrapper& query) {
+  Ref parser = c.parsed(query);
   Ref vid = c.p_get("vid");
   Ref vid_text = to_str(vid.get());
   Ref head = str("PDs for VD ");
@@ -281,11 +286,17 @@ Ref members_storcli64(const Call& c) {
   return out;
 }
 
-Ref members_sorbctl(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kMembersSorbctlWords, "query")));
+// The query and the refusal when the tool answers "fail".
+struct MembersTexts {
+  Wrapper query;
+  Message failed;
+};
+
+Ref members_sorbctl(const Call& c, const MembersTexts& t) {
+  Ref parser = c.parsed(t.query);
   const int failed = equal(parser.get(), "fail");
   if (failed < 0) return nullptr;
-  if (failed == 1) return c.refuse(c.word(RAID_WORD(kMembersSorbctlWords, "failed")));
+  if (failed == 1) return c.refuse(t.failed);
   Ref drives = index(parser.get(), "MemberDrives");
   Ref out = list();
   if (!drives || !out) return nullptr;
@@ -302,10 +313,18 @@ Ref members_sorbctl(const Call& c) {
 // arcconf lists a drive's segments (device_<n>, group_<g>,_segment_<s>) with
 // their position text "... Channel:0, Device:1 ..."; a dedicated hot spare
 // carries its position in the entry's name.  Members are channel/device.
-Ref members_arcconf(const Call& c) {
+// The refusals and the log line take the vid.
+struct ArcconfMembersTexts {
+  Wrapper query;
+  Message not_found;
+  Message no_members;
+  Text found;
+};
+
+Ref members_arcconf(const Call& c, const ArcconfMembersTexts& t) {
   Ref vid = c.p_get("vid");
   Ref vid_text = to_str(vid.get());
-  Ref parser = c.parsed(c.word(RAID_WORD(kMembersArcconfWords, "query")));
+  Ref parser = c.parsed(t.query);
   if (!vid_text || !parser) return nullptr;
   Ref devices =
       PyDict_Check(parser.get()) ? get(parser.get(), "logical_device_information") : none();
@@ -316,7 +335,7 @@ Ref members_arcconf(const Call& c) {
   Ref drive = PyDict_Check(devices.get()) ? get(devices.get(), key.get()) : none();
   if (!drive) return nullptr;
   if (!PyDict_Check(drive.get())) {
-    return refuse_about(c, RAID_WORD(kMembersArcconfWords, "not_found"), vid_text.get());
+    return refuse_about(c, t.not_found, vid_text.get());
   }
   Ref positions = list();
   Ref one = integer(1);
@@ -355,11 +374,11 @@ Ref members_arcconf(const Call& c) {
   });
   if (r < 0) return nullptr;
   if (PyObject_Size(positions.get()) == 0) {
-    return refuse_about(c, RAID_WORD(kMembersArcconfWords, "no_members"), vid_text.get());
+    return refuse_about(c, t.no_members, vid_text.get());
   }
   Ref members = c.formatter_call("get_virtual_drive_member_drives_raid_format", {positions.get()});
   if (!members) return nullptr;
-  Ref logged = c.word_with(RAID_WORD(kMembersArcconfWords, "found"), {vid_text.get()});
+  Ref logged = c.message(Message{t.found.text}, {vid_text.get()});
   if (!logged || c.log_info(logged.get()) < 0) return nullptr;
   return members;
 }
@@ -411,6 +430,8 @@ void add_vd_lifecycle_ops(OpList& ops) {
                     .variants({checked(Tool::storcli64, "ctr_delete_vd_storcli64"),
                                checked(Tool::arcconf, "delete_vd_arcconf"),
                                checked(Tool::sorbctl, "delete_controller_vd_sorbctl")}));
+  static constexpr FormattedQuery kArcconfList{{"ctr_get_vd_cfg_arcconf"},
+                                               {"get_virtual_drive_list_format"}};
   ops.push_back(
       Op("_get_virtual_drive_list")
           .params(kAdapterParams)
@@ -424,12 +445,16 @@ void add_vd_lifecycle_ops(OpList& ops) {
           .variants({query(Tool::storcli64, "ctr_get_all_cfg_storcli64")
                          .get("VD LIST")
                          .format("get_virtual_drive_list_format"),
-                     custom(Tool::arcconf, list_arcconf, kListWords)
-                         .wrappers({{"query", "ctr_get_vd_cfg_arcconf"}})
-                         .words({{"template", "get_virtual_drive_list_format"}}),
+                     custom<list_arcconf, kArcconfList>(Tool::arcconf),
                      query(Tool::sorbctl, "get_controller_vdlist_sorbctl")
                          .get("VirtualDrives")
                          .format("get_virtual_drive_list_format")}));
+  static constexpr FormattedQuery kStorcliDetails{{"ctr_get_vd_cfg_storcli64"},
+                                                  {"get_one_virtual_drive_info_format"}};
+  static constexpr ListedTexts kArcconfListed{{"_get_virtual_drive_list"},
+                                              {"No such vid:{} or adapter_id!"}};
+  static constexpr FormattedQuery kSorbctlDetails{{"get_controller_vd_info_sorbctl"},
+                                                  {"get_one_virtual_drive_info_format"}};
   ops.push_back(
       Op("get_one_virtual_drive_info")
           .params(kVidParams)
@@ -444,15 +469,12 @@ void add_vd_lifecycle_ops(OpList& ops) {
                "异常:\n    OrvexException: arcconf 下找不到该逻辑盘时抛出 \"No such vid:<vid> or "
                "adapter_id!\"。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, one_storcli64, kDetailWords)
-                         .wrappers({{"query", "ctr_get_vd_cfg_storcli64"}})
-                         .words({{"template", "get_one_virtual_drive_info_format"}}),
-                     custom(Tool::arcconf, one_arcconf, kNoSuchWords)
-                         .messages({{"no_such_vid", "No such vid:{} or adapter_id!"}})
-                         .calls({{"list", "_get_virtual_drive_list"}}),
-                     custom(Tool::sorbctl, one_sorbctl, kDetailWords)
-                         .wrappers({{"query", "get_controller_vd_info_sorbctl"}})
-                         .words({{"template", "get_one_virtual_drive_info_format"}})}));
+          .variants({custom<one_storcli64, kStorcliDetails>(Tool::storcli64),
+                     custom<one_arcconf, kArcconfListed>(Tool::arcconf),
+                     custom<one_sorbctl, kSorbctlDetails>(Tool::sorbctl)}));
+  static constexpr Operation kDriveList{"_get_virtual_drive_list"};
+  static constexpr EachDriveTexts kEachDrive{{"_get_virtual_drive_list"},
+                                             {"get_one_virtual_drive_info"}};
   ops.push_back(Op("get_all_virtual_drive_info")
                     .params(kAdapterParams)
                     .extras({kAdapterId})
@@ -462,14 +484,17 @@ void add_vd_lifecycle_ops(OpList& ops) {
                          "    list: 每个逻辑盘一条详细记录（键同 "
                          "get_one_virtual_drive_info）；arcconf 返回逻辑盘列表记录。")
                     .returns_doc("list")
-                    .variants({custom(Tool::storcli64, all_storcli64, kDetailWords)
-                                   .wrappers({{"query", "ctr_get_vd_cfg_storcli64"}})
-                                   .words({{"template", "get_one_virtual_drive_info_format"}}),
-                               custom(Tool::arcconf, all_arcconf, kAllArcconfWords)
-                                   .calls({{"list", "_get_virtual_drive_list"}}),
-                               custom(Tool::sorbctl, all_sorbctl, kAllSorbctlWords)
-                                   .calls({{"list", "_get_virtual_drive_list"},
-                                           {"one", "get_one_virtual_drive_info"}})}));
+                    .variants({custom<all_storcli64, kStorcliDetails>(Tool::storcli64),
+                               custom<all_arcconf, kDriveList>(Tool::arcconf),
+                               custom<all_sorbctl, kEachDrive>(Tool::sorbctl)}));
+  static constexpr Wrapper kStorcliMembers{"ctr_get_vd_cfg_storcli64"};
+  static constexpr ArcconfMembersTexts kArcconfMembers{
+      {"ctr_get_vd_cfg_arcconf"},
+      {"获取虚拟磁盘成员信息失败，未找到逻辑盘 {}"},
+      {"获取虚拟磁盘成员信息失败，逻辑盘 {} 没有可读取的成员盘"},
+      {"获取虚拟盘成员{}信息成功！"}};
+  static constexpr MembersTexts kSorbctlMembers{{"get_controller_vd_pdarray_sorbctl"},
+                                                {"get virtual drive's member drives failed"}};
   ops.push_back(
       Op("get_virtual_drive_member_drives")
           .params(kVidParams)
@@ -485,17 +510,9 @@ void add_vd_lifecycle_ops(OpList& ops) {
                "    OrvexException: sorbctl 查询失败时为 \"get virtual drive's member drives "
                "failed\"；arcconf 找不到逻辑盘或读不到成员盘时以 \"获取虚拟磁盘成员\" 开头。")
           .returns_doc("list")
-          .variants({custom(Tool::storcli64, members_storcli64, kQueryWords)
-                         .wrappers({{"query", "ctr_get_vd_cfg_storcli64"}}),
-                     custom(Tool::arcconf, members_arcconf, kMembersArcconfWords)
-                         .wrappers({{"query", "ctr_get_vd_cfg_arcconf"}})
-                         .messages({{"not_found", "获取虚拟磁盘成员信息失败，未找到逻辑盘 {}"},
-                                    {"no_members",
-                                     "获取虚拟磁盘成员信息失败，逻辑盘 {} 没有可读取的成员盘"}})
-                         .words({{"found", "获取虚拟盘成员{}信息成功！"}}),
-                     custom(Tool::sorbctl, members_sorbctl, kMembersSorbctlWords)
-                         .wrappers({{"query", "get_controller_vd_pdarray_sorbctl"}})
-                         .messages({{"failed", "get virtual drive's member drives failed"}})}));
+          .variants({custom<members_storcli64, kStorcliMembers>(Tool::storcli64),
+                     custom<members_arcconf, kArcconfMembers>(Tool::arcconf),
+                     custom<members_sorbctl, kSorbctlMembers>(Tool::sorbctl)}));
 }
 
 }  // namespace raid

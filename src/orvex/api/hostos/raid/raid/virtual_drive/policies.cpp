@@ -13,9 +13,6 @@ const Regex kDrivePath("/c(\\w+)/v(\\w+)");
 const Regex kController("/c(\\d+)/v");
 const Regex kDriveProperties("VD(\\w+) Properties");
 
-constexpr const char* kQueryWords[] = {"query"};
-constexpr const char* kBootWords[] = {"query", "shape"};
-
 // sorbctl spells its cache policies in capitals: params["policy"].upper().
 int upper_policy(const Call& c) {
   Ref policy = c.p_get("policy");
@@ -26,8 +23,8 @@ int upper_policy(const Call& c) {
 // --- I/O policy and emulation ------------------------------------------------------
 
 // The last letter of storcli64's Cache column: D direct, C cached.
-Ref iopolicy_storcli64(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")));
+Ref iopolicy_storcli64(const Call& c, const Wrapper& query) {
+  Ref parser = c.parsed(query);
   Ref result = dict();
   Ref zero = integer(0);
   Ref last_index = integer(-1);
@@ -55,8 +52,8 @@ Ref iopolicy_storcli64(const Call& c) {
 
 // The controller number of the keys: adapter_id when given, else the one the
 // drive tables name, else 0.
-Ref emulation_storcli64(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kQueryWords, "query")));
+Ref emulation_storcli64(const Call& c, const Wrapper& query) {
+  Ref parser = c.parsed(query);
   Ref controller = c.p_get("adapter_id");
   Ref one = integer(1);
   if (!parser || !controller || !one) return nullptr;
@@ -96,9 +93,14 @@ Ref emulation_storcli64(const Call& c) {
 // --- boot drive --------------------------------------------------------------------
 
 // arcconf names a primary and a secondary boot volume; "None" stands for
-// an unset one.
-Ref boot_arcconf(const Call& c) {
-  Ref parser = c.parsed(c.word(RAID_WORD(kBootWords, "query")));
+// an unset one; a set one goes through the formatter's method.
+struct BootTexts {
+  Wrapper query;
+  Text shape;
+};
+
+Ref boot_arcconf(const Call& c, const BootTexts& t) {
+  Ref parser = c.parsed(t.query);
   Ref info = index(parser.get(), "controller_information");
   Ref out = list();
   Ref unset = str("None");
@@ -107,13 +109,12 @@ Ref boot_arcconf(const Call& c) {
     Ref value = get(info.get(), key);
     const int none_set = equal(value.get(), "None");
     if (none_set < 0) return nullptr;
-    Ref shaped = none_set == 1
-                     ? dict({{"Type", unset.get()},
-                             {"VID/DID", unset.get()},
-                             {"Enc", unset.get()},
-                             {"Slot", unset.get()},
-                             {"Act_Slot", unset.get()}})
-                     : c.formatter_call(c.word(RAID_WORD(kBootWords, "shape")), {value.get()});
+    Ref shaped = none_set == 1 ? dict({{"Type", unset.get()},
+                                       {"VID/DID", unset.get()},
+                                       {"Enc", unset.get()},
+                                       {"Slot", unset.get()},
+                                       {"Act_Slot", unset.get()}})
+                               : c.formatter_call(t.shape.text, {value.get()});
     if (!shaped || append(out.get(), shaped.get()) < 0) return nullptr;
   }
   return out;
@@ -201,6 +202,7 @@ void add_vd_policies_ops(OpList& ops) {
           .variants({checked(Tool::storcli64, "vd_set_iopolicy_storcli64"),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘的读写策略 功能"),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置逻辑磁盘的读写策略 功能")}));
+  static constexpr Wrapper kDriveConfig{"ctr_get_vd_cfg_storcli64"};
   ops.push_back(
       Op("get_vd_iopolicy_status")
           .params({kw("vid"), kwargs()})
@@ -214,8 +216,7 @@ void add_vd_policies_ops(OpList& ops) {
                "值为 \"Direct IO\" 或 \"Cached IO\"。")
           .returns_doc("dict")
           .variants(
-              {custom(Tool::storcli64, iopolicy_storcli64, kQueryWords)
-                   .wrappers({{"query", "ctr_get_vd_cfg_storcli64"}}),
+              {custom<iopolicy_storcli64, kDriveConfig>(Tool::storcli64),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询指定逻辑盘的成员盘读写策略 功能"),
                refuse(Tool::sorbctl,
                       "7460卡sorbctl工具没有 查询指定逻辑盘的成员盘读写策略 功能")}));
@@ -244,8 +245,7 @@ void add_vd_policies_ops(OpList& ops) {
                "    adapter_id (str): 控制器编号；缺省时取工具回显中的控制器编号。\n\n"
                "返回:\n    dict: 如 {\"/c0/v0\": {\"Emulation type\": \"default\"}}。")
           .returns_doc("dict")
-          .variants({custom(Tool::storcli64, emulation_storcli64, kQueryWords)
-                         .wrappers({{"query", "ctr_get_vd_cfg_storcli64"}}),
+          .variants({custom<emulation_storcli64, kDriveConfig>(Tool::storcli64),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 查询逻辑磁盘的扇区属性 功能"),
                      refuse(Tool::sorbctl, "7460卡sorbctl工具没有 查询逻辑磁盘的扇区属性 功能")}));
   ops.push_back(
@@ -301,6 +301,8 @@ void add_vd_policies_ops(OpList& ops) {
                checked(Tool::sorbctl, "set_controller_vd_boot_sorbctl")
                    .lookup("state", {{"primary", "on"}, {"secondary", "on"}}),
                checked(Tool::arcconf, "set_vd_boot_arcconf").lookup("state", {{"off", "none"}})}));
+  static constexpr BootTexts kArcconfBoot{{"ctr_get_adpt_cfg_arcconf"},
+                                          {"query_boot_drive_format"}};
   ops.push_back(Op("query_boot_drive")
                     .params({kwargs()})
                     .extras({kAdapterId})
@@ -313,9 +315,7 @@ void add_vd_policies_ops(OpList& ops) {
                     .variants({query(Tool::storcli64, "ctr_get_boot_drive_storcli64")
                                    .get("Controller Properties")
                                    .post("query_boot_drive_format"),
-                               custom(Tool::arcconf, boot_arcconf, kBootWords)
-                                   .wrappers({{"query", "ctr_get_adpt_cfg_arcconf"}})
-                                   .words({{"shape", "query_boot_drive_format"}}),
+                               custom<boot_arcconf, kArcconfBoot>(Tool::arcconf),
                                query(Tool::sorbctl, "get_boot_drive_sorbctl")
                                    .get("BootDrives")
                                    .post("query_boot_drive_format")}));
