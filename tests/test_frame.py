@@ -278,7 +278,7 @@ BAD_ROWS = {
     "note": ('{kwargs()}).extras({kAdapterId}', "Raid.bad: a note on an undeclared extra: adp_id"),
 }
 # A note on an extra the row does not declare.
-BAD_VARIANT = {"note": 'refuse(Tool::arcconf, "x").reads("adp_id")'}
+BAD_VARIANT = {"note": 'refuse(Tool::arcconf, "x").note("adp_id", ExtraUse::reads)'}
 
 # A body that calls the params accessor named by RAID_PROBE, in an operation
 # that builds no params.

@@ -99,17 +99,17 @@ void add_consistency_check_ops(OpList& ops) {
                "    bool: 设置是否成功。sorbctl 下 switch_status 不是 on/off 时抛出 "
                "OrvexException。")
           .returns_doc("bool")
-          .variants(
-              {custom<switch_storcli64, kSchedule>(Tool::storcli64)
-                   .prep(switch_as_cc)
-                   .lookup("cc", {{"on", "seq"}})
-                   .ignores("adapter_id", "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
-               checked_by(Tool::sorbctl, "switch_status",
-                          {{"on", "start_controller_ccheck_sorbctl"},
-                           {"off", "stop_controller_ccheck_sorbctl"}},
-                          "请输入正确的switch_status: ", "错误, 应为on或者off.")
-                   .prep(switch_kept),
-               refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置一致性校验开关 功能")}));
+          .variants({custom<switch_storcli64, kSchedule>(Tool::storcli64)
+                         .prep(switch_as_cc)
+                         .lookup("cc", {{"on", "seq"}})
+                         .note("adapter_id", ExtraUse::ignores,
+                               "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
+                     checked_by(Tool::sorbctl, "switch_status",
+                                {{"on", "start_controller_ccheck_sorbctl"},
+                                 {"off", "stop_controller_ccheck_sorbctl"}},
+                                "请输入正确的switch_status: ", "错误, 应为on或者off.")
+                         .prep(switch_kept),
+                     refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置一致性校验开关 功能")}));
   static constexpr Operation kClock{"get_ctl_current_time"};
   ops.push_back(
       Op("set_ctl_ccheck_state")
@@ -125,7 +125,8 @@ void add_consistency_check_ops(OpList& ops) {
           .variants(
               {checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64")
                    .prep<schedule_start, kClock>()
-                   .ignores("adapter_id", "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
+                   .note("adapter_id", ExtraUse::ignores,
+                         "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
                refuse(Tool::sorbctl, "7460卡sorbctl工具没有 RAID-设置一致性校验功能模式状态 功能"),
                refuse(Tool::arcconf,
                       "PMC卡arcconf工具没有 RAID-设置一致性校验功能模式状态 功能")}));
@@ -140,17 +141,17 @@ void add_consistency_check_ops(OpList& ops) {
                "以并发模式（conc）下发，开始时间取控制器时钟的下一个整点。\n\n"
                "返回:\n    bool: 设置是否成功。")
           .returns_doc("bool")
-          .variants(
-              {checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64")
-                   .put("cc", "conc")
-                   .prep<schedule_start, kClock>()
-                   .ignores("adapter_id", "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
-               refuse(Tool::sorbctl,
-                      "7460卡sorbctl工具没有 "
-                      "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能"),
-               refuse(Tool::arcconf,
-                      "PMC卡arcconf工具没有 "
-                      "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能")}));
+          .variants({checked(Tool::storcli64, "ctr_set_cc_cfg_storcli64")
+                         .put("cc", "conc")
+                         .prep<schedule_start, kClock>()
+                         .note("adapter_id", ExtraUse::ignores,
+                               "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
+                     refuse(Tool::sorbctl,
+                            "7460卡sorbctl工具没有 "
+                            "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能"),
+                     refuse(Tool::arcconf,
+                            "PMC卡arcconf工具没有 "
+                            "RAID-设置一致性校验功能参数_excludevd(cc任务中排除的逻辑盘) 功能")}));
   ops.push_back(
       Op("set_ctl_ccheck_starttime")
           .params({kw("start_time"), kwargs()})
@@ -187,7 +188,8 @@ void add_consistency_check_ops(OpList& ops) {
                    .put("cc", "conc")
                    .prep(period_in_hours)
                    .prep<schedule_start, kClock>()
-                   .ignores("adapter_id", "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
+                   .note("adapter_id", ExtraUse::ignores,
+                         "读取控制器时钟时不传 adapter_id，时钟取自第一个控制器"),
                checked(Tool::sorbctl, "set_controller_ccheck_sorbctl").copy("delay", "period_time"),
                refuse(Tool::arcconf,
                       "PMC卡arcconf工具没有  RAID-设置一致性校验功能参数_period(周期) 功能")}));

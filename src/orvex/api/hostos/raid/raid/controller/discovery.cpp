@@ -71,22 +71,25 @@ void add_controller_discovery_ops(OpList& ops) {
           .variant_name("_query_controller_driver_info")
           .variants({custom<driver_info_sorbctl, kModinfo>(Tool::sorbctl)}));
   static constexpr Wrapper kDetailConfig{"storcli64_get_lsi_raid_detail_config"};
-  ops.push_back(
-      Op("query_raid_config")
-          .params(kKeywordsOnly)
-          .extras({kAdpId, kAdapterId})
-          .doc("查询控制器配置。\n\n"
-               "参数:\n"
-               "    adp_id (str): 控制器编号（arcconf、sorbctl），缺省为第一个控制器。\n"
-               "    adapter_id (str): 控制器编号（storcli64），缺省为第一个控制器。\n\n"
-               "返回:\n    dict: 配置字典，如 {\"CopyBack Rate\": \"low\"}；storcli64 "
-               "返回命令的完整结果。")
-          .returns_doc("dict")
-          .variant_name("get_raid_config_info")
-          .variants({query(Tool::sorbctl, "get_controller_config_sorbctl").strict().reads("adp_id"),
-                     // storcli64 hands back the whole answer
-                     custom<whole_answer, kDetailConfig>(Tool::storcli64),
-                     query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf").strict().reads("adp_id")}));
+  ops.push_back(Op("query_raid_config")
+                    .params(kKeywordsOnly)
+                    .extras({kAdpId, kAdapterId})
+                    .doc("查询控制器配置。\n\n"
+                         "参数:\n"
+                         "    adp_id (str): 控制器编号（arcconf、sorbctl），缺省为第一个控制器。\n"
+                         "    adapter_id (str): 控制器编号（storcli64），缺省为第一个控制器。\n\n"
+                         "返回:\n    dict: 配置字典，如 {\"CopyBack Rate\": \"low\"}；storcli64 "
+                         "返回命令的完整结果。")
+                    .returns_doc("dict")
+                    .variant_name("get_raid_config_info")
+                    .variants({query(Tool::sorbctl, "get_controller_config_sorbctl")
+                                   .strict()
+                                   .note("adp_id", ExtraUse::reads),
+                               // storcli64 hands back the whole answer
+                               custom<whole_answer, kDetailConfig>(Tool::storcli64),
+                               query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
+                                   .strict()
+                                   .note("adp_id", ExtraUse::reads)}));
   static constexpr StatusTexts kStorcliStatus{{"ctr_get_all_cfg_storcli64"},
                                               {"storcli64_get_controller_status_raid_treatments"},
                                               {"get_controller_status_raid_format"}};
@@ -103,14 +106,15 @@ void add_controller_discovery_ops(OpList& ops) {
               "temperature, pd_number, vd_number, ddr_size, raw_data（工具的完整控制器记录）。")
           .returns(ResultType::dict)
           .variants({query(Tool::sorbctl, "get_controller_status_sorbctl")
-                         .reads("adp_id")
+                         .note("adp_id", ExtraUse::reads)
                          .format()
                          .post("get_controller_status_raid_format"),
                      // storcli64 flattens its sections by the formatter's layer map first
-                     custom<status_storcli64, kStorcliStatus>(Tool::storcli64).reads("adp_id"),
+                     custom<status_storcli64, kStorcliStatus>(Tool::storcli64)
+                         .note("adp_id", ExtraUse::reads),
                      query(Tool::arcconf, "ctr_get_adpt_cfg_arcconf")
                          .via(Route::host)
-                         .reads("adp_id")
+                         .note("adp_id", ExtraUse::reads)
                          .at("controller_information")
                          .format()
                          .post("get_controller_status_raid_format")}));

@@ -368,7 +368,7 @@ void add_firmware_logs_ops(OpList& ops) {
           .returns_doc("tuple")
           .build(passthru_params)
           .variants({custom<passthru_storcli64, kStorcliSend>(Tool::storcli64)
-                         .ignores("adapter_id", "读取硬盘 did 时不传 adapter_id"),
+                         .note("adapter_id", ExtraUse::ignores, "读取硬盘 did 时不传 adapter_id"),
                      custom<passthru_sorbctl, kSorbctlSend>(Tool::sorbctl),
                      custom<passthru_arcconf, kArcconfSend>(Tool::arcconf)}));
 }

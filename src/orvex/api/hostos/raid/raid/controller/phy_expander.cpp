@@ -373,10 +373,11 @@ void add_phy_expander_ops(OpList& ops) {
                "    OrvexException: 无 expander 背板时为 \"该环境无exp背板, 无法查询所有phy信息\"；"
                "phy 编号超出控制器 phy 数目时为 \"输入的phy数目错误, 请重试\"。")
           .returns_doc("list")
-          .variants({custom<storelib_phys, kPhyInfo>(Tool::storcli64)
-                         .ignores("adapter_id", "检查expander背板时不传 adapter_id"),
-                     refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具查询所有phy信息"),
-                     refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具查询所有phy信息")}));
+          .variants(
+              {custom<storelib_phys, kPhyInfo>(Tool::storcli64)
+                   .note("adapter_id", ExtraUse::ignores, "检查expander背板时不传 adapter_id"),
+               refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具查询所有phy信息"),
+               refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具查询所有phy信息")}));
   static constexpr StorelibTexts kPhyControl{{"get_expander_cfg"},
                                              {"该环境无exp背板, 无法进行phy control操作"},
                                              {"get_phy_count_storelibtest"},
@@ -400,10 +401,11 @@ void add_phy_expander_ops(OpList& ops) {
                "control操作\"；"
                "phy 编号超出控制器 phy 数目时为 \"输入的phy数目错误, 请重试\"。")
           .returns_doc("list")
-          .variants({custom<storelib_phys, kPhyControl>(Tool::storcli64)
-                         .ignores("adapter_id", "检查expander背板时不传 adapter_id"),
-                     refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具进行phy control测试"),
-                     refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具进行phy control测试")}));
+          .variants(
+              {custom<storelib_phys, kPhyControl>(Tool::storcli64)
+                   .note("adapter_id", ExtraUse::ignores, "检查expander背板时不传 adapter_id"),
+               refuse(Tool::sorbctl, "7460卡不支持使用storelibtest工具进行phy control测试"),
+               refuse(Tool::arcconf, "PMC卡不支持使用storelibtest工具进行phy control测试")}));
   ops.push_back(
       Op("set_controller_phy_speed")
           .params({kw("eid"), kw("sid"), kw("speed"), kwargs()})

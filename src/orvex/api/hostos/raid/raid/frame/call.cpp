@@ -146,17 +146,6 @@ int Call::log_error(PyObject* msg) const {
   return r ? 0 : -1;
 }
 
-const char* Call::word(const char* name) const {
-  for (const Pair& w : variant.word_texts) {
-    if (std::strcmp(w.from, name) == 0) return w.to;
-  }
-  return "";  // not reached: the import checks the row against the declared names
-}
-
-Ref Call::word_with(const char* name, std::initializer_list<PyObject*> values) const {
-  return message(Message{word(name)}, values);
-}
-
 Ref Call::message(const Message& m, std::initializer_list<PyObject*> values) const {
   const char* text = m.text;
   Ref out = str("");

@@ -198,37 +198,6 @@ int compile_params(CompiledOp& op) {
   return 0;
 }
 
-// The row's words are exactly those its body and preps declare, once each.
-int check_words(const char* op, const VariantDef& v) {
-  if (v.word_kinds.size() != v.word_texts.size())
-    return declaration_error(op, "words added other than through words/wrappers/...", nullptr), -1;
-  for (const ExtraNote& n : v.notes) {
-    if (n.name == nullptr) return declaration_error(op, "a note without its extra", nullptr), -1;
-  }
-  for (std::size_t i = 0; i < v.word_texts.size(); ++i) {
-    const Pair& w = v.word_texts[i];
-    if (w.from == nullptr || w.to == nullptr)
-      return declaration_error(op, "a word without its name or text", nullptr), -1;
-    for (std::size_t j = 0; j < i; ++j) {
-      if (std::strcmp(v.word_texts[j].from, w.from) == 0)
-        return declaration_error(op, "a second word ", w.from), -1;
-    }
-    bool read = false;
-    for (const WordNames& n : v.word_names) {
-      for (std::size_t k = 0; k < n.count; ++k) read = read || std::strcmp(n.names[k], w.from) == 0;
-    }
-    if (!read) return declaration_error(op, "a word nothing reads: ", w.from), -1;
-  }
-  for (const WordNames& n : v.word_names) {
-    for (std::size_t k = 0; k < n.count; ++k) {
-      bool found = false;
-      for (const Pair& w : v.word_texts) found = found || std::strcmp(w.from, n.names[k]) == 0;
-      if (!found) return declaration_error(op, "a word its row lacks: ", n.names[k]), -1;
-    }
-  }
-  return 0;
-}
-
 int compile_variants(CompiledOp& op) {
   const OpDef& def = *op.def;
   const char* name = def.name;
@@ -335,8 +304,9 @@ int compile_variants(CompiledOp& op) {
       cs.table = compile_pairs(s.table, &ok);
       c.shapes.push_back(std::move(cs));
     }
-    if (check_words(name, v) < 0) return -1;
     for (const ExtraNote& n : v.notes) {
+      if (n.name == nullptr)
+        return declaration_error(name, "a note without its extra", nullptr), -1;
       bool known = false;
       for (const ParamDef& p : def.params) known = known || std::strcmp(p.name, n.name) == 0;
       for (const ParamDef& p : def.extras) known = known || std::strcmp(p.name, n.name) == 0;

@@ -118,27 +118,6 @@ constexpr std::size_t param_index(const ParamDef (&params)[N], const char* name)
 #define RAID_ARG(params, name) \
   (std::integral_constant<std::size_t, ::raid::param_index(params, name)>::value)
 
-// The words of a computed variant (wrapper names, messages, template names)
-// stand in its row, by name: `.words({{"read", "cat"}, {"failed", "..."}})`.
-// A body or prep declares the names it reads next to itself,
-//   constexpr const char* kLogWords[] = {"read", "failed"};
-// is registered with them, `custom(Tool::arcconf, detail_log, kLogWords)` or
-// `.prep(fn, kLogWords)`, and reads c.word(RAID_WORD(kLogWords, "read")): a
-// name it did not declare stops the compilation, a declared name the row
-// lacks (or a row word nothing declares) fails the import.
-template <std::size_t N>
-constexpr const char* word_name(const char* const (&names)[N], const char* name) {
-  for (std::size_t i = 0; i < N; ++i) {
-    if (same_text(names[i], name)) return names[i];
-  }
-  throw "no word of that name";
-}
-
-#define RAID_WORD(names, name)                                                          \
-  (static_cast<void>(                                                                   \
-       std::integral_constant<bool, ::raid::word_name(names, name) != nullptr>::value), \
-   name)
-
 // ---------------------------------------------------------------------------
 // Variants
 
@@ -156,15 +135,15 @@ struct Pair {  // a translation: caller's value -> value sent to the tool
   const char* to;
 };
 
-// What a word of a computed variant is, for the reference of operations:
-// `.wrappers` the command wrappers it dispatches, `.messages` the texts it
-// raises, `.calls` other operations of the object it calls, `.words` any
-// other text (template and formatter names, log lines).
-enum class WordKind : std::uint8_t { text, wrapper, message, call };
+// What a typed text of a computed variant is (texts.hpp), for the
+// reference of operations.
+enum class TextKind : std::uint8_t { text, wrapper, message, call };
 
-// A note on how a variant treats an extra the caller may pass:
-// `.reads("adp_id")` where the tool's wrapper takes the controller under
-// that key, `.ignores("adapter_id", "...")` where a step runs without it.
+// How a variant treats an extra the caller may pass, noted for the
+// reference of operations: `.note("adp_id", ExtraUse::reads)` where the
+// tool's wrapper takes the controller under that key,
+// `.note("adapter_id", ExtraUse::ignores, "...")` where a step runs without it.
+enum class ExtraUse : std::uint8_t { reads, ignores };
 struct ExtraNote {
   const char* name;
   const char* verb;  // "reads" or "ignores"
@@ -174,13 +153,8 @@ struct ExtraNote {
 // A text of a computed variant (texts.hpp) as the reference lists it.
 struct TextNote {
   const char* text;
-  WordKind kind;
+  TextKind kind;
   Route route;
-};
-
-struct WordNames {  // the names a body or prep reads (see RAID_WORD)
-  const char* const* names;
-  std::size_t count;
 };
 
 // What a lookup (Edit::Op::lookup) does with a value its table does not list.
@@ -237,7 +211,7 @@ struct Shape {
 // What a variant does when called.  Every form but refusal first applies the
 // row's edits in order;
 // checked and action dispatch the wrapper (or the chosen one, see
-// VariantDef::choose) through the row's route with params.
+// checked_by) through the row's route with params.
 enum class Form : std::uint8_t {
   refusal,  // raise OrvexException(text); nothing is dispatched and the edits are not applied
   checked,  // True exactly when "success" is in answer[0].get("parser") (None: False)
@@ -258,7 +232,7 @@ struct VariantDef {
   } from = From::parser;
   std::vector<Edit> edits;
   std::vector<Shape> shapes;
-  // choose: the wrapper by the value of params[choose_key]; any other value
+  // checked_by: the wrapper by the value of params[choose_key]; any other value
   // refuses with refuse_head + value + refuse_tail (str concatenation); a
   // null refuse_tail makes refuse_head alone the message (a fixed refusal).
   // The value is read after the row's edits.
@@ -267,12 +241,8 @@ struct VariantDef {
   const char* refuse_head = nullptr;
   const char* refuse_tail = nullptr;
   Body body = nullptr;
-  const void* data = nullptr;         // custom: the body's own data
-  std::vector<Pair> word_texts;       // name -> text, read by the body and preps
-  std::vector<WordKind> word_kinds;   // one per word text
-  std::vector<ExtraNote> notes;       // for the reference of operations
-  std::vector<WordNames> word_names;  // what the body and preps declare they read
-  std::vector<TextNote> texts;        // the typed texts of the body and preps
+  std::vector<ExtraNote> notes;  // for the reference of operations
+  std::vector<TextNote> texts;   // the typed texts of the body and preps
 
   // Modifiers, so a row says only what differs.
   VariantDef via(Route r) &&;
@@ -284,11 +254,6 @@ struct VariantDef {
   VariantDef lookup(const char* key, std::vector<Pair> table, Missing missing = Missing::keep,
                     const char* into = nullptr, const char* fallback = nullptr) &&;
   VariantDef prep(Prep fn) &&;
-  template <std::size_t N>
-  VariantDef prep(Prep fn, const char* const (&names)[N]) && {
-    word_names.push_back(WordNames{names, N});
-    return std::move(*this).prep(fn);
-  }
   // A prep reading a texts struct: fn(call, texts).
   template <auto fn, const auto& texts>
   VariantDef prep() && {
@@ -299,14 +264,7 @@ struct VariantDef {
   void note_texts(const T& t) {
     each_field(t, [this](const auto& field) { note_text(field); });
   }
-  VariantDef words(const std::vector<Pair>& named) &&;
-  VariantDef wrappers(const std::vector<Pair>& named) &&;  // words that are wrapper names
-  VariantDef messages(const std::vector<Pair>& named) &&;  // words that are raised messages
-  VariantDef calls(const std::vector<Pair>& named) &&;     // words that name operations of Raid
-  VariantDef reads(const char* extra_name) &&;
-  VariantDef ignores(const char* extra_name, const char* detail = nullptr) &&;
-  VariantDef choose(const char* key, std::vector<Pair> wrappers, const char* head,
-                    const char* tail) &&;
+  VariantDef note(const char* extra_name, ExtraUse use, const char* detail = nullptr) &&;
   VariantDef strict() &&;  // from answer[0]["parser"]
   VariantDef at(const char* key) &&;
   VariantDef get(const char* key) &&;
@@ -321,10 +279,10 @@ struct VariantDef {
   VariantDef refuse_on(const char* text, const char* message) &&;
   VariantDef refuse_on_empty(const char* message) &&;
 
-  void note_text(const Wrapper& w) { texts.push_back({w.name, WordKind::wrapper, w.route}); }
-  void note_text(const Message& m) { texts.push_back({m.text, WordKind::message, Route::self}); }
-  void note_text(const Operation& o) { texts.push_back({o.name, WordKind::call, Route::self}); }
-  void note_text(const Text& t) { texts.push_back({t.text, WordKind::text, Route::self}); }
+  void note_text(const Wrapper& w) { texts.push_back({w.name, TextKind::wrapper, w.route}); }
+  void note_text(const Message& m) { texts.push_back({m.text, TextKind::message, Route::self}); }
+  void note_text(const Operation& o) { texts.push_back({o.name, TextKind::call, Route::self}); }
+  void note_text(const Text& t) { texts.push_back({t.text, TextKind::text, Route::self}); }
   template <class Data>
   void note_text(const Data&) {}  // the body's own data, not a text
 };
@@ -333,13 +291,7 @@ VariantDef refuse(Tool t, const char* message);
 VariantDef checked(Tool t, const char* wrapper);
 VariantDef action(Tool t, const char* wrapper);
 VariantDef query(Tool t, const char* wrapper);
-VariantDef custom(Tool t, Body body, const void* data = nullptr);
-template <std::size_t N>
-VariantDef custom(Tool t, Body body, const char* const (&names)[N], const void* data = nullptr) {
-  VariantDef v = custom(t, body, data);
-  v.word_names.push_back(WordNames{names, N});
-  return v;
-}
+VariantDef custom(Tool t, Body body);
 // A variant computed by body(call, texts), texts a constexpr struct of
 // typed texts (texts.hpp).
 template <auto body, const auto& texts>
@@ -349,7 +301,7 @@ VariantDef custom(Tool t) {
   v.note_texts(texts);
   return v;
 }
-// checked/action whose wrapper is chosen by params[key] (see VariantDef::choose)
+// checked whose wrapper is chosen by params[key] (see VariantDef::choose_key)
 VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
                       const char* tail);
 
@@ -448,15 +400,6 @@ struct Call {
   PyObject* tool_name() const;  // "storcli64", ... (borrowed, interned)
   PyObject* name() const;       // the variants' function name (borrowed, interned)
   PyObject* arg(std::size_t i) const { return args[i]; }  // c.arg(RAID_ARG(kParams, "x"))
-  template <class T>
-  const T& data() const {
-    return *static_cast<const T*>(variant.data);
-  }
-  // The row's text of a word: c.word(RAID_WORD(kLogWords, "read")).
-  const char* word(const char* name) const;
-  // The word with its "{}" places filled by the values in order (str
-  // concatenation: a value that is not a str fails with TypeError).
-  Ref word_with(const char* name, std::initializer_list<PyObject*> values) const;
 
   // params helpers; each fails with SystemError in an operation without params
   Ref p_get(const char* key) const;  // params.get(key): value or None
@@ -509,6 +452,9 @@ struct Call {
   // The message with its "{}" places filled by the values in order (str
   // concatenation: a value that is not a str fails with TypeError).
   Ref message(const Message& m, std::initializer_list<PyObject*> values) const;
+  Ref message(const Text& t, std::initializer_list<PyObject*> values) const {  // a log line
+    return message(Message{t.text}, values);
+  }
 };
 
 PyObject* tool_string(Tool t);  // the tool kind string (interned, borrowed)

@@ -112,7 +112,7 @@ Ref text_tuple(const std::vector<const char*>& texts) {
 // One variant as the reference of operations reads it: (tool, form,
 // wrappers, messages, route, calls, notes).  wrappers: what it dispatches,
 // in order (a prep's first try, the wrapper, the choices by value, a computed
-// variant's wrapper words); messages: what it raises (a message with "{}"
+// variant's typed wrappers); messages: what it raises (a message with "{}"
 // is completed by a value); calls: other operations of the object it calls;
 // notes: ((extra, "reads" or "ignores", detail or None), ...).
 Ref variant_record(const VariantDef& v) {
@@ -127,13 +127,13 @@ Ref variant_record(const VariantDef& v) {
   Route route = v.route;
   bool one_route = true;
   for (const TextNote& t : v.texts) {
-    if (t.kind == WordKind::wrapper) {
+    if (t.kind == TextKind::wrapper) {
       one_route = one_route && (wrappers.empty() || t.route == route);
       route = t.route;
       wrappers.push_back(t.text);
     }
-    if (t.kind == WordKind::message) messages.push_back(t.text);
-    if (t.kind == WordKind::call) calls.push_back(t.text);
+    if (t.kind == TextKind::message) messages.push_back(t.text);
+    if (t.kind == TextKind::call) calls.push_back(t.text);
   }
   if (v.text != nullptr || !one_route) route = v.route;
   if (v.form == Form::refusal) {
@@ -148,12 +148,6 @@ Ref variant_record(const VariantDef& v) {
   }
   for (const Shape& s : v.shapes) {
     if (s.op == Shape::Op::refuse_on) messages.push_back(s.text);
-  }
-  for (std::size_t i = 0; i < v.word_texts.size(); ++i) {
-    const WordKind kind = v.word_kinds[i];
-    if (kind == WordKind::wrapper) wrappers.push_back(v.word_texts[i].to);
-    if (kind == WordKind::message) messages.push_back(v.word_texts[i].to);
-    if (kind == WordKind::call) calls.push_back(v.word_texts[i].to);
   }
   for (const std::string& m : composed) messages.push_back(m.c_str());
   Ref notes = Ref::steal(PyTuple_New(static_cast<Py_ssize_t>(v.notes.size())));

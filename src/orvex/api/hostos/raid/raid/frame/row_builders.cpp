@@ -24,16 +24,20 @@ VariantDef checked(Tool t, const char* wrapper) { return variant(t, Form::checke
 VariantDef action(Tool t, const char* wrapper) { return variant(t, Form::action, wrapper); }
 VariantDef query(Tool t, const char* wrapper) { return variant(t, Form::query, wrapper); }
 
-VariantDef custom(Tool t, Body body, const void* data) {
+VariantDef custom(Tool t, Body body) {
   VariantDef v = variant(t, Form::custom, nullptr);
   v.body = body;
-  v.data = data;
   return v;
 }
 
 VariantDef checked_by(Tool t, const char* key, std::vector<Pair> wrappers, const char* head,
                       const char* tail) {
-  return variant(t, Form::checked, nullptr).choose(key, std::move(wrappers), head, tail);
+  VariantDef v = variant(t, Form::checked, nullptr);
+  v.choose_key = key;
+  v.choices = std::move(wrappers);
+  v.refuse_head = head;
+  v.refuse_tail = tail;
+  return v;
 }
 
 namespace {
@@ -73,42 +77,8 @@ VariantDef VariantDef::lookup(const char* key, std::vector<Pair> table, Missing 
 VariantDef VariantDef::prep(Prep fn) && {
   return with_edit(std::move(*this), Edit{Edit::Op::fn, nullptr, nullptr, {}, fn});
 }
-namespace {
-
-VariantDef with_words(VariantDef&& v, const std::vector<Pair>& named, WordKind kind) {
-  v.word_texts.insert(v.word_texts.end(), named.begin(), named.end());
-  v.word_kinds.insert(v.word_kinds.end(), named.size(), kind);
-  return std::move(v);
-}
-
-}  // namespace
-
-VariantDef VariantDef::words(const std::vector<Pair>& named) && {
-  return with_words(std::move(*this), named, WordKind::text);
-}
-VariantDef VariantDef::wrappers(const std::vector<Pair>& named) && {
-  return with_words(std::move(*this), named, WordKind::wrapper);
-}
-VariantDef VariantDef::messages(const std::vector<Pair>& named) && {
-  return with_words(std::move(*this), named, WordKind::message);
-}
-VariantDef VariantDef::calls(const std::vector<Pair>& named) && {
-  return with_words(std::move(*this), named, WordKind::call);
-}
-VariantDef VariantDef::reads(const char* extra_name) && {
-  notes.push_back(ExtraNote{extra_name, "reads", nullptr});
-  return std::move(*this);
-}
-VariantDef VariantDef::ignores(const char* extra_name, const char* detail) && {
-  notes.push_back(ExtraNote{extra_name, "ignores", detail});
-  return std::move(*this);
-}
-VariantDef VariantDef::choose(const char* key, std::vector<Pair> wrappers, const char* head,
-                              const char* tail) && {
-  choose_key = key;
-  choices = std::move(wrappers);
-  refuse_head = head;
-  refuse_tail = tail;
+VariantDef VariantDef::note(const char* extra_name, ExtraUse use, const char* detail) && {
+  notes.push_back(ExtraNote{extra_name, use == ExtraUse::reads ? "reads" : "ignores", detail});
   return std::move(*this);
 }
 VariantDef VariantDef::strict() && {

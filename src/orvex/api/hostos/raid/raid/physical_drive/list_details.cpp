@@ -230,7 +230,7 @@ void add_pd_list_details_ops(OpList& ops) {
           .variant_name("get_one_physical_drive_info_raid")
           .variants({custom<one_storcli64, kStorcliOne>(Tool::storcli64),
                      custom<one_arcconf, kArcconfOne>(Tool::arcconf)
-                         .ignores("adapter_id", "总是在第一个控制器的硬盘中查找"),
+                         .note("adapter_id", ExtraUse::ignores, "总是在第一个控制器的硬盘中查找"),
                      custom<one_sorbctl, kSorbctlOne>(Tool::sorbctl)}));
   static constexpr EachDriveTexts kSorbctlAll{{"_get_physical_drive_list"},
                                               {"get_one_physical_drive_info"}};
@@ -249,10 +249,11 @@ void add_pd_list_details_ops(OpList& ops) {
                "logical_sector_size, physical_sector_size, write_cache, raw_data）。")
           .returns(ResultType::list)
           .variant_name("get_all_physical_drive_info_raid")
-          .variants({custom<all_sorbctl, kSorbctlAll>(Tool::sorbctl)
-                         .ignores("adapter_id", "逐盘查询详细信息时不传 adapter_id"),
-                     custom<all_storcli64, kStorcliAll>(Tool::storcli64),
-                     custom<all_arcconf, kArcconfAll>(Tool::arcconf)}));
+          .variants(
+              {custom<all_sorbctl, kSorbctlAll>(Tool::sorbctl)
+                   .note("adapter_id", ExtraUse::ignores, "逐盘查询详细信息时不传 adapter_id"),
+               custom<all_storcli64, kStorcliAll>(Tool::storcli64),
+               custom<all_arcconf, kArcconfAll>(Tool::arcconf)}));
 }
 
 }  // namespace raid

@@ -215,7 +215,8 @@ void add_pd_state_ops(OpList& ops) {
                          .via(Route::host)
                          .lookup("oper", {{"add", "hsp"}, {"delete", "rdy"}}, Missing::key_error)
                          .prep<hotspare_array_arcconf, kNoLogicalDrive>()
-                         .ignores("adapter_id", "未传 ar_id 时在第一个控制器的逻辑盘中取阵列")}));
+                         .note("adapter_id", ExtraUse::ignores,
+                               "未传 ar_id 时在第一个控制器的逻辑盘中取阵列")}));
   ops.push_back(
       Op("set_disk_rebuild")
           .params(kOperParams)
@@ -237,26 +238,26 @@ void add_pd_state_ops(OpList& ops) {
                                                     {"get_pd_rebuild_status_format"},
                                                     {"get_one_physical_drive_info"},
                                                     {"get_virtual_drive_member_drives"}};
-  ops.push_back(
-      Op("get_pd_rebuild_status")
-          .params(kDriveParams)
-          .extras({kAdapterId})
-          .doc("查询硬盘重构状态。\n\n"
-               "参数:\n"
-               "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
-               "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
-               "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
-               "返回:\n"
-               "    dict: status, progress, estimated_time_left, raw_data；arcconf "
-               "下硬盘不在重构时各项为空。\n\n"
-               "异常:\n    OrvexException: storcli64 查询结果为空时抛出。")
-          .returns_doc("dict")
-          .variants({custom<rebuild_status_storcli64, kStorcliRebuild>(Tool::storcli64),
-                     query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
-                         .at("DriveDetailInformation")
-                         .format("get_pd_rebuild_status_format"),
-                     custom<rebuild_status_arcconf, kArcconfRebuild>(Tool::arcconf)
-                         .ignores("adapter_id", "硬盘与逻辑盘成员总是在第一个控制器中查找")}));
+  ops.push_back(Op("get_pd_rebuild_status")
+                    .params(kDriveParams)
+                    .extras({kAdapterId})
+                    .doc("查询硬盘重构状态。\n\n"
+                         "参数:\n"
+                         "    eid (str): enclosure（通道）编号（仅限关键字传入）。\n"
+                         "    sid (str): 槽位（设备）编号（仅限关键字传入）。\n"
+                         "    adapter_id (str): 控制器编号，缺省为第一个控制器。\n\n"
+                         "返回:\n"
+                         "    dict: status, progress, estimated_time_left, raw_data；arcconf "
+                         "下硬盘不在重构时各项为空。\n\n"
+                         "异常:\n    OrvexException: storcli64 查询结果为空时抛出。")
+                    .returns_doc("dict")
+                    .variants({custom<rebuild_status_storcli64, kStorcliRebuild>(Tool::storcli64),
+                               query(Tool::sorbctl, "get_controller_pd_info_sorbctl")
+                                   .at("DriveDetailInformation")
+                                   .format("get_pd_rebuild_status_format"),
+                               custom<rebuild_status_arcconf, kArcconfRebuild>(Tool::arcconf)
+                                   .note("adapter_id", ExtraUse::ignores,
+                                         "硬盘与逻辑盘成员总是在第一个控制器中查找")}));
   ops.push_back(
       Op("set_pd_insert")
           .params({kw("eid"), kw("sid"), kw("dg"), kw("arr"), kw("row"), kwargs()})

@@ -378,7 +378,7 @@ Ref members_arcconf(const Call& c, const ArcconfMembersTexts& t) {
   }
   Ref members = c.formatter_call("get_virtual_drive_member_drives_raid_format", {positions.get()});
   if (!members) return nullptr;
-  Ref logged = c.message(Message{t.found.text}, {vid_text.get()});
+  Ref logged = c.message(t.found, {vid_text.get()});
   if (!logged || c.log_info(logged.get()) < 0) return nullptr;
   return members;
 }
