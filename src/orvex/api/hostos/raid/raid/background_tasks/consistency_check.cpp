@@ -77,7 +77,7 @@ struct FormattedTexts {
 Ref props_storcli64(const Call& c, const FormattedTexts& t) {
   Ref parser = c.parsed(t.query);
   Ref table = parser ? props_table(parser.get()) : nullptr;
-  return c.format_with(table.get(), t.format_name.text);
+  return c.format_with(table.get(), t.format_name);
 }
 
 }  // namespace

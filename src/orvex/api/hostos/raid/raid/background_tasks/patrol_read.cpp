@@ -71,7 +71,7 @@ Ref pd_status_storcli64(const Call& c, const FormattedTexts& t) {
   Ref result = dict();
   if (!parser || !result) return nullptr;
   const int r = each(parser.get(), [&](PyObject* entry) {
-    Ref shaped = c.format_with(entry, t.format_name.text);
+    Ref shaped = c.format_with(entry, t.format_name);
     if (!shaped) return -1;
     Ref drive = index(entry, "Drive-ID");
     return set_item(result.get(), drive.get(), shaped.get());
@@ -101,7 +101,7 @@ int delay_as_period(const Call& c) {
 Ref props_storcli64(const Call& c, const FormattedTexts& t) {
   Ref parser = c.parsed(t.query);
   Ref table = parser ? props_table(parser.get()) : nullptr;
-  return c.format_with(table.get(), t.format_name.text);
+  return c.format_with(table.get(), t.format_name);
 }
 
 }  // namespace

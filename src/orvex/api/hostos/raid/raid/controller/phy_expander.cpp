@@ -54,7 +54,7 @@ Ref expander_cfg_storcli64(const Call& c, const EnclosureTexts& t) {
     return append(found.get(), merged.get());
   });
   if (walked < 0) return nullptr;
-  return c.format_with(found.get(), t.format_name.text);
+  return c.format_with(found.get(), t.format_name);
 }
 
 // Group `group` of the pattern's first finding in `text`, or None.
@@ -146,7 +146,7 @@ Ref expander_cfg_arcconf(const Call& c, const ExpanderTexts& t) {
     });
   }
   if (walked < 0) return nullptr;
-  return c.format_with(found.get(), t.format_name.text);
+  return c.format_with(found.get(), t.format_name);
 }
 
 // ---------------------------------------------------------------- PHY errors

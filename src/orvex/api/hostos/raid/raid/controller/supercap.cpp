@@ -65,7 +65,7 @@ Ref capacitance_storcli64(const Call& c, const CapacitanceTexts& t) {
     walked = each_row(parser.get(), [&](PyObject* row) { return update(info.get(), row); });
   }
   if (walked < 0) return nullptr;
-  return c.format_with(info.get(), t.format_name.text);
+  return c.format_with(info.get(), t.format_name);
 }
 
 // A missing pack is reported as the status, whatever the tool's own status.
@@ -78,7 +78,7 @@ Ref capacitance_sorbctl(const Call& c, const ShapedTexts& t) {
     Ref status = str("Pack Missing");
     if (!status || set_item(parser.get(), "Status", status.get()) < 0) return nullptr;
   }
-  return c.format_with(parser.get(), t.format_name.text);
+  return c.format_with(parser.get(), t.format_name);
 }
 
 // The host clock, read through the dispatcher (its params given by keyword),
@@ -134,7 +134,7 @@ Ref self_learn_storcli64(const Call& c, const ShapedTexts& t) {
   Ref info = dict();
   Ref parser = c.parsed(t.query);
   if (!info || !parser || add_properties(parser.get(), info.get()) < 0) return nullptr;
-  return c.format_with(info.get(), t.format_name.text);
+  return c.format_with(info.get(), t.format_name);
 }
 
 }  // namespace

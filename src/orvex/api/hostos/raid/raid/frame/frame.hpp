@@ -449,6 +449,9 @@ struct Call {
     return method(o.name, kwargs);
   }
   Ref refuse(const Message& m) const { return refuse(m.text); }
+  Ref format_with(PyObject* data, const Text& formatter_attr) const {
+    return format_with(data, formatter_attr.text);
+  }
   // The message with its "{}" places filled by the values in order (str
   // concatenation: a value that is not a str fails with TypeError).
   Ref message(const Message& m, std::initializer_list<PyObject*> values) const;

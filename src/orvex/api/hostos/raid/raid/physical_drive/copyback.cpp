@@ -52,7 +52,7 @@ Ref copyback_sorbctl(const Call& c, const CopybackTexts& t) {
   Ref parser = c.parsed_index(t.query);
   Ref record = index(parser.get(), "DriveDetailInformation");
   if (!record || put_drive_id(c, record.get()) < 0) return nullptr;
-  return c.format_with(record.get(), t.format_name.text);
+  return c.format_with(record.get(), t.format_name);
 }
 
 }  // namespace

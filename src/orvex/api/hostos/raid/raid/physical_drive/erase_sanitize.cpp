@@ -52,7 +52,7 @@ Ref erase_sorbctl(const Call& c, const EraseTexts& t) {
   const int failed = equal(record.get(), t.failed.text);
   if (failed != 0) return failed < 0 ? nullptr : record;
   if (put_drive_id(c, record.get()) < 0) return nullptr;
-  return c.format_with(record.get(), t.format_name.text);
+  return c.format_with(record.get(), t.format_name);
 }
 
 }  // namespace

@@ -70,7 +70,7 @@ Ref rebuild_status_storcli64(const Call& c, const RebuildTexts& t) {
     if (!message) return nullptr;
     return c.refuse(message.get());
   }
-  return c.format_with(p.get(), t.format_name.text);
+  return c.format_with(p.get(), t.format_name);
 }
 
 // The background tasks, the formatter template of the result, the drive's
@@ -111,7 +111,7 @@ Ref rebuild_status_arcconf(const Call& c, const RebuildTaskTexts& t) {
     });
     if (r < 0) return nullptr;
   }
-  return c.format_with(data.get(), t.format_name.text);
+  return c.format_with(data.get(), t.format_name);
 }
 
 // "eed" is a placeholder state the tools do not know: True, and nothing

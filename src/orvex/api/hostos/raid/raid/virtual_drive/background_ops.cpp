@@ -45,7 +45,7 @@ Ref bgi_sorbctl(const Call& c, const TaskTexts& t) {
       return nullptr;
     }
   }
-  return c.format_with(state.get(), t.format_name.text);
+  return c.format_with(state.get(), t.format_name);
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ Ref task_arcconf(const Call& c, const TaskTexts& t) {
     found = dict({{"logical_device", vid.get()}, {"status", idle.get()}});
     if (!found) return nullptr;
   }
-  return c.format_with(found.get(), t.format_name.text);
+  return c.format_with(found.get(), t.format_name);
 }
 
 // arcconf's maxCache drives: the entries of its logical device information
@@ -54,7 +54,7 @@ Ref maxcache_arcconf(const Call& c, const MaxCacheTexts& t) {
     Ref entries = call_method(drives.get(), "values");
     listed = entries ? Ref::steal(PySequence_List(entries.get())) : nullptr;
   }
-  return c.format_with(listed.get(), t.format_name.text);
+  return c.format_with(listed.get(), t.format_name);
 }
 
 constexpr ParamDef kVidParams[] = {kw("vid"), kwargs()};

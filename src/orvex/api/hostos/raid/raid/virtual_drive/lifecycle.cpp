@@ -110,7 +110,7 @@ Ref list_arcconf(const Call& c, const FormattedQuery& t) {
     return append(records.get(), value);
   });
   if (r < 0) return nullptr;
-  return c.format_with(records.get(), t.format_name.text);
+  return c.format_with(records.get(), t.format_name);
 }
 
 // --- details -------------------------------------------------------------------
@@ -140,7 +140,7 @@ Ref details_storcli64(const Call& c, const Text& format_name, PyObject* sections
   if (r < 0) return nullptr;
   Ref merged = merge_output(wrapped.get(), nullptr, structure.get());
   if (!merged) return nullptr;
-  return c.format_with(merged.get(), format_name.text);
+  return c.format_with(merged.get(), format_name);
 }
 
 Ref one_storcli64(const Call& c, const FormattedQuery& t) {
@@ -160,7 +160,7 @@ Ref one_sorbctl(const Call& c, const FormattedQuery& t) {
   if (r < 0) return nullptr;
   Ref merged = merge_output(sections.get(), nullptr, nullptr);
   if (!merged) return nullptr;
-  return c.format_with(merged.get(), t.format_name.text);
+  return c.format_with(merged.get(), t.format_name);
 }
 
 // arcconf's listing holds the drive's record; a vid it lacks is refused.
