@@ -260,10 +260,6 @@ struct VariantDef {
     note_texts(texts);
     return std::move(*this).prep(+[](const Call& c) -> int { return fn(c, texts); });
   }
-  template <class T>
-  void note_texts(const T& t) {
-    each_field(t, [this](const auto& field) { note_text(field); });
-  }
   VariantDef note(const char* extra_name, ExtraUse use, const char* detail = nullptr) &&;
   VariantDef strict() &&;  // from answer[0]["parser"]
   VariantDef at(const char* key) &&;
@@ -279,6 +275,11 @@ struct VariantDef {
   VariantDef refuse_on(const char* text, const char* message) &&;
   VariantDef refuse_on_empty(const char* message) &&;
 
+  // Lists a texts struct's texts for the reference (custom<>, prep<>).
+  template <class T>
+  void note_texts(const T& t) {
+    each_field(t, [this](const auto& field) { note_text(field); });
+  }
   void note_text(const Wrapper& w) { texts.push_back({w.name, TextKind::wrapper, w.route}); }
   void note_text(const Message& m) { texts.push_back({m.text, TextKind::message, Route::self}); }
   void note_text(const Operation& o) { texts.push_back({o.name, TextKind::call, Route::self}); }
