@@ -67,14 +67,8 @@ int switch_kept(const Call& c) {
   return c.p_set("switch_status", c.arg(RAID_ARG(kSwitchParams, "switch_status")));
 }
 
-// A query and the template its answer is formatted with.
-struct FormattedTexts {
-  Wrapper query;
-  Text format_name;
-};
-
 // storcli64's property table as one dict, formatted.
-Ref props_storcli64(const Call& c, const FormattedTexts& t) {
+Ref props_storcli64(const Call& c, const Formatted& t) {
   Ref parser = c.parsed(t.query);
   Ref table = parser ? props_table(parser.get()) : nullptr;
   return c.format_with(table.get(), t.format_name);
@@ -267,7 +261,7 @@ void add_consistency_check_ops(OpList& ops) {
                             "RAID-设置一致性校验功能参数_parallelcount(并行硬盘数) 功能"),
                      checked(Tool::arcconf, "ctl_set_cc_parallelcount_arcconf")
                          .rename("parallelcount", "pd_count")}));
-  static constexpr FormattedTexts kInfo{{"ctr_get_cc_storcli64"}, {"get_controller_ccheck_format"}};
+  static constexpr Formatted kInfo{{"ctr_get_cc_storcli64"}, {"get_controller_ccheck_format"}};
   ops.push_back(
       Op("query_ctl_ccheck_info")
           .params({kwargs()})

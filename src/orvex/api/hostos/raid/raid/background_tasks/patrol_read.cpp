@@ -59,14 +59,8 @@ Ref switch_sorbctl(const Call& c, const SwitchTexts& t) {
   return c.refuse(t.other);
 }
 
-// A query and the template its answer is formatted with.
-struct FormattedTexts {
-  Wrapper query;
-  Text format_name;
-};
-
 // One entry per drive, keyed by the drive's path ("all" lists them all).
-Ref pd_status_storcli64(const Call& c, const FormattedTexts& t) {
+Ref pd_status_storcli64(const Call& c, const Formatted& t) {
   Ref parser = c.parsed(t.query);
   Ref result = dict();
   if (!parser || !result) return nullptr;
@@ -98,7 +92,7 @@ int delay_as_period(const Call& c) {
 }
 
 // storcli64's property table as one dict, formatted.
-Ref props_storcli64(const Call& c, const FormattedTexts& t) {
+Ref props_storcli64(const Call& c, const Formatted& t) {
   Ref parser = c.parsed(t.query);
   Ref table = parser ? props_table(parser.get()) : nullptr;
   return c.format_with(table.get(), t.format_name);
@@ -107,8 +101,8 @@ Ref props_storcli64(const Call& c, const FormattedTexts& t) {
 }  // namespace
 
 void add_patrol_read_ops(OpList& ops) {
-  static constexpr FormattedTexts kStatus{{"ctr_get_patrolread_storcli64"},
-                                          {"get_ctl_patrolread_status_format"}};
+  static constexpr Formatted kStatus{{"ctr_get_patrolread_storcli64"},
+                                     {"get_ctl_patrolread_status_format"}};
   ops.push_back(
       Op("get_ctl_patrolread_status")
           .params({kwargs()})
@@ -171,8 +165,8 @@ void add_patrol_read_ops(OpList& ops) {
                                  {"stop", "stop_controller_patrolread_sorbctl"}},
                                 "7460卡sorbctl工具没有 设置巡读功能操作 功能", nullptr),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置巡读功能操作 功能")}));
-  static constexpr FormattedTexts kPdStatus{{"ctr_get_patrolread_cfg_storcli64"},
-                                            {"get_pd_patrolread_status_format"}};
+  static constexpr Formatted kPdStatus{{"ctr_get_patrolread_cfg_storcli64"},
+                                       {"get_pd_patrolread_status_format"}};
   ops.push_back(
       Op("get_pd_patrolread_status")
           .params({arg("eid"), arg("sid"), kwargs()})

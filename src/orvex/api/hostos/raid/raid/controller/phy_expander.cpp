@@ -22,18 +22,14 @@ Ref entries_of(PyObject* o) {
 
 // ---------------------------------------------------------------- expander
 
-// The queries, and the formatter's template of the records found.
-struct EnclosureTexts {
-  Wrapper query;
-  Text format_name;
-};
+// The two queries, and the formatter's template of the records found.
 struct ExpanderTexts {
   Wrapper expanders;
   Wrapper devices;
   Text format_name;
 };
 
-Ref expander_cfg_storcli64(const Call& c, const EnclosureTexts& t) {
+Ref expander_cfg_storcli64(const Call& c, const kit::Formatted& t) {
   Ref parsed = c.parsed(t.query);
   Ref enclosures = entries_of(parsed.get());
   if (!enclosures) return nullptr;
@@ -301,7 +297,7 @@ Ref storelib_phys(const Call& c, const StorelibTexts& t) {
 }  // namespace
 
 void add_phy_expander_ops(OpList& ops) {
-  static constexpr EnclosureTexts kStorcliExpanders{{"ctr_get_enclosure_storcli64"},
+  static constexpr kit::Formatted kStorcliExpanders{{"ctr_get_enclosure_storcli64"},
                                                     {"get_expander_cfg_format"}};
   static constexpr ExpanderTexts kArcconfExpanders{
       {"ctr_get_expander_cfg_arcconf"}, {"ctr_get_cfg_arcconf"}, {"get_expander_cfg_format"}};

@@ -31,12 +31,7 @@ int add_properties(PyObject* sections, PyObject* info) {
   });
 }
 
-// The query and the formatter's template of the answer; storcli64 refuses
-// an information kind it does not know.
-struct ShapedTexts {
-  Wrapper query;
-  Text format_name;
-};
+// storcli64 also refuses an information kind it does not know.
 struct CapacitanceTexts {
   Wrapper query;
   Text format_name;
@@ -69,7 +64,7 @@ Ref capacitance_storcli64(const Call& c, const CapacitanceTexts& t) {
 }
 
 // A missing pack is reported as the status, whatever the tool's own status.
-Ref capacitance_sorbctl(const Call& c, const ShapedTexts& t) {
+Ref capacitance_sorbctl(const Call& c, const kit::Formatted& t) {
   Ref parser = c.parsed(t.query);
   Ref missing = get(parser.get(), "Pack Missing");
   const int gone = equal(missing.get(), "Yes");
@@ -130,7 +125,7 @@ Ref supercap_learn_sorbctl(const Call& c, const LearnTexts& t) {
   return done < 0 ? nullptr : boolean(done == 1);
 }
 
-Ref self_learn_storcli64(const Call& c, const ShapedTexts& t) {
+Ref self_learn_storcli64(const Call& c, const kit::Formatted& t) {
   Ref info = dict();
   Ref parser = c.parsed(t.query);
   if (!info || !parser || add_properties(parser.get(), info.get()) < 0) return nullptr;
@@ -144,8 +139,8 @@ void add_supercap_ops(OpList& ops) {
       {"ctr_get_cv_all_storcli64"},
       {"get_capacitance_info_format"},
       {"LSI卡查询电容all参数错误: 全部信息all=\"all\" 简要信息all=\"simple\""}};
-  static constexpr ShapedTexts kSorbctlCapacitance{{"get_controller_supercap_sorbctl"},
-                                                   {"get_capacitance_info_format"}};
+  static constexpr kit::Formatted kSorbctlCapacitance{{"get_controller_supercap_sorbctl"},
+                                                      {"get_capacitance_info_format"}};
   ops.push_back(
       Op("get_capacitance_info")
           .params(kCapacitanceParams)
@@ -184,8 +179,8 @@ void add_supercap_ops(OpList& ops) {
           .variants({checked(Tool::storcli64, "ctr_start_cv_learn_storcli64"),
                      custom<supercap_learn_sorbctl, kSorbctlLearn>(Tool::sorbctl),
                      refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置超级电容自学习 功能")}));
-  static constexpr ShapedTexts kStorcliSelfLearn{{"ctr_get_cv_learn_storcli64"},
-                                                 {"get_supercap_self_learn_info_format"}};
+  static constexpr kit::Formatted kStorcliSelfLearn{{"ctr_get_cv_learn_storcli64"},
+                                                    {"get_supercap_self_learn_info_format"}};
   ops.push_back(
       Op("get_supercap_self_learn_info")
           .params(kKeywordsOnly)

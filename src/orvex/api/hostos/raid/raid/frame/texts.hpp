@@ -19,7 +19,8 @@
 // another struct stops the compilation.  The frame reads the fields in
 // declaration order (each_field below) to list them in the reference of
 // operations; a field of another type (a pattern, a parameter's position)
-// is the body's own data and is not listed.
+// is the body's own data and is not listed.  A texts struct is a plain
+// aggregate of up to eight fields, none of them an array.
 #pragma once
 
 #include <cstddef>

@@ -39,6 +39,13 @@ class Framed {
 // whitespace around it.
 Ref head_before(PyObject* text, char sep);
 
+// The texts of many bodies: a query and the formatter's template its
+// answer goes through.
+struct Formatted {
+  Wrapper query;
+  Text format_name;
+};
+
 // A wrapper dispatched (through the variant's route, with params) before
 // the variant's own; an Exception it raises is only logged at error level,
 // as log_head + str(error), and the variant goes on.

@@ -41,14 +41,8 @@ constexpr ParamDef kPrecopyParams[] = {kw("state"), kwargs()};
 constexpr ParamDef kDriveOperParams[] = {arg("eid"), arg("sid"), arg("oper"), kwargs()};
 constexpr ParamDef kDriveParams[] = {kw("eid"), kw("sid"), kwargs()};
 
-// The drive's detail query and the formatter template of the result.
-struct CopybackTexts {
-  Wrapper query;
-  Text format_name;
-};
-
 // sorbctl: the drive's details, with its id, formatted.
-Ref copyback_sorbctl(const Call& c, const CopybackTexts& t) {
+Ref copyback_sorbctl(const Call& c, const Formatted& t) {
   Ref parser = c.parsed_index(t.query);
   Ref record = index(parser.get(), "DriveDetailInformation");
   if (!record || put_drive_id(c, record.get()) < 0) return nullptr;
@@ -167,8 +161,8 @@ void add_pd_copyback_ops(OpList& ops) {
                     .variants({query(Tool::storcli64, "pd_copyback_func_storcli64"),
                                refuse(Tool::sorbctl, "There is no such command in sorbctl"),
                                refuse(Tool::arcconf, "There is no such command in arcconf")}));
-  static constexpr CopybackTexts kSorbctlPdCopyback{{"get_controller_pd_info_sorbctl"},
-                                                    {"get_pd_copyback_info_raid"}};
+  static constexpr Formatted kSorbctlPdCopyback{{"get_controller_pd_info_sorbctl"},
+                                                {"get_pd_copyback_info_raid"}};
   ops.push_back(
       Op("get_pd_copyback_info")
           .params(kDriveParams)

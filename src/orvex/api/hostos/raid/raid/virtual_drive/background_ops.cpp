@@ -19,18 +19,12 @@ constexpr const char* kArcconfDrive = "logical_device_number_{vid}";
 // "Background Init...").
 const Regex kBgiTask("(?i)^\\s*(bgi|back\\s*ground\\s*init)");
 
-// The background tasks query and the template of the state.
-struct TaskTexts {
-  Wrapper tasks;
-  Text format_name;
-};
-
 // sorbctl lists the background tasks of all drives: the one of this drive
 // whose name says background initialisation.
-Ref bgi_sorbctl(const Call& c, const TaskTexts& t) {
+Ref bgi_sorbctl(const Call& c, const Formatted& t) {
   if (c.p_del_if("vid") < 0) return nullptr;
   PyObject* vid = c.arg(RAID_ARG(kVidParams, "vid"));
-  Ref parser = c.parsed(t.tasks);
+  Ref parser = c.parsed(t.query);
   Ref groups = get(parser.get(), "Groups");
   Ref found = find_task(groups.get(), vid, "ID", "Name", kBgiTask);
   Ref state = dict();
@@ -110,7 +104,7 @@ void add_vd_background_ops(OpList& ops) {
               {checked(Tool::storcli64, "vd_state_init_storcli64"),
                refuse(Tool::arcconf, "PMC卡arcconf工具没有 设置逻辑磁盘初始化功能操作 功能"),
                refuse(Tool::sorbctl, "7460卡sorbctl工具没有 设置逻辑磁盘初始化功能操作 功能")}));
-  static constexpr TaskTexts kSorbctlBgi{{"get_controller_bgtask_sorbctl"},
+  static constexpr Formatted kSorbctlBgi{{"get_controller_bgtask_sorbctl"},
                                          {"get_virtual_drive_bgi_state_format"}};
   ops.push_back(
       Op("get_virtual_drive_bgi_state")

@@ -38,12 +38,7 @@ Ref task_arcconf(const Call& c, const TaskTexts& t) {
 
 // arcconf's maxCache drives: the entries of its logical device information
 // as a list ([] when it has none), formatted.
-struct MaxCacheTexts {
-  Wrapper query;
-  Text format_name;
-};
-
-Ref maxcache_arcconf(const Call& c, const MaxCacheTexts& t) {
+Ref maxcache_arcconf(const Call& c, const Formatted& t) {
   Ref parser = c.parsed(t.query);
   Ref drives = get(parser.get(), "logical_device_information");
   if (!drives) return nullptr;
@@ -158,8 +153,8 @@ void add_vd_expansion_ops(OpList& ops) {
                     .variants({query(Tool::storcli64, "vd_get_smartinfo_smartctl_storcli64"),
                                query(Tool::arcconf, "vd_get_smartinfo_smartctl_arcconf"),
                                query(Tool::sorbctl, "get_controller_vd_smartinfo_sorbctl")}));
-  static constexpr MaxCacheTexts kArcconfMaxCache{{"ctr_get_maxcache_arcconf"},
-                                                  {"get_ssd_caching_info_format"}};
+  static constexpr Formatted kArcconfMaxCache{{"ctr_get_maxcache_arcconf"},
+                                              {"get_ssd_caching_info_format"}};
   ops.push_back(
       Op("get_ssd_caching_info")
           .params({kwargs()})

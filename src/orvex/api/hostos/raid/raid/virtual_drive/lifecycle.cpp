@@ -89,15 +89,9 @@ int create_arcconf(const Call& c) {
 
 // --- list --------------------------------------------------------------------
 
-// A query whose answer goes through a template of the formatter.
-struct FormattedQuery {
-  Wrapper query;
-  Text format_name;
-};
-
 // arcconf keys each drive as logical_device_number_<n>; the number becomes
 // the entry's vd.
-Ref list_arcconf(const Call& c, const FormattedQuery& t) {
+Ref list_arcconf(const Call& c, const Formatted& t) {
   Ref parser = c.parsed(t.query);
   Ref devices = get(parser.get(), "logical_device_information");
   Ref records = list();
@@ -143,12 +137,12 @@ Ref details_storcli64(const Call& c, const Text& format_name, PyObject* sections
   return c.format_with(merged.get(), format_name);
 }
 
-Ref one_storcli64(const Call& c, const FormattedQuery& t) {
+Ref one_storcli64(const Call& c, const Formatted& t) {
   Ref parser = c.parsed(t.query);
   return parser ? details_storcli64(c, t.format_name, parser.get()) : nullptr;
 }
 
-Ref one_sorbctl(const Call& c, const FormattedQuery& t) {
+Ref one_sorbctl(const Call& c, const Formatted& t) {
   Ref parser = c.parsed(t.query);
   Ref sections = dict();
   if (!parser || !sections) return nullptr;
@@ -189,7 +183,7 @@ Ref one_arcconf(const Call& c, const ListedTexts& t) {
 
 // storcli64 answers all drives at once: a drive's own table (/c<n>/v<m>)
 // opens its group, its member and property tables follow it.
-Ref all_storcli64(const Call& c, const FormattedQuery& t) {
+Ref all_storcli64(const Call& c, const Formatted& t) {
   Ref parser = c.parsed(t.query);
   Ref groups = dict();
   Ref two = integer(2);
@@ -430,8 +424,8 @@ void add_vd_lifecycle_ops(OpList& ops) {
                     .variants({checked(Tool::storcli64, "ctr_delete_vd_storcli64"),
                                checked(Tool::arcconf, "delete_vd_arcconf"),
                                checked(Tool::sorbctl, "delete_controller_vd_sorbctl")}));
-  static constexpr FormattedQuery kArcconfList{{"ctr_get_vd_cfg_arcconf"},
-                                               {"get_virtual_drive_list_format"}};
+  static constexpr Formatted kArcconfList{{"ctr_get_vd_cfg_arcconf"},
+                                          {"get_virtual_drive_list_format"}};
   ops.push_back(
       Op("_get_virtual_drive_list")
           .params(kAdapterParams)
@@ -449,12 +443,12 @@ void add_vd_lifecycle_ops(OpList& ops) {
                      query(Tool::sorbctl, "get_controller_vdlist_sorbctl")
                          .get("VirtualDrives")
                          .format("get_virtual_drive_list_format")}));
-  static constexpr FormattedQuery kStorcliDetails{{"ctr_get_vd_cfg_storcli64"},
-                                                  {"get_one_virtual_drive_info_format"}};
+  static constexpr Formatted kStorcliDetails{{"ctr_get_vd_cfg_storcli64"},
+                                             {"get_one_virtual_drive_info_format"}};
   static constexpr ListedTexts kArcconfListed{{"_get_virtual_drive_list"},
                                               {"No such vid:{} or adapter_id!"}};
-  static constexpr FormattedQuery kSorbctlDetails{{"get_controller_vd_info_sorbctl"},
-                                                  {"get_one_virtual_drive_info_format"}};
+  static constexpr Formatted kSorbctlDetails{{"get_controller_vd_info_sorbctl"},
+                                             {"get_one_virtual_drive_info_format"}};
   ops.push_back(
       Op("get_one_virtual_drive_info")
           .params(kVidParams)
